@@ -1,0 +1,148 @@
+// The container runtime library: the connection to Podman, compose commands, plugins and settings.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "KxJsonFwd.h"
+
+class KxCErrorListPool;
+
+namespace KxNTamberWebApi {
+class KxCWebSocket;
+}
+
+class KxCCurlHandler {
+public:
+    /// HTTP method of a Podman request.
+    enum class MethodType : int { GET = 0, POST = 1, DELETE = 2 };
+};
+
+class KxCCTESettings {
+public:
+    /// What a user can set.
+    struct KxSUserSettings {
+        std::int32_t tcpPort;   ///< TCP port of Podman when it is reached by TCP; not checked for its range
+        std::int32_t coresNum;  ///< number of CPUs that containers may use; 0 or less for all
+    };
+};
+
+namespace KxNContainer {
+
+/// Podman's answer.
+struct PodmanReply {
+    std::string body;         ///< as Podman sent it; the reason when Podman could not be reached
+    std::int32_t status = 0;  ///< HTTP status; 503 when Podman could not be reached
+};
+
+/// The one entry point of the library. Unless an operation says otherwise it may be called from any thread, any number
+/// of calls at once, also while log streams run, and lets no exception out.
+class KxCContainer {
+public:
+    /// One running log stream. The library's own.
+    struct KxSLogStreamSession;
+
+    enum Status : int { UNINITIALIZED = 0, INITIALIZED = 1, STARTED = 2, STOPPED = 3, FAILED = 4 };
+
+    /// The singleton; made on the first call, lives as long as the process.
+    static KxCContainer* GetInstance();
+
+    // Life. Called from one thread. False on failure, with a level-4 log line that says what failed; the status
+    // is then FAILED.
+
+    /// Reads the settings, makes the missing directories and mounts the container tools where their image exists.
+    bool init();
+    /// Uses the Podman that answers, or starts one and watches it. Returns once Podman answers, or when it does not.
+    bool Start();
+    /// Ends all log streams, running requests and compose commands, then the Podman service if the library started it.
+    /// Containers keep running. Harmless when nothing was started. After a failed Start the status stays FAILED.
+    bool Stop();
+
+    /// Whether the service is enabled by the settings; with `readAnew` the settings file is read again first.
+    bool IsContainerServiceEnabled(bool readAnew);
+    /// A `Status`; with `readAnew` Podman is asked first whether it still answers.
+    int GetContainerServiceStatus(bool readAnew);
+
+    // Settings. The setters return true when the settings file on disk holds the new value; on false nothing changed.
+    bool EnableContainerService();
+    bool DisableContainerService();
+    KxCCTESettings::KxSUserSettings GetContainerServiceUserSettings();
+    bool SetContainerServiceUserSettings(const KxCCTESettings::KxSUserSettings& settings);
+    /// Number of CPUs that this process may run on.
+    std::uint32_t GetMaxAllowedCpuCoreCount();
+    /// Whether the user storage can be written and has room. On false `message` (may be null) says what is wrong, and
+    /// where.
+    bool HasValidUserStorage(std::string* message);
+    /// Walks the managed directories and rewrites the inventory file. True when it was written.
+    bool TriggerInventoryTreeScan();
+
+    /// Sends one request to Podman and returns its answer.
+    ///
+    /// `path` begins with "/", is relative to Podman's API root, and carries its query. `headers` are complete header
+    /// lines without line ends. `body` is the request body; with `isLongRunning` and POST it is the path of a file
+    /// whose bytes are the body. A long-running request has no time limit; any other ends after 120 s (a stop: its `t`
+    /// plus 30 s). Blocks the caller; `Stop` ends it. A failure to reach Podman is status 503 with a readable reason as
+    /// the body.
+    PodmanReply ExecutePodmanRequest(const std::string& path, KxCCurlHandler::MethodType method,
+                                     const std::vector<std::string>& headers, const std::string& body,
+                                     bool isLongRunning);
+
+    // Log streams.
+
+    /// Makes the record of a log stream for `socket`, found by the socket until it is unregistered. The socket must
+    /// stay valid until then. If the socket is closed already, the session is ended from the start.
+    std::shared_ptr<KxSLogStreamSession> RegisterLogStreamSession(KxNTamberWebApi::KxCWebSocket* socket,
+                                                                  const std::string& containerName);
+
+    /// Sends a request whose answer is a container's log and passes the log on to `socket` until the stream ends:
+    /// Podman ended it, the connection failed, the client closed the socket, or `Stop` was called. Returns Podman's
+    /// status, or 200 when the session was ended before Podman gave one. The log goes out in joinable texts of valid
+    /// UTF-8 (see KxCWebSocket::sendText) without Podman's stream framing. Blocks the calling thread, which is the only
+    /// one that sends on the socket meanwhile.
+    PodmanReply StreamPodmanRequest(const std::string& path, KxCCurlHandler::MethodType method,
+                                    const std::vector<std::string>& headers, KxCErrorListPool& pool,
+                                    std::shared_ptr<KxSLogStreamSession> session,
+                                    KxNTamberWebApi::KxCWebSocket* socket);
+
+    /// Forgets the session of `socket`. When it returns, the library does not touch the socket any more: the close
+    /// handler finds sessions under the same lock and never keeps the socket.
+    void UnregisterLogStreamSession(KxNTamberWebApi::KxCWebSocket* socket);
+
+    /// The close callback for sockets with a session: ends the session's request. `context` and `length` are not used.
+    /// Harmless for a socket without a session.
+    static void LogStreamCloseHandler(const void* context, std::uint32_t length, KxNTamberWebApi::KxCWebSocket* socket);
+
+    // Compose commands on the file `fileName` of the compose-files directory. Each runs until the command has ended.
+    // `result` becomes an object that always holds a text "Message" for a person. Codes: 0 done; 1 created something; 2
+    // the compose tool cannot be run; 3 bad name, or not a compose file; 4 no such file; 5 the command failed; 6 it
+    // timed out; 7 nothing to do; 8 Podman cannot be reached.
+    int CreateCompose(const char* fileName, KxNJson::json& result);
+    int StartCompose(const char* fileName, KxNJson::json& result);
+    int StopCompose(const char* fileName, KxNJson::json& result);
+    int RemoveCompose(const char* fileName, KxNJson::json& result);
+
+    // Plugins. Changes take effect at the next boot of the target. Codes: 0 changed; 1 already so; 2 empty argument;
+    // 3 no such plugin; 4 the configuration was not written.
+
+    /// {"plugins": [{"name", "version", "fileName", "size", "modified", "isDeactivated"}]}, ordered by file name;
+    /// `size` in bytes, `modified` in seconds since the Unix epoch.
+    KxNJson::json listPlugins();
+    /// Deactivates a plugin.
+    int addPluginToConfig(const std::string& name, const std::string& version);
+    /// Activates a plugin.
+    int removePluginFromConfig(const std::string& name, const std::string& version);
+    /// Drops the entry of the plugin with that file name.
+    int removePluginFromConfigByFileName(const std::string& fileName);
+    /// Reads the plugins directory anew.
+    void scanContainerPluginsDir();
+
+private:
+    struct Impl;
+    KxCContainer();
+    ~KxCContainer();
+    std::unique_ptr<Impl> impl;
+};
+
+}  // namespace KxNContainer

@@ -1,0 +1,67 @@
+// RTOS abstraction: single instance, signals, the service-initialised report, mutexes.
+#pragma once
+
+#include <memory>
+
+class KxCErrorListPool;
+
+namespace KxNRtosAbstraction {
+
+/// True when this process is the only instance. The claim is a kernel lock (flock(2) on a file in /run) that
+/// ends with the process, however it ends, and is not inherited by children.
+/// `waitMilliseconds` is how long to wait for another instance to go, 0 for not at all. When the lock file
+/// cannot be used at all, logs at level 4 and returns false: two services on one target are worse than none.
+bool isSingletonProcess(int waitMilliseconds);
+
+using SignalHandler = void (*)(KxCErrorListPool& pool, int signalNumber);
+
+/// Has `handler` called with `pool` whenever `signalNumber` arrives. The call comes from a thread of the platform,
+/// not from signal context, so it may log and take locks; one signal at a time. Failures go to `pool`.
+void installSignalHandler(KxCErrorListPool& pool, int signalNumber, SignalHandler handler);
+
+/// Restores the signal's default action. When it returns, the handler is not running and will not be called again,
+/// unless it is the handler itself that calls.
+void removeSignalHandler(KxCErrorListPool& pool, int signalNumber);
+
+/// Reports the end of start-up to the service manager that started the process (sd_notify(3)), if there is one.
+void setServiceInitialized();
+
+/// A mutex. Not recursive.
+class KxCMutex {
+public:
+    /// `name` is shown by debugging tools of the platform; null for none.
+    explicit KxCMutex(const char* name);
+    ~KxCMutex();
+    KxCMutex(const KxCMutex&) = delete;
+    KxCMutex& operator=(const KxCMutex&) = delete;
+
+    /// Waits up to `timeoutMilliseconds`, -1 for ever. True when the mutex was taken.
+    bool lock(int timeoutMilliseconds);
+    void unlock();
+
+private:
+    struct State;
+    std::unique_ptr<State> state;
+};
+
+/// Holds a mutex for a scope; waits for it for ever.
+class KxCMutexLock {
+public:
+    explicit KxCMutexLock(KxCMutex& held) : mutex(&held) { held.lock(-1); }
+    ~KxCMutexLock() { unlock(); }
+    KxCMutexLock(const KxCMutexLock&) = delete;
+    KxCMutexLock& operator=(const KxCMutexLock&) = delete;
+
+    /// Lets go before the end of the scope. A second call does nothing.
+    void unlock() {
+        if (mutex != nullptr) {
+            mutex->unlock();
+            mutex = nullptr;
+        }
+    }
+
+private:
+    KxCMutex* mutex;
+};
+
+}  // namespace KxNRtosAbstraction
