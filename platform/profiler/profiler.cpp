@@ -1,0 +1,208 @@
+#include <pthread.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <mutex>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "KxJson.h"
+#include "KxLog.h"
+#include "KxProfiler.h"
+#include "platform/common/blocked_signals.h"
+#include "platform/profiler/process_counters.h"
+#include "platform/profiler/trace_file.h"
+
+namespace {
+
+constexpr const char* TRACE_FILE = "/run/KxContainerRTE.trace.json";
+constexpr const char* PREVIOUS_TRACE_FILE = "/run/KxContainerRTE.trace.previous.json";
+constexpr std::chrono::milliseconds SAMPLE_INTERVAL{100};  // also how much a killed process loses
+constexpr std::size_t FLUSH_BYTES = 64 * 1024;
+constexpr std::size_t MAX_NAME_LENGTH = 100;
+
+// The threads, and so the recorder, may outlive main.
+struct Recorder {
+    std::mutex mutex;
+    std::unique_ptr<KxNProfiler::TraceFile> trace;  // null while the profiler is closed
+    std::vector<std::string> eventNames;            // as JSON; the id is the position
+    std::condition_variable stopped;
+    bool isStopping = false;
+    std::thread sampler;
+};
+
+Recorder& recorder() {
+    static Recorder& theRecorder = *new Recorder;
+    return theRecorder;
+}
+
+std::string quoted(const char* text) {
+    return KxNJson::json(text).dump(-1, ' ', true, KxNJson::Utf8ErrorMode::replace);
+}
+
+struct Microseconds {
+    long long whole;
+    int thousandths;
+};
+
+Microseconds now() {
+    timespec time{};
+    ::clock_gettime(CLOCK_MONOTONIC, &time);
+    return {static_cast<long long>(time.tv_sec) * 1'000'000 + time.tv_nsec / 1000,
+            static_cast<int>(time.tv_nsec % 1000)};
+}
+
+std::string metadata(const char* name, pid_t thread, const char* argument, const std::string& value) {
+    return std::string(R"({"name":")") + name + R"(","ph":"M","pid":)" + std::to_string(::getpid()) + R"(,"tid":)" +
+           std::to_string(thread) + R"(,"args":{")" + argument + "\":" + value + "}}";
+}
+
+std::string counterEvent(const KxNProfiler::Counter& counter) {
+    const Microseconds time = now();
+    std::string event = std::string(R"({"name":")") + counter.name + R"(","cat":")" + counter.source +
+                        R"(","ph":"C","ts":)" + std::to_string(time.whole) + R"(,"pid":)" + std::to_string(::getpid()) +
+                        R"(,"args":{)";
+    const char* separator = "\"";
+    for (const auto& [name, value] : counter.values) {
+        event += separator + std::string(name) + "\":" + std::to_string(value);
+        separator = ",\"";
+    }
+    return event + "}}";
+}
+
+std::string currentThreadName() {
+    std::array<char, 16> name{};
+    ::pthread_getname_np(::pthread_self(), name.data(), name.size());
+    return quoted(name.data());
+}
+
+// Ends the recording because of `reason`. The caller holds the recorder's mutex.
+void giveUp(std::atomic<bool>& active, const std::string& reason) {
+    active.store(false, std::memory_order_relaxed);
+    recorder().trace.reset();
+    KxCRTE_LOG(3, "Korvex Container Service: Profiling ends: %s", reason.c_str());
+}
+
+// The caller holds the recorder's mutex and the profiler is open.
+void flushTrace(std::atomic<bool>& active) {
+    KxNProfiler::TraceFile& trace = *recorder().trace;
+    const bool isFull = trace.isFull();
+    std::string error;
+    if (!(isFull ? trace.finish(error) : trace.flush(error))) {
+        giveUp(active, error);
+    } else if (isFull) {
+        giveUp(active, "the trace has reached its " + std::to_string(KxNProfiler::TraceFile::MAX_BYTES) + " bytes");
+    }
+}
+
+void sampleUntilStopped(std::atomic<bool>& active) {
+    KxNProfiler::ProcessCounters counters;
+    Recorder& to = recorder();
+    std::unique_lock lock(to.mutex);
+    while (to.trace && !to.stopped.wait_for(lock, SAMPLE_INTERVAL, [&] { return to.isStopping; })) {
+        for (const KxNProfiler::Counter& counter : counters.sample()) {
+            if (to.trace) {
+                to.trace->append(counterEvent(counter));
+            }
+        }
+        if (to.trace) {
+            flushTrace(active);
+        }
+    }
+}
+
+}  // namespace
+
+KxCProfiler& KxCProfiler::getInstance() {
+    static KxCProfiler& instance = *new KxCProfiler;
+    return instance;
+}
+
+bool KxCProfiler::open(const char* sourceName, std::uint32_t sourceNumber) {
+    Recorder& to = recorder();
+    const std::lock_guard lock(to.mutex);
+    std::string error;
+    to.trace = KxNProfiler::TraceFile::create(TRACE_FILE, PREVIOUS_TRACE_FILE, error);
+    if (!to.trace) {
+        KxCRTE_LOG(4, "Korvex Container Service: Profiling is not possible: %s", error.c_str());
+        return false;
+    }
+    to.trace->append(metadata("process_name", ::getpid(), "name", quoted(sourceName)));
+    to.trace->append(
+        metadata("process_labels", ::getpid(), "labels",
+                 quoted(("source " + std::to_string(sourceNumber) + ": application, kernel, memory").c_str())));
+    try {
+        const KxNCommon::BlockedSignals blocked;
+        to.isStopping = false;
+        to.sampler = std::thread([this] { sampleUntilStopped(active); });
+    } catch (const std::system_error& failure) {
+        KxCRTE_LOG(4, "Korvex Container Service: Profiling is not possible: no thread: %s", failure.what());
+        to.trace.reset();
+        return false;
+    }
+    static const int atExit = std::atexit([] { getInstance().close(); });
+    static_cast<void>(atExit);
+    active.store(true, std::memory_order_relaxed);
+    return true;
+}
+
+std::uint32_t KxCProfiler::registerEvent(const char* name) {
+    Recorder& to = recorder();
+    const std::lock_guard lock(to.mutex);
+    to.eventNames.push_back(quoted(std::string(name).substr(0, MAX_NAME_LENGTH).c_str()));
+    return static_cast<std::uint32_t>(to.eventNames.size() - 1);
+}
+
+void KxCProfiler::emit(std::uint32_t eventId, std::uint32_t code, std::uint32_t index) {
+    if (!isActive()) {
+        return;
+    }
+    const Microseconds time = now();
+    thread_local const pid_t thread = ::gettid();
+    thread_local bool isNamed = false;
+    Recorder& to = recorder();
+    const std::lock_guard lock(to.mutex);
+    if (!to.trace || eventId >= to.eventNames.size()) {
+        return;
+    }
+    if (!isNamed) {
+        to.trace->append(metadata("thread_name", thread, "name", currentThreadName()));
+        isNamed = true;
+    }
+    std::array<char, 1024> event;  // a name's escapes fit as well
+    const int length = std::snprintf(
+        event.data(), event.size(),
+        R"({"name":%s,"cat":"application","ph":"%c","ts":%lld.%03d,"pid":%d,"tid":%d,"args":{"index":%u}})",
+        to.eventNames[eventId].c_str(), code == ENTER ? 'B' : 'E', time.whole, time.thousandths, ::getpid(), thread,
+        index);
+    to.trace->append({event.data(), static_cast<std::size_t>(length)});
+    if (to.trace->getBufferedBytes() >= FLUSH_BYTES) {
+        flushTrace(active);
+    }
+}
+
+void KxCProfiler::close() {
+    active.store(false, std::memory_order_relaxed);
+    Recorder& to = recorder();
+    std::unique_lock lock(to.mutex);
+    to.isStopping = true;
+    to.stopped.notify_all();
+    std::thread sampler = std::move(to.sampler);
+    lock.unlock();
+    if (sampler.joinable()) {
+        sampler.join();
+    }
+    lock.lock();
+    std::string error;
+    if (to.trace && !to.trace->finish(error)) {
+        KxCRTE_LOG(3, "Korvex Container Service: The profiler's trace is incomplete: %s", error.c_str());
+    }
+    to.trace.reset();
+}
