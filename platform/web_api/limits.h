@@ -1,0 +1,41 @@
+// The fixed bounds of the web API server. A value of its own so that tests need not wait for the real ones.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+
+namespace KxNTamberWebApi {
+
+struct Limits {
+    using Milliseconds = std::chrono::milliseconds;
+
+    std::size_t requestLine = 8 * 1024;   ///< bytes
+    std::size_t headerBlock = 16 * 1024;  ///< bytes, without the request line
+    std::size_t jsonBody = 1024 * 1024;   ///< bytes
+    int jsonDepth = 64;                   ///< levels of nesting
+    Milliseconds header{10'000};          ///< from the first byte of a header block to its end; and for a TLS handshake
+    Milliseconds keepAlive{60'000};       ///< without a byte before a request
+    Milliseconds progress{30'000};        ///< without a byte moved in a body or an answer
+
+    /// What is still read after an answer that ended a request early, so that the answer reaches the client.
+    std::size_t discardKnown = 64 * 1024 * 1024;  ///< bytes, from a client that may come in
+    std::size_t discardUnknown = 64 * 1024;       ///< bytes, from anyone else
+    Milliseconds discard{10'000};
+
+    std::size_t requestThreads = 256;  ///< the most that pressure adds up to
+    std::size_t uploadThreads = 8;
+    Milliseconds uploadWait{30'000};        ///< for a free upload thread
+    std::size_t uploadBuffer = 256 * 1024;  ///< bytes read at once, the largest chunk
+
+    std::size_t streamQueue = 256 * 1024;   ///< bytes that wait to be sent before sendText blocks
+    std::size_t clientMessage = 64 * 1024;  ///< bytes of a message that a client sends
+    Milliseconds pingAfter{20'000};
+    Milliseconds pongWithin{20'000};
+    Milliseconds streamProgress{60'000};
+    Milliseconds closeHandshake{10'000};
+
+    Milliseconds sweep{500};        ///< how often deadlines are looked at
+    Milliseconds acceptPause{100};  ///< when descriptors have run out
+};
+
+}  // namespace KxNTamberWebApi

@@ -1,0 +1,28 @@
+// The description of the API for machines: an OpenAPI 3.1 document.
+#pragma once
+
+#include <string>
+
+#include "KxTamberWebApi/KxEndpoint.h"
+#include "KxTamberWebApi/KxSchema.h"
+
+namespace KxNTamberWebApi {
+
+/// What a handler says about its API. All texts are constants.
+struct ApiTexts {
+    const char* title;
+    const char* description;
+    const char* version;
+    const char* basePath;  ///< the served one
+};
+
+/// The endpoint GET /openapi.json, which the library answers itself: its record is routed like the handler's own.
+extern const KxSTamberWebApiEndpoint openApiEndpoint;
+
+/// Makes the document, as compact JSON, from the endpoint records and what the handler says about bodies (null when it
+/// says nothing). `needsToken` tells whether requests must carry the token. Throws std::invalid_argument when a text in
+/// `schemas` is not JSON or describes an operation that no endpoint has.
+std::string makeOpenApiDocument(const ApiTexts& texts, const KxSTamberWebApiEndpoint* const* endpoints,
+                                const KxSApiSchemas* schemas, bool needsToken);
+
+}  // namespace KxNTamberWebApi
