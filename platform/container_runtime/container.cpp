@@ -1,0 +1,200 @@
+// The life of the container runtime, and its requests to Podman.
+#include <csignal>
+#include <exception>
+#include <limits>
+
+#include "KxContainer.h"
+#include "KxCustomConfig.h"
+#include "KxLog.h"
+#include "container_impl.h"
+#include "podman_api.h"
+#include "podman_command.h"
+#include "runtime_directories.h"
+
+namespace KxNContainer {
+
+namespace Config = KxNCustomConfig::KxNContainerRuntime;
+
+namespace {
+
+/// The most a call to Podman takes after the runtime has failed: no Stop follows then that would end it, and the
+/// process does not end before its calls.
+constexpr std::chrono::seconds UNATTENDED_CALL{10};
+
+}  // namespace
+
+KxCContainer* KxCContainer::GetInstance() {
+    // Never destroyed: threads of the web API server may still run during exit.
+    static KxCContainer& instance = *new KxCContainer;
+    return &instance;
+}
+
+KxCContainer::KxCContainer() : impl(std::make_unique<Impl>()) {}
+KxCContainer::~KxCContainer() = default;
+
+KxCContainer::Impl::Impl() {
+    // A parent that ignores it hands that down, and the kernel then keeps no child's status, nor its number, for us.
+    ::signal(SIGCHLD, SIG_DFL);
+    // Logs can be followed without init and Start.
+    PodmanAddress address;
+    std::string reason;
+    if (findAddress(address, reason)) {
+        podman.setAddress(address);
+    }
+}
+
+bool KxCContainer::Impl::findAddress(PodmanAddress& address, std::string& reason) const {
+    const auto* config = KxCCustomConfig::getInstance();
+    if (!config->isUsable(Config::pSection, &reason)) {
+        return false;
+    }
+    if (config->getOption(Config::pSection, Config::pOptionPodmanTransport, "unix", false) == "unix") {
+        address = {KxNContainerPaths::PODMAN_SOCKET, 0};
+        return true;
+    }
+    const std::int32_t port = settings.userSettings().tcpPort;
+    if (port < 1 || port > std::numeric_limits<std::uint16_t>::max()) {
+        reason = "Podman cannot be reached by TCP: 'tcp_port' of the settings is " + std::to_string(port);
+        return false;
+    }
+    address = {"", static_cast<std::uint16_t>(port)};
+    return true;
+}
+
+std::shared_ptr<Cancellation> KxCContainer::Impl::runningRequests() {
+    const std::lock_guard lock(requestsMutex);
+    return requests;
+}
+
+void KxCContainer::Impl::endRequests() {
+    logStreams.close();
+    runningRequests()->cancel();
+    compose.stop();
+}
+
+void KxCContainer::Impl::allowRequests() {
+    if (runningRequests()->isCancelled()) {
+        auto fresh = std::make_shared<Cancellation>();
+        const std::lock_guard lock(requestsMutex);
+        requests = std::move(fresh);
+    }
+    logStreams.open();
+    compose.resume();
+}
+
+bool KxCContainer::Impl::fail(const std::string& reason) {
+    KxCRTE_LOG(4, "Korvex Container Service: %s", reason.c_str());
+    status = FAILED;
+    return false;
+}
+
+bool KxCContainer::init() {
+    impl->settings.reload();
+    makeRuntimeDirectories();
+    std::string reason;
+    PodmanAddress address;
+    if (!impl->findAddress(address, reason) || !impl->tools.mount(reason)) {
+        return impl->fail(reason);
+    }
+    impl->podman.setAddress(address);
+    impl->status = INITIALIZED;
+    return true;
+}
+
+bool KxCContainer::Start() {
+    if (impl->status == STARTED) {
+        return true;
+    }
+    try {
+        impl->allowRequests();
+        std::string reason;
+        PodmanAddress address;
+        if (!impl->findAddress(address, reason)) {
+            return impl->fail(reason);
+        }
+        impl->podman.setAddress(address);
+        const std::int32_t cores = impl->settings.userSettings().coresNum;
+        if (!impl->podmanService.start(podmanServiceCommand(address, cores), reason)) {
+            return impl->fail(reason);
+        }
+    } catch (const std::exception& error) {
+        return impl->fail(std::string("Cannot start the container runtime: ") + error.what());
+    }
+    impl->status = STARTED;
+    return true;
+}
+
+bool KxCContainer::Stop() {
+    try {
+        const bool hadFailed = impl->status == FAILED;
+        impl->endRequests();
+        impl->podmanService.stop();
+        impl->tools.unmount();
+        if (hadFailed) {
+            // Logs can be followed whatever the status, and no other Stop follows.
+            impl->allowRequests();
+        } else if (impl->status != UNINITIALIZED) {
+            impl->status = STOPPED;
+        }
+        return true;
+    } catch (const std::exception& error) {
+        return impl->fail(std::string("Cannot stop the container runtime: ") + error.what());
+    }
+}
+
+int KxCContainer::GetContainerServiceStatus(bool readAnew) {
+    const int status = impl->status;
+    if (readAnew && status == STARTED && !impl->podman.ping(*impl->runningRequests(), nullptr)) {
+        return FAILED;
+    }
+    return status;
+}
+
+PodmanReply KxCContainer::ExecutePodmanRequest(const std::string& path, KxCCurlHandler::MethodType method,
+                                               const std::vector<std::string>& headers, const std::string& body,
+                                               bool isLongRunning) {
+    const auto requests = impl->runningRequests();
+    CallLimits limits{*requests, std::nullopt};
+    if (!isLongRunning) {
+        const auto longest = impl->status == FAILED ? UNATTENDED_CALL : timeLimit(path, method);
+        limits.deadline = std::chrono::steady_clock::now() + longest;
+    }
+    const bool bodyIsFile = isLongRunning && method == KxCCurlHandler::MethodType::POST;
+    return impl->podman.execute({path, method, headers, body, bodyIsFile}, limits);
+}
+
+std::shared_ptr<KxCContainer::KxSLogStreamSession> KxCContainer::RegisterLogStreamSession(
+    KxNTamberWebApi::KxCWebSocket* socket, const std::string& containerName) {
+    try {
+        return impl->logStreams.add(socket, containerName);
+    } catch (const std::exception& error) {
+        KxCRTE_LOG(4, "Korvex Container Service: Cannot follow the log of container '%s': %s", containerName.c_str(),
+                   error.what());
+        return nullptr;
+    }
+}
+
+PodmanReply KxCContainer::StreamPodmanRequest(
+    const std::string& path, KxCCurlHandler::MethodType method, const std::vector<std::string>& headers,
+    KxCErrorListPool& pool,
+    // NOLINTNEXTLINE(performance-unnecessary-value-param): a share, for its run
+    std::shared_ptr<KxSLogStreamSession> session, KxNTamberWebApi::KxCWebSocket* socket) {
+    if (session == nullptr || socket == nullptr) {
+        return {"The log stream has no session", 503};
+    }
+    try {
+        return streamLog(impl->podman, {path, method, headers, {}}, *session, pool, *socket);
+    } catch (const std::exception& error) {
+        return {std::string("The log stream failed: ") + error.what(), 503};
+    }
+}
+
+void KxCContainer::UnregisterLogStreamSession(KxNTamberWebApi::KxCWebSocket* socket) {
+    impl->logStreams.remove(socket);
+}
+
+void KxCContainer::LogStreamCloseHandler(const void*, std::uint32_t, KxNTamberWebApi::KxCWebSocket* socket) {
+    GetInstance()->impl->logStreams.end(socket);
+}
+
+}  // namespace KxNContainer

@@ -1,0 +1,57 @@
+// What the one container runtime object is made of. Each part lives in a file of its own; the operations of
+// KxCContainer that belong to a part are defined beside it.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "KxContainer.h"
+#include "cancellation.h"
+#include "compose_commands.h"
+#include "cpu_cores.h"
+#include "inventory.h"
+#include "log_stream.h"
+#include "plugin_config.h"
+#include "podman_client.h"
+#include "podman_service.h"
+#include "service/paths.h"
+#include "settings_store.h"
+#include "tools_mount.h"
+
+namespace KxNContainer {
+
+struct KxCContainer::Impl {
+    Impl();
+
+    /// Where the configuration and the settings say that Podman is. On false `reason` says what is wrong with them.
+    bool findAddress(PodmanAddress& address, std::string& reason) const;
+
+    /// What ends the requests that run now.
+    std::shared_ptr<Cancellation> runningRequests();
+    /// Ends them and all later ones, until `allowRequests`.
+    void endRequests();
+    void allowRequests();
+
+    bool fail(const std::string& reason);
+
+    std::atomic<int> status{UNINITIALIZED};
+    SettingsStore settings{KxNContainerPaths::SETTINGS_FILE, static_cast<std::int32_t>(countAllowedCpus())};
+    PluginConfig plugins{KxNContainerPaths::PLUGINS_DIR, KxNContainerPaths::PLUGIN_CONFIG_FILE};
+    Inventory inventory{managedDirectories(), INVENTORY_FILE};
+
+    ToolsMount tools{KxNContainerPaths::CONTAINER_TOOLS, KxNContainerPaths::CONTAINER_TOOLS_MOUNTPOINT};
+    PodmanClient podman{PodmanAddress{KxNContainerPaths::PODMAN_SOCKET, 0}};
+    PodmanService podmanService{podman, KxNContainerPaths::PODMAN_SOCKET + ".output"};
+    LogStreams logStreams;
+    ComposeCommands compose{composeSetup()};
+
+private:
+    ComposeSetup composeSetup();
+
+    std::mutex requestsMutex;
+    std::shared_ptr<Cancellation> requests = std::make_shared<Cancellation>();
+};
+
+}  // namespace KxNContainer
