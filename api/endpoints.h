@@ -1,0 +1,47 @@
+// The API's endpoint table: what the web API server library needs to know to route requests to the handler.
+#pragma once
+
+#include <cstdint>
+
+#include "KxTamberWebApi/KxEndpoint.h"
+
+namespace KxNCre {
+
+/// Endpoint ids; the request dispatch switches on them.
+enum KxEEndpoint : std::uint64_t {
+    ENDPOINT_LIST_CONTAINERS = 1,
+    ENDPOINT_DELETE_CONTAINER,
+    ENDPOINT_START_CONTAINER,
+    ENDPOINT_STOP_CONTAINER,
+    ENDPOINT_GET_CONTAINER_LOGS,
+    ENDPOINT_LIST_IMAGES,
+    ENDPOINT_UPLOAD_IMAGE,
+    ENDPOINT_REMOVE_IMAGE,
+    ENDPOINT_GET_SETTINGS,
+    ENDPOINT_PATCH_SETTINGS,
+    ENDPOINT_GET_ENABLE,
+    ENDPOINT_PATCH_ENABLE,
+    ENDPOINT_LIST_PLUGINS,
+    ENDPOINT_UPLOAD_PLUGIN,
+    ENDPOINT_DELETE_PLUGIN,
+    ENDPOINT_ACTIVATE_PLUGIN,
+    ENDPOINT_COMPOSE_START,
+    ENDPOINT_COMPOSE_STOP,
+    ENDPOINT_COMPOSE_CREATE,
+    ENDPOINT_COMPOSE_REMOVE,
+    ENDPOINT_LIST_COMPOSE_FILES,
+    ENDPOINT_UPLOAD_COMPOSE_FILE,
+    ENDPOINT_DELETE_COMPOSE_FILE,
+    ENDPOINT_LIST_CERTS,
+    ENDPOINT_UPLOAD_CERTIFICATE,
+    ENDPOINT_DELETE_CERTIFICATE,
+    ENDPOINT_UPLOAD_PRIVATE_KEY,
+    ENDPOINT_DELETE_PRIVATE_KEY,
+    ENDPOINT_UPLOAD_CA_CERTIFICATE,
+    ENDPOINT_DELETE_CA_CERTIFICATE,
+};
+
+/// The 30 endpoint records in the order of their ids, ended by a null pointer.
+extern const KxSTamberWebApiEndpoint* const ENDPOINTS[];
+
+}  // namespace KxNCre

@@ -1,0 +1,5 @@
+#include "service/run_service.h"
+
+int main() {
+    return runService();
+}
