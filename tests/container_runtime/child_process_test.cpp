@@ -1,0 +1,99 @@
+#include "child_process.h"
+
+#include "tests/support.h"
+
+using namespace KxNContainer;
+using namespace KxNTests;
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/wait.h>
+
+#include <csignal>
+
+namespace {
+
+using End = ChildResult::End;
+
+ChildResult runShell(const std::string& script, std::chrono::milliseconds limit = 20s,
+                     const Cancellation& cancellation = Cancellation()) {
+    return runChild({"/bin/sh", {"-c", script}, {"PATH=/usr/bin:/bin"}, "/"}, cancellation, Clock::now() + limit);
+}
+
+/// Number of processes on this machine that run `sleep SECONDS`.
+int countSleepers(const std::string& seconds) {
+    int count = 0;
+    for (const auto& process : std::filesystem::directory_iterator("/proc")) {
+        count += readFile(process.path() / "cmdline") == "sleep\0"s + seconds + '\0' ? 1 : 0;
+    }
+    return count;
+}
+
+std::string uniqueSeconds() {
+    static int number = 0;
+    return std::to_string(::getpid() + 100000) + "." + std::to_string(++number);
+}
+
+TEST(Child, GetsItsArgumentsAndNothingElseOfUs) {
+    const TemporaryDirectory directory;
+    const int leaking = ::open("/dev/null", O_RDONLY);  // without close-on-exec, on purpose
+    ::signal(SIGPIPE, SIG_IGN);
+    const std::string odd = "a b'\"; $(touch x) `y`\n*";
+    const ChildResult result =
+        runChild({"/bin/sh",
+                  {"-c",
+                   "echo \"[$1]\"; pwd; env | sort | tr '\\n' ' '; echo; ls /proc/self/fd | tr '\\n' ' '; echo; cat;"
+                   "grep SigIgn /proc/self/status; grep SigBlk /proc/self/status; echo problem >&2",
+                   "sh", odd},
+                  {"A=1", "PATH=/usr/bin:/bin"},
+                  directory.path("")},
+                 Cancellation(), Clock::now() + 10s);
+    ::close(leaking);
+    EXPECT_EQ(result.end, End::Exited);
+    const std::string here = std::filesystem::path(directory.path("")).parent_path();
+    EXPECT_EQ(result.output, "[" + odd + "]\n" + here + "\nA=1 PATH=/usr/bin:/bin PWD=" + here +
+                                 " \n0 1 2 3 \nSigIgn:\t0000000000000000\nSigBlk:\t0000000000000000\nproblem\n");
+}
+
+TEST(Child, FloodOfOutputKeepsItsBeginningAndEndOnly) {
+    const ChildResult result = runShell("echo first; head -c 20000000 /dev/zero | tr '\\0' x; echo; echo last");
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_LT(result.output.size(), 66000U);
+    EXPECT_THAT(result.output, AllOf(StartsWith("first\nxxx"), EndsWith("xxx\nlast\n"), HasSubstr("bytes left out")));
+}
+
+TEST(Child, IsEndedWithAllThatItStarted) {
+    const struct {
+        const char* script;  // $S is a time to sleep, by which the processes are found
+        End end;
+    } cases[] = {
+        {"echo begun; setsid sleep $S & sleep $S; sleep $S", End::TimedOut},
+        {"trap '' TERM; echo begun; setsid sleep $S & sleep $S; sleep $S", End::TimedOut},
+        {"echo begun; setsid sleep $S &", End::Exited},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.script);
+        const std::string seconds = uniqueSeconds();
+        const auto began = Clock::now();
+        const ChildResult result = runShell("S=" + seconds + "; " + row.script, 300ms);
+        EXPECT_EQ(result.end, row.end);
+        EXPECT_EQ(result.output, "begun\n");
+        EXPECT_LT(Clock::now() - began, 10s);
+        EXPECT_EQ(countSleepers(seconds), 0);
+    }
+}
+
+TEST(Child, KilledServiceLeavesNoOrphans) {
+    const std::string seconds = uniqueSeconds();
+    const pid_t service = ::fork();
+    if (service == 0) {
+        runShell("setsid sleep " + seconds + " & sleep " + seconds);
+        ::_exit(0);
+    }
+    EXPECT_TRUE(waitFor([&] { return countSleepers(seconds) == 2; }));
+    ::kill(service, SIGKILL);
+    ::waitpid(service, nullptr, 0);
+    EXPECT_TRUE(waitFor([&] { return countSleepers(seconds) == 0; }));
+}
+
+}  // namespace

@@ -1,0 +1,162 @@
+#include "log_stream.h"
+
+#include "KxErrorManager.h"
+#include "podman_double.h"
+#include "tests/support.h"
+#include "web_socket_double.h"
+
+using namespace KxNTests;
+using namespace KxNContainer;
+using KxNTamberWebApi::KxCWebSocket;
+using Peer = PodmanDouble::Peer;
+
+namespace {
+
+const std::string OUTPUT = "\x01\0\0\0\0\0\0\x04out\n"s;
+
+/// Follows the log of container "web" as the service does: registered, streamed, unregistered on one thread, while the
+/// client does what the test says.
+class LogStreamTest : public testing::Test {
+protected:
+    void answerInspection(Peer& peer) {
+        ASSERT_TRUE(peer.readHeader().starts_with("GET /v1.41/containers/web/json "));
+        peer.answer(200, R"({"Config":{"Tty":false}})");
+        ASSERT_TRUE(peer.readHeader().starts_with("GET /v1.41/containers/web/logs?follow=true "));
+    }
+
+    void beginLog(Peer& peer) {
+        answerInspection(peer);
+        peer.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n");
+    }
+
+    void follow(const PodmanDouble& podman) {
+        thread = std::thread([this, address = podman.address()] {
+            PodmanClient client(address);
+            KxCErrorListPool pool;
+            KxCWebSocket socket(web);
+            registered = &socket;
+            const auto session = streams.add(&socket, "web");
+            reply = streamLog(client,
+                              {"/containers/web/logs?follow=true",
+                               KxCCurlHandler::MethodType::GET,
+                               {"Accept: application/octet-stream"},
+                               {}},
+                              *session, pool, socket);
+            streams.remove(&socket);
+        });
+    }
+
+    void clientCloses() {
+        web->close();
+        streams.end(registered);
+    }
+
+    PodmanReply end() {
+        thread.join();
+        return reply;
+    }
+
+    KxNTests::TemporaryDirectory directory;
+    const std::string path = directory.path("podman.sock");
+    std::shared_ptr<KxCWebSocket::State> web = std::make_shared<KxCWebSocket::State>();
+    LogStreams streams;
+    std::atomic<KxCWebSocket*> registered{nullptr};
+    std::thread thread;
+    PodmanReply reply;
+};
+
+}  // namespace
+
+TEST_F(LogStreamTest, EndsWhenTheClientClosesWhereverTheStreamIs) {
+    enum Moment { DURING_INSPECTION, BEFORE_THE_FIRST_LINE, WHILE_THE_CLIENT_DOES_NOT_READ };
+    for (const Moment moment : {DURING_INSPECTION, BEFORE_THE_FIRST_LINE, WHILE_THE_CLIENT_DOES_NOT_READ}) {
+        SCOPED_TRACE(moment);
+        web = std::make_shared<KxCWebSocket::State>();
+        web->setReading(moment != WHILE_THE_CLIENT_DOES_NOT_READ);
+        std::atomic<bool> isThere{false};
+        const PodmanDouble podman(directory.path(std::to_string(moment)), [&](Peer& peer) {
+            if (moment == DURING_INSPECTION) {
+                peer.readHeader();
+            } else if (moment == BEFORE_THE_FIRST_LINE) {
+                answerInspection(peer);
+            } else {
+                beginLog(peer);
+                peer.sendChunk(OUTPUT);
+            }
+            isThere = true;
+            EXPECT_TRUE(peer.waitForClose());
+        });
+        follow(podman);
+        while (!isThere) {
+            std::this_thread::sleep_for(1ms);
+        }
+        clientCloses();
+        EXPECT_EQ(end().status, 200) << "the client's own wish is no failure of Podman";
+    }
+}
+
+TEST_F(LogStreamTest, EndsWhenPodmanDiesOrRefuses) {
+    const std::string begun = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nC\r\n" + OUTPUT + "\r\n";
+    const struct {
+        bool isInspected;
+        std::string answer;
+        int status;
+        std::string sent;
+    } cases[] = {
+        {false, "HTTP/1.1 404 Not Found\r\nContent-Length: 4\r\n\r\nnone", 404, ""},
+        {true, "", 503, ""},
+        {true, "HTTP/1.1 500 Internal Error\r\nContent-Length: 6\r\n\r\nbroken", 500, ""},
+        {true, begun + "C\r\n\x01\0"s, 200, "out\n"},
+        {true, begun + "rubbish\r\n", 200, "out\n"},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.answer);
+        web = std::make_shared<KxCWebSocket::State>();
+        std::filesystem::remove(path);
+        const PodmanDouble podman(path, [&](Peer& peer) {
+            if (peer.readHeader().find("/json ") != std::string::npos && row.isInspected) {
+                peer.answer(200, "{}");
+                peer.readHeader();
+            }
+            peer.send(row.answer);
+        });
+        follow(podman);
+        EXPECT_EQ(end().status, row.status);
+        EXPECT_EQ(web->sentSoFar(), row.sent);
+    }
+}
+
+TEST_F(LogStreamTest, EndsAllStreamsAndLaterOnesUntilTheyAreAllowedAgain) {
+    KxCWebSocket socket(web);
+    const auto earlier = streams.add(&socket, "web");
+    streams.close();
+    EXPECT_TRUE(earlier->ending.isCancelled());
+    EXPECT_TRUE(streams.add(&socket, "web")->ending.isCancelled());
+    streams.open();
+    EXPECT_FALSE(streams.add(&socket, "web")->ending.isCancelled());
+    streams.remove(&socket);
+}
+
+TEST_F(LogStreamTest, HoldsWhileClientsCloseAtEveryMoment) {
+    const PodmanDouble podman(path, [&](Peer& peer) {
+        if (!peer.readHeader().empty()) {
+            peer.answer(200, "{}");
+            peer.readHeader();
+            peer.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n");
+            for (int line = 0; line < 20; ++line) {
+                peer.sendChunk(OUTPUT);
+            }
+        }
+    });
+    for (int round = 0; round < 200; ++round) {
+        web = std::make_shared<KxCWebSocket::State>();
+        registered = nullptr;
+        follow(podman);
+        while (registered == nullptr) {
+            std::this_thread::yield();
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(round * 5));
+        clientCloses();
+        EXPECT_EQ(end().status, 200);
+    }
+}

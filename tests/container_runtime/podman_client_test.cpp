@@ -1,0 +1,155 @@
+#include "podman_client.h"
+
+#include "podman_double.h"
+#include "tests/support.h"
+
+using namespace KxNTests;
+using namespace KxNContainer;
+using Method = KxCCurlHandler::MethodType;
+using Peer = PodmanDouble::Peer;
+
+namespace {
+
+class PodmanClientTest : public testing::Test {
+protected:
+    PodmanReply get(PodmanClient& client, const std::string& path = "/info") {
+        return client.execute({path, Method::GET, {"Accept: application/json"}, {}}, {running, Clock::now() + 10s});
+    }
+
+    PodmanReply load(PodmanClient& client, const std::string& file) {
+        return client.execute({"/images/load", Method::POST, {"Content-Type: application/x-tar"}, file, true},
+                              {running, std::nullopt});
+    }
+
+    KxNTests::TemporaryDirectory directory;
+    const std::string socket = directory.path("podman.sock");
+    Cancellation running;
+};
+
+}  // namespace
+
+TEST_F(PodmanClientTest, GivesTheAnswerOrTheReasonWhyThereIsNone) {
+    const struct {
+        std::string bytes;
+        int status;
+        std::string body;
+    } cases[] = {
+        {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello", 200, "hello"},
+        {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n1;x=y\r\n!\r\n0\r\n\r\n", 200, "hello!"},
+        {"HTTP/1.0 200 OK\r\n\r\nuntil the end", 200, "until the end"},
+        {"HTTP/1.1 204 No Content\r\n\r\n", 204, ""},
+        {"HTTP/1.1 304 Not Modified\r\n\r\n", 304, ""},
+        {"HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 404 Not Found\r\nContent-Length: 2\r\n\r\nno", 404, "no"},
+        {"HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\nhello", 503, "before its answer was complete: GET /info"},
+        {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhel", 503, "before its answer was complete"},
+        {"HTTP/1.1 200 OK\r\nContent-", 503, "before its answer was complete"},
+        {"", 503, "before its answer was complete"},
+        {"SSH-2.0-OpenSSH_9.2\r\n", 503, "not valid HTTP"},
+        {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nrubbish\r\n", 503, "not valid HTTP"},
+        {"HTTP/1.1 200 OK\r\nContent-Length: 999999999999\r\n\r\n", 503, "larger than 64 MiB"},
+        {"HTTP/1.1 200 OK\r\nX: " + std::string(100'000, 'x') + "\r\n\r\n", 503, "not valid HTTP"},
+    };
+    for (const auto& [bytes, status, body] : cases) {
+        SCOPED_TRACE(bytes.substr(0, 100));
+        const PodmanDouble podman("", [&](Peer& peer) {
+            peer.readHeader();
+            peer.send(bytes);
+        });
+        PodmanClient client(podman.address());
+        const PodmanReply reply = get(client);
+        EXPECT_EQ(reply.status, status);
+        EXPECT_THAT(reply.body, status == 503 ? HasSubstr(body) : testing::Matcher<std::string>(body));
+    }
+}
+
+TEST_F(PodmanClientTest, SendsNothingThatACallerSmuggledIn) {
+    std::string seen;
+    const PodmanDouble podman(socket, [&](Peer& peer) {
+        seen = peer.readHeader();
+        peer.answer(200, "");
+    });
+    PodmanClient client(podman.address());
+    EXPECT_EQ(get(client, "/x HTTP/1.1\r\nEvil: 1\r\n\r\n").status, 200);
+    EXPECT_EQ(seen,
+              "GET /v1.41/x%20HTTP/1.1%0D%0AEvil:%201%0D%0A%0D%0A HTTP/1.1\r\nHost: localhost\r\n"
+              "Accept: application/json\r\n\r\n");
+    EXPECT_EQ(client.execute({"/x", Method::GET, {"A: b\r\nEvil: 1"}, {}}, {running, std::nullopt}).status, 400);
+    EXPECT_EQ(client.execute({"x", Method::GET, {}, {}}, {running, std::nullopt}).status, 400);
+}
+
+TEST_F(PodmanClientTest, KeepsAConnectionAndRepeatsOnlyAGetThatItDiesOn) {
+    std::atomic<int> posts{0};
+    const PodmanDouble podman(socket, [&](Peer& peer) {
+        for (int request = 0; request < 3; ++request) {
+            const std::string header = peer.readHeader();
+            posts += header.starts_with("POST") ? 1 : 0;
+            if (!header.starts_with("GET")) {
+                return;
+            }
+            peer.answer(200, "ok");
+        }
+        peer.readHeader();  // and leaves the fourth one without an answer
+    });
+    auto getter = std::make_unique<PodmanClient>(podman.address());
+    for (int request = 0; request < 3; ++request) {
+        EXPECT_EQ(get(*getter).status, 200);
+    }
+    EXPECT_EQ(podman.connections(), 1);
+    EXPECT_EQ(get(*getter).status, 200);
+    EXPECT_EQ(podman.connections(), 2);
+    getter.reset();
+    PodmanClient client(podman.address());
+    const PodmanReply reply = client.execute({"/containers/a/start", Method::POST, {}, {}}, {running, std::nullopt});
+    EXPECT_EQ(reply.status, 503);
+    EXPECT_EQ(posts, 1);
+}
+
+TEST_F(PodmanClientTest, EndsAtItsDeadlineOrAtOnceWhenCancelled) {
+    const PodmanDouble podman(socket, [](Peer& peer) { peer.waitForClose(); });
+    PodmanClient client(podman.address());
+    const PodmanReply late = client.execute({"/info", Method::GET, {}, {}}, {running, Clock::now() + 50ms});
+    EXPECT_EQ(late.status, 503);
+    EXPECT_THAT(late.body, HasSubstr("did not answer in time: GET /info"));
+
+    std::thread stop([&] {
+        std::this_thread::sleep_for(50ms);
+        running.cancel();
+    });
+    const auto begin = Clock::now();
+    EXPECT_THAT(get(client).body, HasSubstr("stopping"));
+    EXPECT_LT(Clock::now() - begin, 5s);
+    stop.join();
+    EXPECT_THAT(get(client).body, HasSubstr("stopping"));
+}
+
+TEST_F(PodmanClientTest, EndsAnAnswerThatTricklesOnForever) {
+    std::atomic<bool> isDone{false};
+    const PodmanDouble podman(socket, [&](Peer& peer) {
+        peer.readHeader();
+        peer.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n");
+        while (!isDone) {
+            peer.sendChunk("x");
+        }
+    });
+    PodmanClient client(podman.address());
+    EXPECT_EQ(client.execute({"/info", Method::GET, {}, {}}, {running, Clock::now() + 100ms}).status, 503);
+    isDone = true;
+}
+
+TEST_F(PodmanClientTest, ReadsARefusalThatComesBeforeTheFileWasSent) {
+    std::ofstream(directory.path("image.tar")) << std::string(10'000'000, 'x');
+    for (const bool staysOpen : {true, false}) {
+        SCOPED_TRACE(staysOpen ? "stays open" : "closes at once");
+        const PodmanDouble podman(directory.path(staysOpen ? "a" : "b"), [&](Peer& peer) {
+            peer.readHeader();
+            peer.answer(500, "no room");
+            if (staysOpen) {
+                peer.waitForClose();
+            }
+        });
+        PodmanClient client(podman.address());
+        const PodmanReply reply = load(client, directory.path("image.tar"));
+        EXPECT_EQ(reply.status, 500);
+        EXPECT_EQ(reply.body, "no room");
+    }
+}

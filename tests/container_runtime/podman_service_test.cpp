@@ -1,0 +1,139 @@
+#include "podman_service.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/stat.h>
+
+#include <csignal>
+
+#include "log_recorder.h"
+#include "podman_double.h"
+#include "tests/support.h"
+
+using namespace KxNTests;
+using namespace KxNContainer;
+
+namespace {
+
+class PodmanServiceTest : public testing::Test {
+protected:
+    PodmanCommand fakePodman(std::vector<std::string> options = {}) {
+        options.insert(options.end(), {"system", "service", "--time=0", client.getAddress().text()});
+        return {KX_FAKE_PODMAN, options, {"KX_FAKE_PODMAN=given"}, 0};
+    }
+
+    /// The process that answers, 0 for none.
+    pid_t server() {
+        pid_t pid = 0;
+        return client.ping(running, nullptr, &pid) ? pid : 0;
+    }
+
+    std::vector<std::pair<int, std::string>> logLines() {
+        const auto fresh = KxNTests::takeLogLines();
+        lines.insert(lines.end(), fresh.begin(), fresh.end());
+        return lines;
+    }
+
+    void SetUp() override { KxNTests::takeLogLines(); }
+
+    KxNTests::TemporaryDirectory directory;
+    PodmanClient client{{directory.path("podman.sock"), 0}};
+    Cancellation running;
+    PodmanService service{client, directory.path("output")};
+    std::string reason;
+    std::vector<std::pair<int, std::string>> lines;
+};
+
+}  // namespace
+
+TEST_F(PodmanServiceTest, StartsPodmanWithNothingOfThisProcessAndEndsIt) {
+    const KxNCommon::UniqueFd leak(::open("/dev/null", O_RDONLY));
+    ASSERT_TRUE(service.start(fakePodman(), reason)) << reason;
+    EXPECT_TRUE(client.ping(running, nullptr));
+    const pid_t pid = server();
+    EXPECT_TRUE(waitFor([&] { return logLines().size() >= 2; }));
+    EXPECT_THAT(logLines(), Contains(Pair(1, HasSubstr("Podman: descriptors 0 1 2 ; term 0; environment given"))));
+    service.stop();
+    EXPECT_NE(::kill(pid, 0), 0);
+    EXPECT_FALSE(client.ping(running, nullptr));
+    service.stop();
+}
+
+TEST_F(PodmanServiceTest, SaysWhyPodmanDoesNotStart) {
+    EXPECT_FALSE(service.start(fakePodman({"--refuse"}), reason));
+    EXPECT_EQ(reason, "Podman ended with status 125 while it was started: Error: no storage");
+    EXPECT_FALSE(service.start({directory.path("podman"), {}, {}, 0}, reason));
+    EXPECT_EQ(reason, "Cannot run '" + directory.path("podman") + "': No such file or directory");
+}
+
+TEST_F(PodmanServiceTest, UsesAPodmanThatRunsLeavesItRunningAndReplacesItWhenItDies) {
+    KxNContainer::PodmanLog log(directory.path("other"));
+    ASSERT_TRUE(log.open(reason));
+    const auto output = log.openForPodman();
+    PodmanProcess other = PodmanProcess::start(fakePodman(), output.get(), reason);
+    ASSERT_TRUE(waitFor([&] { return client.ping(running, nullptr); }));
+    const pid_t pid = server();
+
+    ASSERT_TRUE(service.start(fakePodman(), reason)) << reason;
+    EXPECT_EQ(server(), pid);
+    service.stop();
+    EXPECT_TRUE(client.ping(running, nullptr));
+
+    ASSERT_TRUE(service.start(fakePodman(), reason)) << reason;
+    other.end(1s, [] {});
+    EXPECT_TRUE(waitFor([&] {
+        const pid_t now = server();
+        return now != 0 && now != pid;
+    }));
+}
+
+TEST_F(PodmanServiceTest, GivesPodmanAllCpusForANumberThatIsNone) {
+    cpu_set_t mine;
+    ASSERT_EQ(::sched_getaffinity(0, sizeof mine, &mine), 0);
+    for (const std::int32_t cpus : {0, -1, 1000}) {
+        PodmanCommand command = fakePodman();
+        command.cpus = cpus;
+        ASSERT_TRUE(service.start(command, reason)) << reason;
+        cpu_set_t podmans;
+        ASSERT_EQ(::sched_getaffinity(server(), sizeof podmans, &podmans), 0);
+        EXPECT_TRUE(CPU_EQUAL(&podmans, &mine));
+        service.stop();
+    }
+}
+
+TEST_F(PodmanServiceTest, GrowsThePauseBetweenStartsOfAPodmanThatKeepsDying) {
+    const auto started = Clock::now();
+    ASSERT_TRUE(service.start(fakePodman({"--die-after", "1"}), reason)) << reason;
+    const auto deaths = [&] {
+        std::ptrdiff_t count = 0;
+        for (const auto& [level, line] : logLines()) {
+            count += level == 3 && line.find("ended with status 7") != std::string::npos;
+        }
+        return count;
+    };
+    EXPECT_TRUE(waitFor([&] { return deaths() == 4; }));
+    EXPECT_GE(Clock::now() - started, 100ms + 200ms + 400ms);
+    EXPECT_THAT(logLines(), Contains(Pair(3, HasSubstr("level=fatal"))));
+    const auto begin = Clock::now();
+    service.stop();
+    EXPECT_LT(Clock::now() - begin, 3s);
+}
+
+TEST_F(PodmanServiceTest, LetsAPodmanWriteOnWhenItsReaderIsKilled) {
+    const std::string path = directory.path("fifo");
+    auto log = std::make_unique<PodmanLog>(path);
+    ASSERT_TRUE(log->open(reason));
+    const auto podmans = log->openForPodman();
+    log.reset();
+    const std::string line = "level=error msg=\"written while nobody read\"\n" + std::string(3000, 'x') + "\nrest";
+    ASSERT_EQ(::write(podmans.get(), line.data(), line.size()), static_cast<ssize_t>(line.size()));
+    PodmanLog next(path);
+    ASSERT_TRUE(next.open(reason));
+    next.drain();
+    EXPECT_THAT(logLines(), ElementsAre(Pair(3, HasSubstr("written while nobody read")),
+                                        Pair(1, EndsWith(": " + std::string(1024, 'x')))));
+
+    std::ofstream(directory.path("file")) << "not a FIFO";
+    EXPECT_FALSE(PodmanLog(directory.path("file")).open(reason));
+    EXPECT_THAT(reason, HasSubstr("file': not a FIFO"));
+}

@@ -1,0 +1,132 @@
+#include "settings_store.h"
+
+#include "log_recorder.h"
+#include "tests/support.h"
+
+using namespace KxNContainer;
+using namespace KxNTests;
+
+namespace {
+
+constexpr int ALL_CORES = 7;
+
+std::string describe(const SettingsStore& store) {
+    return std::to_string(store.userSettings().tcpPort) + " " + std::to_string(store.userSettings().coresNum) + " " +
+           (store.isEnabled() ? "enabled" : "disabled");
+}
+
+TEST(SettingsStore, FileIsReadAsFarAsItGoesAndNeverLost) {
+    const struct {
+        const char* text;
+        const char* values;
+        std::size_t errorLines;
+        bool isSetAside;
+    } cases[] = {
+        {R"({"tcp_port": 1, "cores_num": -2, "enabled": false})", "1 -2 disabled", 0, false},
+        {"{}", "2376 7 enabled", 0, false},
+        {R"({"tcp_port": "1", "cores_num": 1.0, "enabled": 0})", "2376 7 enabled", 3, false},
+        {R"({"tcp_port": null, "cores_num": 2, "enabled": false})", "2376 2 disabled", 1, false},
+        {R"({"tcp_port": 2147483648, "cores_num": -2147483649})", "2376 7 enabled", 2, false},
+        {R"({"tcp_port": 18446744073709551615})", "2376 7 enabled", 1, false},
+        {R"({"tcp_port": 2147483647, "cores_num": -2147483648})", "2147483647 -2147483648 enabled", 0, false},
+        {R"({"tcp_port": 1, "enab)", "2376 7 enabled", 1, true},
+        {"[1]", "2376 7 enabled", 1, true},
+        {R"({"tcp_port": 1} x)", "2376 7 enabled", 1, true},
+        {"{\"a\": \"\xff\"}", "2376 7 enabled", 1, true},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.text);
+        const TemporaryDirectory directory;
+        const std::string path = directory.path("settings.json");
+        writeFile(path, row.text);
+        takeLogLines();
+        const SettingsStore store(path, ALL_CORES);
+        EXPECT_EQ(describe(store), row.values);
+        const auto lines = takeLogLines();
+        EXPECT_EQ(lines.size(), row.errorLines);
+        EXPECT_THAT(lines, Each(Pair(4, HasSubstr(path))));
+        EXPECT_EQ(readFile(row.isSetAside ? path + ".broken-1" : path), row.text);
+        EXPECT_EQ(directory.fileNames().size(), 1U);
+    }
+}
+
+/// An object of about `size` bytes with a list of `item`s, and the brackets that these leave open.
+std::string largeFile(std::size_t size, const std::string& item, std::size_t open = 0) {
+    std::string text = R"({"tcp_port": 1, "a": [0)";
+    while (text.size() + item.size() + open < size) {
+        text += item;
+    }
+    return text + std::string(open, ']') + "]}";
+}
+
+TEST(SettingsStore, LargestFileIsJudgedAtOnceHoweverItNests) {
+    constexpr std::size_t largest = (1 << 20) - 10;
+    const struct {
+        const char* name;
+        std::string text;
+        std::string fileName;
+    } cases[] = {
+        {"deep", largeFile(largest, ",[0", largest / 4), "settings.json.broken-1"},
+        {"deep and wide", largeFile(largest, ",[{},{}", largest / 8), "settings.json.broken-1"},
+        {"wide", largeFile(largest, ",{}"), "settings.json"},
+        {"too large", largeFile(largest + 20, ",0"), "settings.json.broken-1"},
+    };
+    for (const auto& [name, text, fileName] : cases) {
+        SCOPED_TRACE(name);
+        const TemporaryDirectory directory;
+        const std::string path = directory.path("settings.json");
+        writeFile(path, text);
+        const auto begin = Clock::now();
+        const SettingsStore store(path, ALL_CORES);
+        EXPECT_LT(Clock::now() - begin, 20s) << "longer than one look at each byte takes";
+        EXPECT_THAT(directory.fileNames(), ElementsAre(fileName));
+        EXPECT_EQ(store.userSettings().tcpPort, fileName == "settings.json" ? 1 : 2376);
+    }
+}
+
+TEST(SettingsStore, RewriteKeepsEditsByHand) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("settings.json");
+    SettingsStore store(path, ALL_CORES);
+    writeFile(path, R"({"hand": 1, "enabled": false})");
+    ASSERT_TRUE(store.setUserSettings({80, 2}));
+    EXPECT_EQ(KxNJson::json::parse(readFile(path)).dump(), R"({"hand":1,"enabled":false,"tcp_port":80,"cores_num":2})");
+    EXPECT_EQ(describe(SettingsStore(path, ALL_CORES)), "80 2 disabled");
+}
+
+TEST(SettingsStore, BrokenOrLostFileDoesNotUndoWhatTheProcessKnows) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("made/on/demand/settings.json");
+    SettingsStore store(path, ALL_CORES);
+    ASSERT_TRUE(store.setUserSettings({80, 2}));
+    writeFile(path, "rubbish");
+    ASSERT_TRUE(store.setEnabled(false));
+    EXPECT_EQ(describe(SettingsStore(path, ALL_CORES)), "80 2 disabled");
+    std::filesystem::remove(path);
+    ASSERT_TRUE(store.setEnabled(true));
+    EXPECT_EQ(describe(SettingsStore(path, ALL_CORES)), "80 2 enabled");
+    writeFile(path, "more rubbish");
+    store.reload();
+    EXPECT_EQ(readFile(path + ".broken-1") + readFile(path + ".broken-2"), "rubbishmore rubbish");
+}
+
+TEST(SettingsStore, ConcurrentChangesOfDifferentValuesAllStay) {
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("settings.json");
+    SettingsStore store(path, ALL_CORES);
+    std::thread enabling([&store] {
+        for (int round = 0; round < 50; ++round) {
+            EXPECT_TRUE(store.setEnabled(round % 2 == 0));
+        }
+    });
+    for (int round = 0; round < 50; ++round) {
+        EXPECT_TRUE(store.setUserSettings({round, -round}));
+        store.reload();
+        EXPECT_EQ(store.userSettings().tcpPort, round);
+    }
+    enabling.join();
+    EXPECT_EQ(describe(store), "49 -49 disabled");
+    EXPECT_EQ(describe(SettingsStore(path, ALL_CORES)), "49 -49 disabled");
+}
+
+}  // namespace

@@ -1,0 +1,67 @@
+#include <sched.h>
+#include <sys/mount.h>
+
+#include "KxJson.h"
+#include "inventory.h"
+#include "log_recorder.h"
+#include "tests/support.h"
+#include "user_storage.h"
+
+using namespace KxNContainer;
+using namespace KxNTests;
+
+namespace {
+
+TEST(UserStorage, IsNeitherMissingNorFullNorReadOnly) {
+    const TemporaryDirectory directory;
+    if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("tmpfs", directory.path("").c_str(), "tmpfs", 0, "size=32m") != 0) {
+        GTEST_SKIP() << "needs root to mount a small disk";
+    }
+    std::string message;
+    EXPECT_FALSE(hasValidUserStorage(directory.path("missing"), message));
+    EXPECT_THAT(message, AllOf(HasSubstr("missing"), HasSubstr("No such file or directory")));
+    EXPECT_TRUE(hasValidUserStorage(directory.path(""), message)) << message;
+    std::ofstream(directory.path("filler")) << std::string(20 << 20, 'x');
+    EXPECT_FALSE(hasValidUserStorage(directory.path(""), message));
+    EXPECT_THAT(message, AllOf(HasSubstr("is full"), HasSubstr("12288 KiB free")));
+    std::filesystem::remove(directory.path("filler"));
+    ASSERT_EQ(::mount("none", directory.path("").c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    EXPECT_FALSE(hasValidUserStorage(directory.path(""), message));
+    EXPECT_THAT(message, HasSubstr("Read-only file system"));
+    ::umount(directory.path("").c_str());
+}
+
+TEST(Inventory, HoldsFilesOfAllDirectoriesAndOutlivesOddOnes) {
+    const TemporaryDirectory directory;
+    std::filesystem::create_directories(directory.path("images/sub"));
+    std::filesystem::create_directories(directory.path("plugins"));
+    std::ofstream(directory.path("images/b.tar")) << "123";
+    std::ofstream(directory.path("images/sub/a.tar")) << "1";
+    std::ofstream(directory.path("plugins/\xff.crp")) << "";
+    std::filesystem::create_directory_symlink("..", directory.path("images/loop"));
+    std::filesystem::create_symlink("nowhere", directory.path("images/dangling"));
+    const std::string file = directory.path("inventory.json");
+    Inventory inventory({{"image", directory.path("images")},
+                         {"composeFile", directory.path("missing")},
+                         {"plugin", directory.path("plugins")}},
+                        file);
+    ASSERT_TRUE(inventory.scan());
+    auto document = KxNJson::json::parse(std::ifstream(file));
+    for (auto& entry : document["files"]) {
+        EXPECT_GT(entry["time"], 1500000000);
+        entry["time"] = 0;
+    }
+    EXPECT_EQ(document.dump(),
+              R"({"files":[{"name":"b.tar","kind":"image","size":3,"time":0},)"
+              R"({"name":"sub/a.tar","kind":"image","size":1,"time":0},)"
+              "{\"name\":\"\xef\xbf\xbd.crp\",\"kind\":\"plugin\",\"size\":0,\"time\":0}],\"isComplete\":true}");
+    EXPECT_TRUE(takeLogLines().empty());
+
+    std::filesystem::create_directories(directory.path("images/1/2/3/4/5/6/7/8/9/10/11/12"));
+    ASSERT_TRUE(inventory.scan());
+    EXPECT_THAT(takeLogLines(), ElementsAre(Pair(3, HasSubstr("too deep"))));
+    EXPECT_FALSE(KxNJson::json::parse(std::ifstream(file))["isComplete"]);
+}
+
+}  // namespace

@@ -1,0 +1,172 @@
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <cstddef>
+#include <future>
+
+#include "KxErrorManager.h"
+#include "KxRtos.h"
+#include "platform/common/unique_fd.h"
+#include "platform/rtos/instance_lock.h"
+#include "tests/support.h"
+
+using namespace KxNTests;
+
+namespace {
+
+using namespace KxNRtosAbstraction;
+
+TEST(InstanceLock, HoldsUntilItsProcessDiesAndNotLongerInAChild) {
+    const std::string path = testing::TempDir() + "kx-" + std::to_string(::getpid()) + ".lock";
+    std::array<int, 2> ready;
+    ASSERT_EQ(::pipe2(ready.data(), O_CLOEXEC), 0);
+    const pid_t holder = ::fork();
+    if (holder == 0) {
+        const KxNCommon::UniqueFd lock = lockInstance(path, 0);
+        const pid_t child = ::fork();
+        if (child == 0) {
+            ::execl("/bin/sleep", "sleep", "20", nullptr);
+            ::_exit(1);
+        }
+        std::this_thread::sleep_for(100ms);  // until the child's descriptors are its own
+        static_cast<void>(!::write(ready[1], &child, sizeof(child)));
+        ::pause();
+        ::_exit(lock ? 0 : 1);
+    }
+    pid_t child = -1;
+    ASSERT_EQ(::read(ready[0], &child, sizeof(child)), static_cast<ssize_t>(sizeof(child)));
+    const auto started = Clock::now();
+    EXPECT_FALSE(lockInstance(path, 0));
+    EXPECT_LT(Clock::now() - started, 1s);
+    EXPECT_FALSE(lockInstance(path, 200));
+    EXPECT_GE(Clock::now() - started, 200ms);
+    auto waiting = std::async(std::launch::async, [&] { return static_cast<bool>(lockInstance(path, 10'000)); });
+    ::kill(holder, SIGKILL);
+    ::waitpid(holder, nullptr, 0);
+    EXPECT_TRUE(waiting.get());
+    ::kill(child, SIGKILL);
+    ::unlink(path.c_str());
+}
+
+TEST(InstanceLock, AFileThatCannotBeUsedIsNoClaim) {
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(lockInstance("/nonexistent/directory/lock", 0));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr("ERROR Korvex Container Service: The instance lock /nonexistent/directory/lock cannot be "
+                          "opened: No such file or directory"));
+}
+
+std::atomic<int> deliveries{0};
+std::atomic<bool> mayReturn{false};
+std::atomic<std::thread::id> deliveryThread;
+
+void countDelivery(KxCErrorListPool& pool, int signalNumber) {
+    deliveryThread = std::this_thread::get_id();
+    ++deliveries;
+    while (!mayReturn) {
+        std::this_thread::sleep_for(1ms);
+    }
+    pool.addError(0, "signal " + std::to_string(signalNumber));
+}
+
+bool isDefaultAction(int signalNumber) {
+    struct sigaction action {};
+    ::sigaction(signalNumber, nullptr, &action);
+    return action.sa_handler == SIG_DFL;
+}
+
+TEST(Signals, AHandlerRunsOnAThreadOfThePlatformAndRemovalWaitsForIt) {
+    KxCErrorListPool pool;
+    installSignalHandler(pool, SIGUSR1, countDelivery);
+    installSignalHandler(pool, SIGUSR2, countDelivery);
+    ::raise(SIGUSR1);
+    ASSERT_TRUE(waitFor([] { return deliveries == 1; }));
+    EXPECT_NE(deliveryThread.load(), std::this_thread::get_id());
+    auto removal = std::async(std::launch::async, [&] { removeSignalHandler(pool, SIGUSR1); });
+    EXPECT_EQ(removal.wait_for(100ms), std::future_status::timeout);
+    mayReturn = true;
+    removal.get();
+    EXPECT_TRUE(isDefaultAction(SIGUSR1));
+    EXPECT_EQ(pool.getErrorCount(), 1u);
+    ::raise(SIGUSR2);
+    EXPECT_TRUE(waitFor([&] { return pool.getErrorCount() == 2; }));
+    removeSignalHandler(pool, SIGUSR2);
+    EXPECT_EQ(pool.takeErrors().back().detail, "signal " + std::to_string(SIGUSR2));
+}
+
+TEST(Signals, AHandlerMayRemoveItself) {
+    KxCErrorListPool pool;
+    installSignalHandler(pool, SIGUSR1,
+                         [](KxCErrorListPool& handlersPool, int number) { removeSignalHandler(handlersPool, number); });
+    ::raise(SIGUSR1);
+    EXPECT_TRUE(waitFor([] { return isDefaultAction(SIGUSR1); }));
+    removeSignalHandler(pool, SIGUSR1);  // after which `pool` may go
+    EXPECT_EQ(pool.getErrorCount(), 0u);
+}
+
+TEST(Signals, WhatCannotBeCaughtIsAnError) {
+    for (const int number : {SIGKILL, 0, -1, 1000}) {
+        KxCErrorListPool pool;
+        installSignalHandler(pool, number, countDelivery);
+        ASSERT_EQ(pool.getErrorCount(), 1u);
+        EXPECT_THAT(pool.takeErrors()[0].detail, HasSubstr(std::to_string(number)));
+    }
+}
+
+// A service manager that listens at the address in NOTIFY_SOCKET; a path it has elsewhere, for the packaged service.
+TEST(ServiceInitialized, ReachesAServiceManagerAtAnAbstractAddress) {
+    const std::string address = "@kx-notify-" + std::to_string(::getpid());
+    const KxNCommon::UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    address.copy(name.sun_path, sizeof(name.sun_path) - 1);
+    name.sun_path[0] = '\0';
+    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + address.size());
+    ASSERT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&name), size), 0);
+    ::setenv("NOTIFY_SOCKET", address.c_str(), 1);
+    setServiceInitialized();
+    std::array<char, 100> text{};
+    EXPECT_GT(::recv(socket.get(), text.data(), text.size(), MSG_DONTWAIT), 0);
+    EXPECT_STREQ(text.data(), "READY=1");
+}
+
+TEST(ServiceInitialized, WithoutAServiceManagerNothingIsSaidAndAnUnreachableOneIsAWarning) {
+    for (const std::string& address :
+         {std::string("/nonexistent/socket"), std::string("vsock:1"), std::string(300, '/')}) {
+        testing::internal::CaptureStderr();
+        ::setenv("NOTIFY_SOCKET", address.c_str(), 1);
+        setServiceInitialized();
+        EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("WARNING Korvex Container Service: "));
+    }
+    ::unsetenv("NOTIFY_SOCKET");
+    testing::internal::CaptureStderr();
+    setServiceInitialized();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(Mutex, ATimedLockGivesUpInTimeAndTakesAFreeOneAtOnce) {
+    KxCMutex mutex("test");
+    KxCMutexLock lock(mutex);
+    std::thread([&] {
+        const auto started = Clock::now();
+        EXPECT_FALSE(mutex.lock(0));
+        EXPECT_FALSE(mutex.lock(50));
+        EXPECT_GE(Clock::now() - started, 50ms);
+    }).join();
+    std::thread waiting([&] {
+        EXPECT_TRUE(mutex.lock(-1));
+        mutex.unlock();
+    });
+    lock.unlock();
+    lock.unlock();
+    waiting.join();
+    EXPECT_TRUE(mutex.lock(0));
+    mutex.unlock();
+}
+
+}  // namespace

@@ -1,0 +1,98 @@
+// Requests that no ordinary client sends, byte for byte. What ordinary ones send is tried on the whole program.
+
+#include "server_fixture.h"
+
+namespace KxNWebApiTest {
+namespace {
+
+class ServerRequests : public ::testing::Test {
+protected:
+    TestHandler handler;
+    TestServer server{handler};
+};
+
+TEST_F(ServerRequests, EachRequestGetsItsAnswer) {
+    const std::string json = "Content-Type: application/json\r\n";
+    const std::string echo = "PATCH /api/v1/echo HTTP/1.1\r\n@";
+    const struct {
+        const char* fault;
+        std::string request;  // "@" stands for the Host and Authorization fields
+        int status;
+        std::string contains;
+        bool closes = false;
+    } cases[] = {
+        {"empty lines before a request", "\r\n\r\nGET /api/v1/fast HTTP/1.1\r\n@\r\n", 200, R"({"ok":true})"},
+        {"a request that an exception ends", "GET /api/v1/throw HTTP/1.1\r\n@\r\n", 500,
+         "\"detail\":\"Internal error\""},
+        {"a request that nobody answers", "GET /api/v1/silent HTTP/1.1\r\n@\r\n", 500, "InternalServerError"},
+        {"a parameter in the answer", "DELETE /api/v1/items/a%20b HTTP/1.1\r\n@\r\n", 409, "\"detail\":\"a b\""},
+        {"chunked JSON", echo + json + "Transfer-Encoding: chunked\r\n\r\n3;x=y\r\n[1,\r\n2\r\n2]\r\n0\r\nT: u\r\n\r\n",
+         200, "[1,2]"},
+        {"a body of no type", echo + "Content-Length: 2\r\n\r\n{}", 415, "UnsupportedMediaType"},
+        {"JSON that nests too deep", echo + json + "Content-Length: 65\r\n\r\n" + std::string(65, '['), 400,
+         "not valid JSON: it nests more than 64 levels deep"},
+        {"an announced body that is too large", echo + json + "Content-Length: 1048577\r\n\r\n", 413, "ContentTooLarge",
+         true},
+        {"no host", "GET /api/v1/fast HTTP/1.1\r\n\r\n", 400, "Host", true},
+        {"two hosts", "GET /api/v1/fast HTTP/1.1\r\n@Host: b\r\n\r\n", 400, "Host", true},
+        {"a blank before a colon", "GET / HTTP/1.1\r\nHost : a\r\n\r\n", 400, "BadRequest", true},
+        {"two lengths", echo + "Content-Length: 2\r\nContent-Length: 3\r\n\r\n{}", 400, "", true},
+        {"chunks in HTTP/1.0", "PATCH /api/v1/echo HTTP/1.0\r\n@Transfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 400, "",
+         true},
+        {"another coding", echo + "Transfer-Encoding: gzip\r\n\r\n", 501, "", true},
+        {"a coding hidden behind chunks", echo + "Transfer-Encoding: chunked, identity\r\n\r\n", 501, "", true},
+        {"a malformed chunk", echo + json + "Transfer-Encoding: chunked\r\n\r\nzz\r\n", 400, "", true},
+        {"another expectation", "GET /api/v1/fast HTTP/1.1\r\n@Expect: more\r\n\r\n", 417, "ExpectationFailed", true},
+        {"another protocol version", "GET /api/v1/fast HTTP/2.0\r\n@\r\n", 505, "", true},
+        {"another WebSocket version",
+         "GET /api/v1/logs/a/ws HTTP/1.1\r\n@Connection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 12\r\n"
+         "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n\r\n",
+         426, "UpgradeRequired"},
+        {"HTTP/1.0", "GET /api/v1/fast HTTP/1.0\r\n@\r\n", 200, "ok", true},
+    };
+    for (const auto& one : cases) {
+        SCOPED_TRACE(one.fault);
+        RawClient client(server.port());
+        std::string request = one.request;
+        if (const std::size_t at = request.find('@'); at != request.npos) {
+            request.replace(at, 1, "Host: localhost\r\n" + server.authorization());
+        }
+        client.send(request);
+        const Reply reply = client.receive();
+        EXPECT_EQ(reply.status, one.status);
+        EXPECT_THAT(reply.body, HasSubstr(one.contains));
+        EXPECT_EQ(reply.field("X-Content-Type-Options"), "nosniff");
+        EXPECT_EQ(reply.field("Cache-Control"), "no-store");
+        EXPECT_EQ(reply.field("Content-Type"), one.status < 400 ? "application/json" : "application/problem+json");
+        if (one.closes) {
+            client.finishSending();
+            EXPECT_TRUE(client.isClosed());
+        } else {
+            client.send(makeHead(server, "GET /api/v1/fast"));
+            EXPECT_EQ(client.receive().status, 200) << "the connection is to be kept";
+        }
+    }
+}
+
+TEST_F(ServerRequests, PipelinedRequestsAreAnsweredInOrder) {
+    RawClient client(server.port());
+    std::string requests;
+    for (int i = 0; i < 50; ++i) {
+        requests += makeHead(server, "DELETE /api/v1/items/" + std::to_string(i));
+    }
+    client.send(requests);
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_THAT(client.receive().body, HasSubstr("\"detail\":\"" + std::to_string(i) + "\""));
+    }
+}
+
+TEST_F(ServerRequests, AHeadMayArriveByteByByte) {
+    RawClient client(server.port());
+    for (const char byte : makeHead(server, "GET /api/v1/fast", "X: " + std::string(1500, 'x') + "\r\n")) {
+        client.send({&byte, 1});
+    }
+    EXPECT_EQ(client.receive().status, 200);
+}
+
+}  // namespace
+}  // namespace KxNWebApiTest
