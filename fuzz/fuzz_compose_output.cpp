@@ -1,0 +1,31 @@
+// Whatever the compose tool prints, what is shown of it is text.
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "KxJson.h"
+#include "fuzz/require.h"
+#include "platform/container_runtime/compose_output.h"
+
+using namespace KxNContainer;
+
+namespace {
+
+bool isText(const std::string& text) {
+    KxNJson::json(text).dump();  // throws on invalid UTF-8
+    return std::all_of(text.begin(), text.end(), [](char character) {
+        return character == '\n' || character == '\t' ||
+               (static_cast<unsigned char>(character) >= 0x20 && character != 0x7f);
+    });
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string output = readableOutput({reinterpret_cast<const char*>(data), size});
+    KX_REQUIRE(isText(output) && readableOutput(output) == output);
+    const std::string words = lastWords(output);
+    KX_REQUIRE(isText(words) && words.find('\n') == std::string::npos && words.size() <= 1100);
+    return 0;
+}

@@ -1,0 +1,53 @@
+// Whatever a container writes and however it is cut, the same valid text comes out, and not more than three bytes for
+// one.
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "fuzz/require.h"
+#include "platform/container_runtime/log_frames.h"
+
+using namespace KxNContainer;
+
+namespace {
+
+bool isValid(const std::string& text) {
+    Utf8Text checker;
+    std::string checked;
+    checker.append(text, checked);
+    checker.finish(checked);
+    return checked == text;
+}
+
+}  // namespace
+
+/// The first byte says whether there are frames and into how large pieces the rest is cut.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    if (size == 0) {
+        return 0;
+    }
+    const bool isFramed = (data[0] & 1) != 0;
+    const std::size_t step = 1 + (data[0] >> 1);
+    const std::string_view bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
+
+    std::string whole;
+    LogText log(isFramed);
+    log.append(bytes, whole);
+    log.finish(whole);
+    KX_REQUIRE(isValid(whole));
+    KX_REQUIRE(whole.size() <= 3 * bytes.size());
+
+    std::string joined;
+    LogText cutLog(isFramed);
+    for (std::size_t begin = 0; begin < bytes.size(); begin += step) {
+        std::string text;
+        cutLog.append(bytes.substr(begin, step), text);
+        KX_REQUIRE(isValid(text));
+        joined += text;
+    }
+    cutLog.finish(joined);
+    KX_REQUIRE(joined == whole);
+    KX_REQUIRE(cutLog.isBroken() == log.isBroken());
+    return 0;
+}

@@ -1,0 +1,37 @@
+// Whatever a Content-Disposition or Content-Type field holds, no path and no control character comes out of it.
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "fuzz/require.h"
+#include "platform/web_api/content_disposition.h"
+
+using namespace KxNTamberWebApi;
+
+namespace {
+
+bool hasControl(std::string_view text) {
+    return std::any_of(text.begin(), text.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; });
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string_view value(reinterpret_cast<const char*>(data), size);
+    std::string error;
+    if (const auto disposition = parseContentDisposition(value, error)) {
+        KX_REQUIRE(!disposition->type.empty() && error.empty());
+        KX_REQUIRE(!hasControl(disposition->fileName) && !hasControl(disposition->fieldName));
+        KX_REQUIRE(disposition->fileName.find_first_of("/\\") == std::string::npos);
+        KX_REQUIRE(disposition->fileName != "." && disposition->fileName != "..");
+    } else {
+        KX_REQUIRE(!error.empty());
+    }
+    if (const auto type = parseContentType(value)) {
+        KX_REQUIRE(type->mediaType.find('/') != std::string::npos && !hasControl(type->mediaType));
+        KX_REQUIRE(type->boundary.size() <= 70 && !hasControl(type->boundary));
+    }
+    return 0;
+}

@@ -1,0 +1,47 @@
+// Whatever the plugin configuration holds: a broken one is never written, in a good one a change does that and no more.
+#include "fuzz/require.h"
+#include "fuzz/scratch_directory.h"
+#include "platform/container_runtime/plugin_config.h"
+
+using namespace KxNContainer;
+
+namespace {
+
+bool isListedAsDeactivated(const PluginConfig& config) {
+    return config.list().at("plugins").at(0).at("isDeactivated").get<bool>();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const ScratchDirectory directory;
+    static const PluginIdentity plugin{"web", "1"};
+    const std::string text(reinterpret_cast<const char*>(data), size);
+    directory.write("web_1.crp", "");
+    directory.write("config.json", text);
+
+    PluginConfig config(directory.path(""), directory.path("config.json"));
+    const bool wasDeactivated = isListedAsDeactivated(config);
+    const PluginConfig::Code code = config.deactivate(plugin);
+    if (code != PluginConfig::CHANGED) {
+        KX_REQUIRE(code == (wasDeactivated ? PluginConfig::ALREADY_SO : PluginConfig::NOT_WRITTEN));
+        KX_REQUIRE(directory.read("config.json") == text);
+    }
+    if (code == PluginConfig::NOT_WRITTEN) {
+        KX_REQUIRE(config.activate(plugin) == PluginConfig::NOT_WRITTEN);
+        KX_REQUIRE(config.dropEntry("web_1.crp") == PluginConfig::NOT_WRITTEN);
+        KX_REQUIRE(directory.read("config.json") == text);
+        return 0;
+    }
+    KX_REQUIRE(isListedAsDeactivated(config));
+    KX_REQUIRE(config.activate(plugin) == PluginConfig::CHANGED && !isListedAsDeactivated(config));
+    KX_REQUIRE(config.dropEntry("web_1.crp") == PluginConfig::ALREADY_SO);
+
+    // What is not about the plugin is as it was.
+    if (!wasDeactivated) {
+        KxNJson::json expected = KxNJson::json::parse(text);
+        expected.emplace("deactivated", KxNJson::json::array());
+        KX_REQUIRE(KxNJson::json::parse(directory.read("config.json")).dump() == expected.dump());
+    }
+    return 0;
+}

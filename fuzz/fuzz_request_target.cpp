@@ -1,0 +1,97 @@
+// Any request target gives an answer, and values that reach a handler keep their promises.
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "api/endpoints.h"
+#include "fuzz/require.h"
+#include "platform/web_api/request_target.h"
+#include "platform/web_api/router.h"
+
+using namespace KxNTamberWebApi;
+
+namespace {
+
+void checkValues(const RouteMatch& match, std::size_t targetSize) {
+    const auto* const* value = match.values();
+    for (; *value != nullptr; ++value) {
+        const std::string_view text = (*value)->text;
+        KX_REQUIRE(text.size() <= targetSize);
+        if ((*value)->location == LOCATION_PATH) {
+            KX_REQUIRE(findPathParameterFault(text) == nullptr);
+        }
+        if ((*value)->type == TYPE_BOOLEAN) {
+            KX_REQUIRE(parseBoolean(text) == (*value)->boolean);
+        }
+        if ((*value)->type == TYPE_INT64) {
+            KX_REQUIRE(parseInt64(text) == (*value)->integer);
+        }
+    }
+    KX_REQUIRE(value - match.values() >= 1);  // the version at least
+}
+
+void requireSame(const RouteMatch& left, const RouteMatch& right) {
+    KX_REQUIRE(left.outcome == right.outcome);
+    KX_REQUIRE(left.endpoint == right.endpoint);
+    KX_REQUIRE(left.allow == right.allow);
+    KX_REQUIRE(left.detail == right.detail);
+    const auto* const* a = left.values();
+    const auto* const* b = right.values();
+    for (; *a != nullptr && *b != nullptr; ++a, ++b) {
+        KX_REQUIRE(std::strcmp((*a)->text, (*b)->text) == 0);
+    }
+    KX_REQUIRE(*a == *b);
+}
+
+/// The same target with each character of its path escaped means the same.
+std::string escapePath(std::string_view path) {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    std::string escaped;
+    for (std::size_t i = 0; i < path.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(path[i]);
+        if (path[i] == '/') {
+            escaped += '/';
+        } else if (path[i] == '%') {
+            escaped += path.substr(i, 3);
+            i += 2;
+        } else {
+            escaped += '%';
+            escaped += digits[byte >> 4];
+            escaped += digits[byte & 15];
+        }
+    }
+    return escaped;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const Router router(KxNCre::ENDPOINTS, "/api/cre/v1.0", "/api/cre/{version}");
+    static RouteMatch reused;
+    constexpr std::string_view methods[] = {"GET", "HEAD", "POST", "PUT", "DELETE", "PATCH", "OPTIONS", "BREW"};
+    if (size == 0) {
+        return 0;
+    }
+    const std::string_view method = methods[data[0] % std::size(methods)];
+    const std::string_view target(reinterpret_cast<const char*>(data) + 1, size - 1);
+
+    router.route(method, target, reused);
+    RouteMatch fresh;
+    router.route(method, target, fresh);
+    requireSame(reused, fresh);
+    KX_REQUIRE((fresh.outcome == RouteMatch::Outcome::matched) == fresh.detail.empty() ||
+               fresh.outcome == RouteMatch::Outcome::options);
+    if (fresh.outcome != RouteMatch::Outcome::matched) {
+        return 0;
+    }
+    KX_REQUIRE(fresh.endpoint != nullptr);
+    checkValues(fresh, target.size());
+
+    const auto split = splitRequestTarget(target);
+    KX_REQUIRE(split.has_value());
+    const std::string escaped = escapePath(split->path) + "?" + std::string(split->query);
+    router.route(method, escaped, reused);
+    requireSame(reused, fresh);
+    return 0;
+}
