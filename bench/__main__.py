@@ -1,0 +1,60 @@
+"""Runs the measurements; scripts/bench is the command."""
+
+import argparse
+import pathlib
+import resource
+import sys
+import time
+
+from bench import costs, footprint, plots, report, requests, streams, uploads
+from bench.measurement import Effort, Growth, Row
+
+MEASUREMENTS = {
+    "settings": requests.settings,
+    "list": requests.container_list,
+    "upload": uploads.upload,
+    "stream": streams.stream,
+    "start": footprint.start,
+    "connections": footprint.connections,
+    "streams-in-turn": streams.streams_in_turn,
+    "executable": footprint.executable,
+    "growth-list": requests.list_growth,
+    "growth-clients": requests.client_growth,
+    "growth-upload": uploads.upload_growth,
+    "growth-streams": streams.stream_growth,
+    "costs": costs.costs,
+}
+
+
+def main():
+    parser = argparse.ArgumentParser(prog="scripts/bench", description="Measures the shipped program beside what it is "
+                                     "compared to, and writes a table, build/bench/results.json and growth plots.")
+    parser.add_argument("--quick", action="store_true", help="fewer and shorter rounds; figures are rough")
+    parser.add_argument("--output", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
+    parser.add_argument("names", nargs="*", metavar="NAME", help="one of: " + ", ".join(MEASUREMENTS) + "; none for all")
+    arguments = parser.parse_args()
+    if unknown := set(arguments.names) - set(MEASUREMENTS):
+        parser.error(f"no such measurement: {', '.join(sorted(unknown))}")
+
+    resource.setrlimit(resource.RLIMIT_NOFILE, (resource.getrlimit(resource.RLIMIT_NOFILE)[1],) * 2)
+    work = arguments.output / "work"
+    work.mkdir(parents=True, exist_ok=True)
+    results = {"machine": report.describe_machine(), "quick": arguments.quick, "rows": [], "growth": [], "failed": {}}
+    for name in arguments.names or MEASUREMENTS:
+        started = time.monotonic()
+        try:
+            for measured in MEASUREMENTS[name](Effort(arguments.quick), work):
+                kind = {Row: "rows", Growth: "growth"}[type(measured)]
+                results[kind].append(measured.as_json())
+        except Exception as error:  # one that cannot be measured does not lose the others
+            results["failed"][name] = f"{type(error).__name__}: {error}"
+        print(f"{name}: {time.monotonic() - started:.0f} s {results['failed'].get(name, '')}", file=sys.stderr, flush=True)
+        report.write(results, arguments.output / "results.json")
+    plots.draw(arguments.output / "results.json", arguments.output)
+    (arguments.output / "table.md").write_text(report.table(results) + "\n")
+    print(report.table(results))
+    sys.exit(1 if results["failed"] else 0)
+
+
+if __name__ == "__main__":
+    main()

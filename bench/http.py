@@ -1,0 +1,137 @@
+"""Clients that cost little, so that what is measured is the server: one plain HTTP connection, a bulk upload, a WebSocket
+opening, and wrk.
+"""
+
+import os
+import re
+import socket
+import struct
+import subprocess
+import time
+
+
+def connect(address):
+    """`address` is (host, port), or the path of a Unix socket."""
+    family = socket.AF_UNIX if isinstance(address, str) else socket.AF_INET
+    connection = socket.socket(family, socket.SOCK_STREAM)
+    connection.settimeout(60)
+    try:
+        connection.connect(address)
+        if family == socket.AF_INET:
+            connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+    except OSError:
+        connection.close()
+        raise
+    return connection
+
+
+def cut(connection):
+    """Ends a TCP connection with a reset, as a client that vanishes does."""
+    if connection.family == socket.AF_INET:
+        connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    connection.close()
+
+
+def head(method, target, headers=None):
+    lines = [f"{method} {target} HTTP/1.1", "Host: 127.0.0.1"]
+    lines += [f"{name}: {value}" for name, value in (headers or {}).items()]
+    return ("\r\n".join(lines) + "\r\n\r\n").encode()
+
+
+class Connection:
+    """One kept-alive connection, one request at a time."""
+
+    def __init__(self, address):
+        self.socket = connect(address)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    def close(self):
+        self.socket.close()
+
+    def request(self, method, target, headers=None):
+        return self.exchange(head(method, target, headers))
+
+    def exchange(self, request):
+        """Sends a complete request; returns (status, headers with lower-case names, body)."""
+        self.socket.sendall(request)
+        received = bytearray()
+        while (end := received.find(b"\r\n\r\n")) < 0:
+            self._receive(received)
+        lines = received[:end].decode("latin-1").split("\r\n")
+        headers = {name.lower(): value.strip() for name, _, value in (line.partition(":") for line in lines[1:])}
+        body = received[end + 4:]
+        status = int(lines[0].split()[1])
+        if headers.get("transfer-encoding", "").lower() == "chunked":
+            while not body.endswith(b"0\r\n\r\n"):
+                self._receive(body)
+            return status, headers, join_chunks(body)
+        while len(body) < int(headers.get("content-length", 0)):
+            self._receive(body)
+        return status, headers, bytes(body)
+
+    def _receive(self, into):
+        piece = self.socket.recv(1 << 18)
+        if not piece:
+            raise ConnectionError("the server closed the connection")
+        into += piece
+
+
+def join_chunks(encoded):
+    pieces, position = [], 0
+    while True:
+        end = encoded.index(b"\r\n", position)
+        size = int(encoded[position:end], 16)
+        if size == 0:
+            return b"".join(pieces)
+        pieces.append(bytes(encoded[end + 2:end + 2 + size]))
+        position = end + 2 + size + 2
+
+
+def upload(address, method, target, headers, path):
+    """Sends the file as the raw body, without copying it through this process. Returns the seconds until the answer."""
+    with open(path, "rb") as file, Connection(address) as connection:
+        size = os.fstat(file.fileno()).st_size
+        started = time.perf_counter()
+        connection.socket.sendall(head(method, target, {**headers, "Content-Length": size,
+                                                        "Content-Type": "application/octet-stream"}))
+        connection.socket.sendfile(file)
+        status, _, body = connection.exchange(b"")
+        seconds = time.perf_counter() - started
+    if not 200 <= status < 300:
+        raise RuntimeError(f"upload to {target} was answered {status}: {body!r}")
+    return seconds
+
+
+def open_websocket(address, target, headers):
+    """Returns the socket after the upgrade, and what came with the answer."""
+    connection = connect(address)
+    connection.sendall(head("GET", target, {**headers, "Connection": "Upgrade", "Upgrade": "websocket",
+                                            "Sec-WebSocket-Version": "13",
+                                            "Sec-WebSocket-Key": "a3gtYmVuY2gta2V5LTAwMQ=="}))
+    received = b""
+    while b"\r\n\r\n" not in received:
+        piece = connection.recv(1 << 16)
+        if not piece:
+            raise ConnectionError(f"no upgrade: {received!r}")
+        received += piece
+    answer, _, rest = received.partition(b"\r\n\r\n")
+    if b" 101 " not in answer.split(b"\r\n")[0]:
+        raise RuntimeError(f"no upgrade: {received!r}")
+    return connection, rest
+
+
+def wrk(url, headers=None, connections=64, seconds=4, cpu=None):
+    """Loads `url`; returns (requests answered, requests per second)."""
+    command = ["taskset", "-c", cpu] if cpu else []
+    command += ["wrk", "-t1", f"-c{connections}", f"-d{seconds}s"]
+    for name, value in (headers or {}).items():
+        command += ["-H", f"{name}: {value}"]
+    output = subprocess.run(command + [url], check=True, capture_output=True, text=True).stdout
+    if "Non-2xx" in output or "Socket errors" in output:
+        raise RuntimeError(f"wrk on {url}: {output}")
+    return int(re.search(r"(\d+) requests in", output)[1]), float(re.search(r"Requests/sec:\s+([\d.]+)", output)[1])

@@ -1,0 +1,111 @@
+"""Requests: what they cost in CPU time, how many a second, and what the way through the service adds."""
+
+import json
+import statistics
+import time
+
+from bench import http, programs
+from bench.programs import kx
+from bench.measurement import Growth, Row
+
+SETTINGS = "/settings"
+NOT_REPEATED = {"content-type", "content-length", "date", "connection", "server"}  # nginx sends these by itself
+CONNECTIONS = 64
+
+
+def settings(effort, directory):
+    """GET /settings against nginx with the same answer, and against Podman's own cheapest request."""
+    nginx_cpu, own_cpu, own_rate, podman_rate = [], [], [], []
+    with programs.PodmanDouble(directory), programs.Service(directory, programs.SERVER_CPU) as service:
+        _, headers, body = service.get(SETTINGS)
+        repeated = {name: value for name, value in headers.items() if name not in NOT_REPEATED}
+        with programs.Nginx(directory, programs.SERVER_CPU, body.decode(), repeated) as nginx, \
+                programs.Podman(directory, programs.SERVER_CPU, tcp=True) as podman:
+            for _ in range(effort.rounds(7)):
+                nginx_cpu.append(rate_per_cpu_second(nginx, nginx.url("/fixed"), {}, effort)[0])
+                per_cpu_second, per_second = rate_per_cpu_second(service, service.url(SETTINGS), service.headers(), effort)
+                own_cpu.append(per_cpu_second)
+                own_rate.append(per_second)
+                podman_rate.append(rate_per_cpu_second(podman, podman.url("/_ping"), {}, effort)[1])
+    return [
+        Row("settings-cpu", "GET /settings, requests per second of CPU time", "1/s", own_cpu,
+            "nginx, one worker, the same answer", nginx_cpu, 0.7, "ratio"),
+        Row("settings-rate", "GET /settings, requests per second", "1/s", own_rate,
+            "Podman's /_ping over TCP", podman_rate, 2.5, "ratio"),
+    ]
+
+
+def rate_per_cpu_second(program, url, headers, effort, connections=CONNECTIONS):
+    """Returns requests per second of the server's CPU time, and per second of the clock."""
+    before = program.usage.cpu_seconds()
+    count, rate = http.wrk(url, headers, connections, effort.seconds(4), programs.CLIENT_CPU)
+    return count / (program.usage.cpu_seconds() - before), rate
+
+
+def container_list(effort, directory):
+    """The list through the service and straight from Podman, one request after the other on kept connections."""
+    with programs.Podman(directory), programs.Service(directory) as service:
+        kx.make_image()
+        for number in range(10):
+            kx.podman("create", "--replace", "--name", f"listed-{number}", kx.IMAGE, "/bin/sleep", "1000")
+        own, direct = alternate_lists(service, kx.PODMAN_SOCKET, effort.count(1000))
+    with programs.PodmanDouble(directory, 10), programs.Service(directory) as service:
+        own_double, direct_double = alternate_lists(service, kx.PODMAN_SOCKET, effort.count(3000))
+    return [
+        Row("list-added", "GET /containers?all=true, 10 containers, median", "ms", own,
+            "the same list asked of Podman directly", direct, 0.2, "difference", at_most=True),
+        Row("list-added-double", "the same from a Podman double, which answers at once", "ms", own_double,
+            "the double directly", direct_double, 0.2, "difference", at_most=True),
+    ]
+
+
+def alternate_lists(service, podman_address, count):
+    """Milliseconds of each of `count` requests of both sides."""
+    own_request = http.head("GET", programs.API + "/containers?all=true", service.headers())
+    direct_request = http.head("GET", "/v1.41/containers/json?all=true", {"Accept": "application/json"})
+    own, direct = [], []
+    with http.Connection(service.address) as to_service, http.Connection(podman_address) as to_podman:
+        for number in range(count + 10):
+            direct_time, (status, _, listed) = timed(to_podman, direct_request)
+            own_time, (own_status, _, answer) = timed(to_service, own_request)
+            if status != 200 or own_status != 200:
+                raise RuntimeError(f"lists were answered {status} and {own_status}")
+            if number == 0 and len(json.loads(answer)["containers"]) != len(json.loads(listed)):
+                raise RuntimeError("the lists differ")
+            if number >= 10:  # the first ones warm up
+                direct.append(direct_time)
+                own.append(own_time)
+    return own, direct
+
+
+def timed(connection, request):
+    started = time.perf_counter()
+    answer = connection.exchange(request)
+    return 1000 * (time.perf_counter() - started), answer
+
+
+def list_growth(effort, directory):
+    counts = [10, 100, 1000, 10000]
+    lines = {"through the service": [], "straight from the double": [], "added": []}
+    with programs.PodmanDouble(directory) as double, programs.Service(directory) as service:
+        for count in counts:
+            double.set_containers(count)
+            own, direct = alternate_lists(service, kx.PODMAN_SOCKET,
+                                          max(10, min(1000, effort.count(20000 // count * 10))))
+            own_median, direct_median = statistics.median(own), statistics.median(direct)
+            for line, value in zip(lines.values(), (own_median, direct_median, own_median - direct_median)):
+                line.append(value)
+    return [Growth("growth-list", "GET /containers, median", "containers", "ms", counts, lines)]
+
+
+def client_growth(effort, directory):
+    clients = [1, 4, 16, 64, 256]
+    lines = {"the service": [], "nginx": []}
+    with programs.PodmanDouble(directory), programs.Service(directory, programs.SERVER_CPU) as service:
+        _, _, body = service.get(SETTINGS)
+        with programs.Nginx(directory, programs.SERVER_CPU, body.decode()) as nginx:
+            for count in clients:
+                lines["nginx"].append(rate_per_cpu_second(nginx, nginx.url("/fixed"), {}, effort, count)[1])
+                lines["the service"].append(rate_per_cpu_second(service, service.url(SETTINGS), service.headers(), effort,
+                                                                count)[1])
+    return [Growth("growth-clients", "GET /settings, requests per second", "clients at once", "1/s", clients, lines)]
