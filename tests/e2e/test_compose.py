@@ -1,0 +1,173 @@
+"""Compose files and the commands on them, with the real docker-compose and Podman."""
+
+import asyncio
+import concurrent.futures
+import pathlib
+import signal
+import subprocess
+import urllib.parse
+
+import pytest
+from conftest import check_log, kx
+from test_logs import CLOSING, follow, read_all
+
+FILES = pathlib.Path("/userstorage1/container_rte/utilities/compose-files")
+
+TWO_SERVICES = """
+version: "3"
+services:
+  server:
+    image: localhost/hello:1
+    command: ["/bin/sh", "-c", "mkdir /www; echo {greeting} > /www/index.html; exec httpd -f -p 80 -h /www"]
+    networks: [inner]
+    stop_grace_period: 1s
+  {greeting}-client:
+    image: localhost/hello:1
+    command: ["/bin/sh", "-c", "while :; do wget -q -O - http://server/; sleep 0.3; done"]
+    networks: [inner]
+    stop_grace_period: 1s
+networks:
+  inner: {{}}
+"""
+MISSING_IMAGE = 'version: "3"\nservices:\n  a:\n    image: localhost/no-such-image:1\n'
+SLEEPER = 'version: "3"\nservices:\n  a:\n    image: localhost/hello:1\n    command: sleep 1000\n    stop_grace_period: 1s\n'
+
+
+def upload(service, name, text):
+    disposition = "attachment; filename*=UTF-8''" + urllib.parse.quote(name, safe="")
+    return service.request("POST", "/compose-files", text.encode(), {"Content-Type": "application/yaml",
+                                                                     "Content-Disposition": disposition})
+
+
+def command(service, name, word):
+    path = f"/compose-files/{urllib.parse.quote(name, safe='')}/containers"
+    return service.request("DELETE", path, timeout=120) if word == "remove" else service.request(
+        "POST", f"{path}/{word}", timeout=120)
+
+
+def running_names(service):
+    return [entry["Names"][0].lstrip("/") for entry in service.request("GET", "/containers").json()["containers"]]
+
+
+async def follow_until_stopped(service, container, word, stop):
+    """Follows the container's log until the word comes, then stops the container; gives the answer to that."""
+    async with follow(service, container) as stream:
+        text = ""
+        while word not in text:
+            text += await asyncio.wait_for(stream.recv(), 20)
+        stopping = asyncio.get_running_loop().run_in_executor(None, stop)
+        _, closing, code = await read_all(stream)
+        assert (closing, code) == (CLOSING.format(container), 1000)
+        return await stopping
+
+
+def whole_life(service, name, greeting):
+    assert upload(service, name, TWO_SERVICES.format(greeting=greeting)).json() == {"filename": name}
+    results = [command(service, name, word) for word in ("create", "create", "start", "start")]
+    assert [result.status for result in results] == [201, 200, 200, 200], [result.body for result in results]
+    assert list(results[0].json()) == ["Message", "Name", "Command", "ExitCode", "Output"]
+    assert results[0].json()["Name"] == name and results[0].json()["ExitCode"] == 0
+    client = next(container for container in running_names(service) if f"{greeting}-client" in container)
+    assert asyncio.run(follow_until_stopped(service, client, greeting, lambda: command(service, name, "stop"))).status == 200
+    assert client not in running_names(service)
+    assert command(service, name, "start").status == 200
+    assert client in running_names(service)
+    assert [command(service, name, "remove").status for _ in range(2)] == [200, 200]
+    assert client not in kx.podman("ps", "--all", "--format", "{{.Names}}").split()
+    assert service.request("DELETE", f"/compose-files/{name}").status == 204
+
+
+def test_two_projects_live_side_by_side(service):
+    with concurrent.futures.ThreadPoolExecutor() as pool:
+        for future in [pool.submit(whole_life, service, "first.yml", "hallo"),
+                       pool.submit(whole_life, service, "First.yml", "salut")]:
+            future.result()
+    assert "inner" not in kx.podman("network", "ls")
+
+
+def test_what_cannot_run_says_why(service):
+    upload(service, "image.yml", MISSING_IMAGE)
+    upload(service, "noise.yml", "services: [\n")
+    upload(service, "empty.yml", "")
+    (FILES / "folder.yml").mkdir()
+    for name, word, status, words in [("ghost.yml", "start", 404, "ghost.yml"), ("ghost.yml", "remove", 404, "ghost.yml"),
+                                      ("noise.yml", "create", 400, "noise.yml"), ("empty.yml", "create", 400, ""),
+                                      ("folder.yml", "create", 400, "folder.yml"), ("", "start", 400, ""),
+                                      ("image.yml", "create", 500, "no-such-image")]:
+        answer = command(service, name, word)
+        assert answer.status == status, (name, word, answer.body)
+        assert answer.detail() and words in answer.detail(), (name, answer.detail())
+    for path in list(FILES.iterdir()):
+        path.rmdir() if path.is_dir() else path.unlink()
+
+
+@pytest.mark.parametrize("name", ["it's $(touch pwned); \"touch\" `touch pwned`.yml", "-f.yml", "ünïcode.yml", "n" * 250 + ".yml"], ids=range(4))
+def test_odd_names_are_only_names(service, name):
+    assert upload(service, name, SLEEPER).json() == {"filename": name}
+    results = [command(service, name, word) for word in ("create", "remove")]
+    assert [result.status for result in results] == [201, 200], [result.body for result in results]
+    assert not list(FILES.rglob("pwned"))
+    assert service.request("DELETE", "/compose-files/" + urllib.parse.quote(name, safe="")).status == 204
+
+
+def test_names_too_long_or_with_control_characters_are_refused(service):
+    assert upload(service, "n" * 300 + ".yml", SLEEPER).status == 400
+    assert command(service, "n" * 300 + ".yml", "create").status in (400, 404)
+    assert command(service, "a\nb.yml", "create").status == 400
+
+
+def test_files_are_listed_and_deleted(service):
+    upload(service, "kept.yml", SLEEPER)
+    kx.wait_until(lambda: "route=/compose-files name=kept.yml status=200" in service.log(), 5, "the audit line of the upload")
+    (FILES / "link.yml").symlink_to(FILES / "kept.yml")
+    (FILES / "dangling.yml").symlink_to(FILES / "nothing")
+    (FILES / "folder").mkdir()
+    (FILES / "folder/inner").write_text("")
+    status = (FILES / "kept.yml").stat()
+    entry = {"size": status.st_size, "modified": int(status.st_mtime)}
+    listed = service.request("GET", "/compose-files").json()
+    assert sorted(listed, key=lambda item: item["fileName"]) == [{"fileName": "kept.yml", **entry},
+                                                                 {"fileName": "link.yml", **entry}]
+    for name, expected, detail in [("link.yml", 204, None), ("kept.yml", 204, None),
+                                   ("kept.yml", 404, f"File '{FILES}/kept.yml' not found"),
+                                   ("dangling.yml", 404, f"File '{FILES}/dangling.yml' not found"),
+                                   ("folder", 500, f"Failed to delete file '{FILES}/folder': Directory not empty"),
+                                   ("", 400, "Compose file name must be provided")]:
+        answer = service.request("DELETE", f"/compose-files/{name}")
+        assert answer.status == expected
+        assert detail is None or answer.detail() == detail
+    answer = service.request("POST", "/compose-files")
+    assert (answer.status, answer.detail()) == (400, "No compose YAML file was uploaded")
+
+
+def test_no_command_outlives_the_service(device, start_service, tmp_path):
+    """The tool is replaced by one that hangs, with a child of its own."""
+    tool = tmp_path / "docker-compose"
+    tool.write_text("#!/bin/sh\nsleep 4711 &\nsleep 4711\n")
+    tool.chmod(0o755)
+    running = start_service(environment={"PATH": f"{tmp_path}:/usr/sbin:/usr/bin:/sbin:/bin"})
+    upload(running, "hang.yml", SLEEPER)
+
+    def sleepers():
+        return subprocess.run(["pgrep", "-xf", "sleep 4711"], capture_output=True, text=True).stdout.split()
+
+    with concurrent.futures.ThreadPoolExecutor() as pool:
+        pending = pool.submit(command, running, "hang.yml", "create")
+        kx.wait_until(lambda: len(sleepers()) == 2, 10, "the tool runs")
+        assert running.request("GET", "/settings").status == 200
+        check_log(running, running.stop(signal.SIGTERM, 15), 0)
+        try:
+            assert pending.result(10).status == 500
+        except OSError:
+            pass  # the connection ended with the service
+    kx.wait_until(lambda: not sleepers(), 5, "the tool and its child are gone")
+
+
+def test_missing_tool_and_missing_podman_are_told_apart(device, start_service, tmp_path):
+    for tool in ("podman", "conmon", "runc"):
+        (tmp_path / tool).symlink_to(subprocess.check_output(["which", tool], text=True).strip())
+    running = start_service(environment={"PATH": str(tmp_path)})
+    upload(running, "a.yml", SLEEPER)
+    answer = command(running, "a.yml", "create")
+    assert answer.status == 500 and "docker-compose" in answer.detail()
+    check_log(running, running.stop(), 0)

@@ -1,0 +1,247 @@
+"""Following container logs over the WebSocket, on a real Podman."""
+
+import asyncio
+import contextlib
+import socket
+import struct
+import time
+
+import pytest
+import websockets
+from conftest import PREFIX, check_log, kx
+
+CLOSE = 8  # opcode
+CLOSING = "Container id: {} log stream finished."
+
+
+def run_container(name, command, *options):
+    kx.podman("run", "-d", "--name", name, *options, kx.IMAGE, "/bin/sh", "-c", command)
+
+
+def follow(service, name, query="", **options):
+    """A WebSocket on the container's log."""
+    options.setdefault("extra_headers", {"Authorization": f"Bearer {service.token()}"})
+    url = f"ws://127.0.0.1:{service.port}{kx.BASE}/containers/{name}/logs/ws{query}"
+    return websockets.connect(url, max_size=None, **options)
+
+
+async def read_all(stream):
+    """Everything up to the close: the joined log, the last message, the close code."""
+    messages = []
+    with contextlib.suppress(websockets.ConnectionClosed):
+        while True:
+            messages.append(await asyncio.wait_for(stream.recv(), 30))
+    return "".join(messages[:-1]), messages[-1] if messages else None, stream.close_code
+
+
+def log_of(service, name, query=""):
+    """The log of a container that has ended."""
+
+    async def read():
+        async with follow(service, name, query) as stream:
+            return await read_all(stream)
+
+    text, closing, code = asyncio.run(read())
+    assert (closing, code) == (CLOSING.format(name), 1000)
+    return text
+
+
+@pytest.fixture
+def ended(service):
+    """A container that wrote to both streams, and ended."""
+    if "ended" in kx.podman("ps", "--all", "--format", "{{.Names}}").split():
+        return "ended"
+    run_container("ended", "echo out1; sleep 0.2; echo err1 >&2; sleep 0.2; echo out2; sleep 1.3; echo late")
+    kx.podman("wait", "ended")
+    return "ended"
+
+
+@pytest.mark.parametrize("query, expected", [
+    ("", "out1\nerr1\nout2\nlate"),
+    ("?stdout=false", "err1\n"),
+    ("?stderr=false", "out1\nout2\nlate"),
+    ("?stdout=0&stderr=0", ""),
+    ("?tail=1", "late"),
+    ("?tail=0", ""),
+    ("?tail=all", "out1\nerr1\nout2\nlate"),
+    ("?tail=-1", "out1\nerr1\nout2\nlate"),
+])
+def test_what_the_query_selects(service, ended, query, expected):
+    assert log_of(service, ended, query).rstrip("\n") == expected.rstrip("\n")
+    if "-1" in query:
+        assert PREFIX + "Ignoring invalid tail value '-1' (expected an integer or 'all')" in service.log()
+
+
+def test_times_select_and_mark_lines(service, ended):
+    marked = log_of(service, ended, "?timestamps=true").splitlines()
+    assert [line.split(" ", 1)[1] for line in marked] == ["out1", "err1", "out2", "late"]
+    seconds = [int(time.mktime(time.strptime(line[:19], "%Y-%m-%dT%H:%M:%S"))) for line in marked]
+    assert abs(seconds[0] - time.mktime(time.gmtime())) < 120
+    first = int(kx.podman("inspect", "-f", "{{.State.StartedAt.Unix}}", ended))
+    assert "out1" not in log_of(service, ended, f"?since={first + 100}")
+    assert "late" not in log_of(service, ended, f"?until={first - 100}")
+
+
+def test_running_container_is_followed_until_it_stops(service):
+    run_container("live", "while :; do echo tick; echo tock >&2; sleep 0.1; done")
+
+    async def scenario():
+        async with follow(service, "live", "?tail=0") as stream:
+            text = ""
+            while text.count("tick") < 5 or text.count("tock") < 5:
+                text += await asyncio.wait_for(stream.recv(), 10)
+            stopping = asyncio.get_running_loop().run_in_executor(
+                None, service.request, "POST", "/containers/live/stop?timeout=0")
+            _, closing, code = await read_all(stream)
+            assert (await stopping).status == 204
+            assert (closing, code) == (CLOSING.format("live"), 1000)
+
+    asyncio.run(scenario())
+    for line in ("Opening log stream websocket for container 'live'", "Log stream websocket connected for container 'live'",
+                 "Log stream ended for container 'live'", CLOSING.format("live")):
+        assert PREFIX + line in service.log()
+
+
+def test_output_arrives_unharmed(service):
+    """A terminal has no stream framing; long lines and characters may be cut anywhere on their way."""
+    run_container("terminal", "echo from a terminal; printf 'ä€😀'", "-t")
+    run_container("wide", "i=0; while [ $i -lt 20000 ]; do printf 'ä€😀'; i=$((i+1)); done; echo")
+    run_container("broken-text", "printf 'a\\377b\\n'")
+    for name in ("terminal", "wide", "broken-text"):
+        kx.podman("wait", name)
+    assert log_of(service, "terminal").replace("\r\n", "\n").rstrip("\n") == "from a terminal\nä€😀"
+    assert log_of(service, "wide").replace("\n", "") == "ä€😀" * 20000
+    assert log_of(service, "broken-text") == "a\ufffdb\n"
+
+
+@pytest.mark.parametrize("name, headers, status", [("ghost", None, 404), ("ghost", {}, 401)])
+def test_refusals_before_the_switch_are_ordinary_answers(service, name, headers, status):
+    async def scenario():
+        options = {} if headers is None else {"extra_headers": headers}
+        with pytest.raises(websockets.InvalidStatusCode) as refused:
+            async with follow(service, name, **options):
+                pass
+        return refused.value.status_code
+
+    assert asyncio.run(scenario()) == status
+
+
+def test_browser_sends_its_token_as_a_subprotocol(service, ended):
+    async def scenario(token):
+        async with follow(service, ended, extra_headers={}, subprotocols=["kx.logs.v1", f"bearer.{token}"]) as stream:
+            assert stream.subprotocol == "kx.logs.v1"
+            return await read_all(stream)
+
+    assert "out1" in asyncio.run(scenario(service.token()))[0]
+    with pytest.raises(websockets.InvalidStatusCode) as refused:
+        asyncio.run(scenario("wrong"))
+    assert refused.value.status_code == 401
+
+
+def handshake(service, name, query=""):
+    """A raw connection that has switched to the WebSocket."""
+    connection = service.raw((f"GET {kx.BASE}/containers/{name}/logs/ws{query} HTTP/1.1\r\nHost: localhost\r\n"
+                              f"Authorization: Bearer {service.token()}\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+                              "Sec-WebSocket-Version: 13\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n\r\n").encode())
+    answer = b""
+    while b"\r\n\r\n" not in answer:
+        answer += connection.recv(1)
+    assert answer.startswith(b"HTTP/1.1 101 "), answer
+    return connection
+
+
+def usage(service):
+    return service.threads(), service.descriptors()
+
+
+def cut(connection):
+    """Ends a connection without a goodbye: the reset that a dead client's machine sends."""
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    connection.close()
+
+
+def test_cut_streams_leave_nothing_behind(service):
+    run_container("quiet", "exec sleep 1000")
+    for _ in range(3):  # what is kept ready is made by the first rounds
+        for connection in [handshake(service, "quiet") for _ in range(20)]:
+            cut(connection)
+    time.sleep(1)
+    before = usage(service)
+    for _ in range(10):
+        for connection in [handshake(service, "quiet") for _ in range(20)]:
+            cut(connection)
+    kx.wait_until(lambda: all(now <= then + 2 for now, then in zip(usage(service), before)), 15,
+                  f"threads and descriptors return to {before}, now {usage(service)}")
+    kx.wait_until(lambda: service.log().count("Log stream ended for container 'quiet'") == 260, 15, "every stream ended")
+
+
+def test_deleted_container_ends_its_stream(service):
+    run_container("doomed", "trap exit TERM; while :; do echo x; sleep 0.1; done")
+
+    async def scenario():
+        async with follow(service, "doomed") as stream:
+            await asyncio.wait_for(stream.recv(), 10)
+            deletion = asyncio.get_running_loop().run_in_executor(
+                None, service.request, "DELETE", "/containers/doomed?force=true")
+            _, closing, code = await read_all(stream)
+            assert (await deletion).status == 204
+            assert (closing, code) == (CLOSING.format("doomed"), 1000)
+
+    asyncio.run(scenario())
+
+
+def test_client_that_stops_reading_costs_no_memory_and_loses_nothing(service):
+    lines, width = 40000, 1000
+    run_container("fast", f"sleep 0.5; awk 'BEGIN {{ for (i = 1; i <= {lines}; i++) printf \"%0{width}d\\n\", i }}'; "
+                          "trap exit TERM; while :; do sleep 0.1; done")
+    before = service.resident_kib()
+    with handshake(service, "fast") as connection:
+        kx.wait_until(lambda: kx.podman("logs", "--tail", "1", "fast").endswith(str(lines)), 30, "all is written")
+        assert service.resident_kib() < before + 16 * 1024  # of 40 MiB; a sanitizer keeps its own notes of each byte
+        text = bytearray()
+        for opcode, payload in frames(connection):
+            if opcode == CLOSE:
+                assert struct.unpack(">H", payload[:2]) == (1000,)
+                break
+            text += payload
+            if len(text) == lines * (width + 1):
+                service.request("POST", "/containers/fast/stop")
+    expected = "".join(f"{number:0{width}}\n" for number in range(1, lines + 1)) + CLOSING.format("fast")
+    assert bytes(text) == expected.encode()
+
+
+def frames(connection):
+    """The server's frames: opcode and payload."""
+    file = connection.makefile("rb")
+    while True:
+        first, second = file.read(2)
+        size = second & 0x7F
+        if size >= 126:
+            size = int.from_bytes(file.read(2 if size == 126 else 8), "big")
+        yield first & 0x0F, file.read(size)
+
+
+def test_streams_end_with_the_service(device, start_service):
+    running = start_service()
+    run_container("going", "while :; do echo x; sleep 0.1; done")
+
+    async def scenario():
+        async with follow(running, "going") as first, follow(running, "going") as second:
+            await asyncio.wait_for(first.recv(), 10)
+            begin = time.monotonic()
+            stopping = asyncio.get_running_loop().run_in_executor(None, running.stop)
+            endings = [await read_all(stream) for stream in (first, second)]
+            assert await stopping == 0
+            assert time.monotonic() - begin < 8
+            return endings
+
+    for _, closing, code in asyncio.run(scenario()):
+        assert (closing, code) == (CLOSING.format("going"), 1000)
+    check_log(running, 0, 0)
+
+
+def test_streams_run_while_the_service_is_disabled(fresh_service):
+    run_container("talker", "echo hello")
+    kx.podman("wait", "talker")
+    assert fresh_service.request("PATCH", "/settings/enable", {"enabled": False}).status == 200
+    assert log_of(fresh_service, "talker") == "hello\n"

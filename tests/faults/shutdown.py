@@ -1,0 +1,99 @@
+"""SIGTERM in the middle of everything."""
+
+import asyncio
+import http.client
+import signal
+import subprocess
+import threading
+import time
+
+import websockets
+from clients import half_header, half_json, half_upload
+from device import COMPOSE, COUNTER, MARKER, kx, upload_image, upload_text
+from podman_faults import follow, frozen_podman, read_until
+
+# Podman may take 5 s to end before it is killed; then running requests have 5 s; the rest is for a busy machine.
+BOUND = 5 + 5 + 3
+STREAMS = 20
+
+
+def in_background(work):
+    def run():
+        try:
+            work()
+        except (OSError, http.client.HTTPException, websockets.WebSocketException):
+            pass  # the service ended meanwhile
+
+    thread = threading.Thread(target=run, daemon=True)
+    thread.start()
+    return thread
+
+
+def follow_log(running, closings):
+    async def read():
+        async with follow(running, "counter") as stream:
+            _, ended = await read_until(stream, 60)
+            if ended:
+                closings.append(stream.close_code)
+
+    asyncio.run(read())
+
+
+def keep_busy(running, closings):
+    """One of everything that takes long, and many of what is cheap."""
+    upload_text(running, "compose-files", "busy.yml", COMPOSE)
+    threads = [in_background(lambda: follow_log(running, closings)) for _ in range(STREAMS)]
+    kx.wait_until(lambda: running.threads() >= STREAMS, 20, "the streams run")
+    threads += [in_background(work) for work in (
+        lambda: running.request("POST", "/containers/stubborn/stop?timeout=30"),
+        lambda: running.request("POST", "/compose-files/busy.yml/containers/start"),
+        lambda: upload_image(running),
+        *[lambda: running.request("GET", "/containers")] * 10)]
+    sockets = [running.raw(opening(running)) for opening in (half_header, half_json, half_upload) for _ in range(20)]
+    sockets += [running.raw() for _ in range(300)]
+    return threads, sockets
+
+
+def end_in_the_middle(fault, device, is_frozen, delay):
+    with device.service() as running:
+        kx.podman("run", "-d", "--name", "counter", "--network", "none", kx.IMAGE, "/bin/sh", "-c", COUNTER)
+        kx.podman("run", "-d", "--name", "stubborn", "--network", "none", kx.IMAGE, "/bin/sh", "-c", "trap '' TERM; while :; do sleep 0.1; done")
+        container = int(kx.podman("inspect", "-f", "{{.State.Pid}}", "counter"))
+        closings = []
+        threads, sockets = keep_busy(running, closings)
+        time.sleep(delay)
+        if is_frozen:
+            frozen = frozen_podman()
+            frozen.__enter__()
+        begin = time.monotonic()
+        try:
+            status = running.stop(signal.SIGTERM, BOUND + 30)
+        except subprocess.TimeoutExpired:
+            fault.lose(f"still there {BOUND + 30} s after SIGTERM")
+            return
+        took = time.monotonic() - begin
+        fault.recovered(took)
+        fault.expect(took <= BOUND, f"took {took:.1f} s to end")
+        fault.expect(status == 0, f"exit status {status}\n{running.log()[-2000:]}")
+        fault.expect(not MARKER.exists(), "the enable marker stays")
+        fault.expect(kx.podman_service_pid() is None, "its Podman stays")
+        with open(f"/proc/{container}/cmdline", "rb") as command:
+            fault.expect(command.read(), "a container ended with the service")
+        for thread in threads:
+            thread.join(10)
+        fault.expect(not any(thread.is_alive() for thread in threads), "a client still waits")
+        for connection in sockets:
+            connection.close()
+    with device.service(fresh=False) as again:
+        fault.expect(again.request("GET", "/containers").status == 200, "does not start again")
+
+
+def run(device, report, plan):
+    rounds = 1 if plan.quick else 10
+    for is_frozen in (False, True):
+        what = "SIGTERM in the middle of everything" + (", with Podman frozen" if is_frozen else "")
+        with report.fault(what) as fault:
+            for number in range(rounds):
+                with fault.guarded():
+                    end_in_the_middle(fault, device, is_frozen, number % 5 * 0.3)
+            fault.notes.append(f"recovery is the time to its end, {BOUND} s at most")
