@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -87,6 +88,13 @@ inline bool waitFor(const std::function<bool()>& condition, std::chrono::millise
         std::this_thread::sleep_for(2ms);
     }
     return true;
+}
+
+/// The processor time that the calling thread has had: unlike the clock's, none of it is the rest of the machine's.
+inline std::chrono::nanoseconds threadTime() {
+    timespec time{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
 /// Does the work on `count` threads at once, each with its number.

@@ -141,7 +141,7 @@ TEST_F(ComposeTest, FilesThatAreNone) {
 }
 
 TEST_F(ComposeTest, HangTimesOutAlsoForThoseThatWait) {
-    ComposeCommands impatient = make(400ms);
+    ComposeCommands impatient = make(2s);
     write("a.yml", "echo working on it; sleep 100");
     const auto outcomes = runTogether(impatient, CREATE, {"a.yml", "a.yml", "a.yml"});
     EXPECT_THAT(outcomes, Each(Pair(6, testing::_)));

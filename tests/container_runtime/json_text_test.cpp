@@ -43,9 +43,9 @@ TEST(JsonText, ManyMembersAreRefusedBeforeTheyAreCompared) {
     for (text = "{\"x\":0"; text.size() < 1'000'000;) {
         text += ",\"" + std::to_string(text.size()) + "\":0";
     }
-    const auto begin = Clock::now();
+    const auto begin = threadTime();
     EXPECT_THROW(parseJsonText(text + "}", 1), std::invalid_argument);
-    EXPECT_LT(Clock::now() - begin, 1s);
+    EXPECT_LT(threadTime() - begin, 5s);
 }
 
 TEST(JsonText, EndsWhereTheTextEnds) {

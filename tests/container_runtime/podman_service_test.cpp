@@ -111,12 +111,12 @@ TEST_F(PodmanServiceTest, GrowsThePauseBetweenStartsOfAPodmanThatKeepsDying) {
         }
         return count;
     };
-    EXPECT_TRUE(waitFor([&] { return deaths() == 4; }));
+    EXPECT_TRUE(waitFor([&] { return deaths() >= 4; }));
     EXPECT_GE(Clock::now() - started, 100ms + 200ms + 400ms);
     EXPECT_THAT(logLines(), Contains(Pair(3, HasSubstr("level=fatal"))));
     const auto begin = Clock::now();
     service.stop();
-    EXPECT_LT(Clock::now() - begin, 3s);
+    EXPECT_LT(Clock::now() - begin, 10s);
 }
 
 TEST_F(PodmanServiceTest, LetsAPodmanWriteOnWhenItsReaderIsKilled) {

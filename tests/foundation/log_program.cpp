@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -32,7 +33,7 @@ void writeAwkwardText() {
     KxCRTE_LOG(2, "%s!", std::string(100'000, 'x').c_str());
 }
 
-// Prints the slowest line's microseconds.
+// Prints the slowest line's microseconds, and stays until its input ends.
 void writeMany(int lines, int everyHowManyIsAnError, std::size_t padding) {
     using namespace std::chrono;
     microseconds slowest{0};
@@ -43,15 +44,22 @@ void writeMany(int lines, int everyHowManyIsAnError, std::size_t padding) {
     }
     std::printf("%lld\n", static_cast<long long>(slowest.count()));
     std::fflush(stdout);
+    while (std::getchar() != EOF) {
+    }
 }
 
 void logFromThreadsDuringExit() {
+    static std::atomic<bool> hasBegun{false};
     for (int i = 0; i < 3; ++i) {
         std::thread([] {
             for (;;) {
                 KxCRTE_LOG(2, "still here");
+                hasBegun = true;
             }
         }).detach();
+    }
+    while (!hasBegun) {
+        std::this_thread::yield();
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }

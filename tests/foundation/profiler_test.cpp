@@ -84,7 +84,8 @@ TEST(Profiler, RecordsBalancedEventsOfEveryThreadAndAllSources) {
             profiler.emit(outer, KxCProfiler::EXIT, 7);
         }
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(250));  // two samples
+    EXPECT_TRUE(
+        waitFor([] { return readFile("/run/KxContainerRTE.trace.json").find("\"memory\"") != std::string::npos; }));
     profiler.close();
     EXPECT_FALSE(profiler.isActive());
 

@@ -42,7 +42,7 @@ TEST(InstanceLock, HoldsUntilItsProcessDiesAndNotLongerInAChild) {
     ASSERT_EQ(::read(ready[0], &child, sizeof(child)), static_cast<ssize_t>(sizeof(child)));
     const auto started = Clock::now();
     EXPECT_FALSE(lockInstance(path, 0));
-    EXPECT_LT(Clock::now() - started, 1s);
+    EXPECT_LT(Clock::now() - started, 10s);
     EXPECT_FALSE(lockInstance(path, 200));
     EXPECT_GE(Clock::now() - started, 200ms);
     auto waiting = std::async(std::launch::async, [&] { return static_cast<bool>(lockInstance(path, 10'000)); });

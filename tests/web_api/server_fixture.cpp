@@ -105,7 +105,8 @@ bool TestHandler::waitForBlocked(std::size_t count) {
     return changed.wait_for(lock, 5s, [&] { return blocked >= count; });
 }
 
-TestServer::TestServer(TestHandler& handler, const Limits& limits, const std::string& certificates) {
+TestServer::TestServer(TestHandler& handler, const Limits& limits, std::chrono::seconds grace,
+                       const std::string& certificates) {
     ServerSettings settings;
     settings.port = 0;
     settings.tokenFile = directory.path("token");
@@ -114,7 +115,7 @@ TestServer::TestServer(TestHandler& handler, const Limits& limits, const std::st
     server = std::make_unique<Server>(settings, limits);
     server->prepare();
     server->registerHandler(&handler);
-    server->start(1s);
+    server->start(grace);
     std::ifstream(settings.tokenFile) >> token;
 }
 

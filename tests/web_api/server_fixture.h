@@ -59,8 +59,9 @@ private:
 /// A server with a token in a directory that goes with it.
 class TestServer {
 public:
+    /// `grace` is what running requests get when the server stops.
     explicit TestServer(TestHandler& handler, const KxNTamberWebApi::Limits& limits = {},
-                        const std::string& certificates = "/nonexistent");
+                        std::chrono::seconds grace = 1s, const std::string& certificates = "/nonexistent");
 
     std::uint16_t port() const { return server->port(); }
     std::string authorization() const { return "Authorization: Bearer " + token + "\r\n"; }

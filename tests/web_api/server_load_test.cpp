@@ -40,9 +40,9 @@ TEST(ServerLimits, WhatDoesNotArriveInTimeIsAnsweredAndClosed) {
     TestHandler handler;
     KxNTamberWebApi::Limits limits;
     limits.header = 200ms;
-    limits.keepAlive = 400ms;
+    limits.keepAlive = 1s;
     limits.progress = 300ms;
-    limits.sweep = 20ms;
+    limits.sweep = 250ms;  // what is late is cut when the next one still finds it
     TestServer server(handler, limits);
     const struct {
         const char* fault;
@@ -65,12 +65,14 @@ TEST(ServerLimits, WhatDoesNotArriveInTimeIsAnsweredAndClosed) {
     }
 }
 
-TEST_F(ServerLoad, StopLetsRunningRequestsEndAndClosesIdleConnections) {
+TEST(ServerStop, LetsRunningRequestsEndAndClosesIdleConnections) {
+    TestHandler handler;
+    TestServer server(handler, {}, 30s);
     RawClient idle(server.port());
     auto clients = blockClients(server, 3);
     ASSERT_TRUE(handler.waitForBlocked(3));
     std::thread stopping([&] { server->stop(); });
-    EXPECT_TRUE(idle.isClosed(900ms));
+    EXPECT_TRUE(idle.isClosed());
     handler.openGate();
     for (auto& client : clients) {
         const Reply reply = client->receive();
@@ -89,7 +91,7 @@ TEST_F(ServerLoad, StopReturnsOnlyWhenNoOperationRuns) {
         server->stop();
         hasStopped = true;
     });
-    EXPECT_TRUE(clients[0]->isClosed(3s)) << "the grace of a second is over";
+    EXPECT_TRUE(clients[0]->isClosed(20s)) << "the grace of a second is over";
     EXPECT_FALSE(hasStopped);
     handler.openGate();
     stopping.join();

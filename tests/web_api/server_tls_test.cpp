@@ -53,7 +53,7 @@ TEST(ServerTls, AnUploadArrivesWholeAndRenewedFilesAreUsed) {
         received += data;
         return true;
     };
-    TestServer server(handler, {}, directory.path(""));
+    TestServer server(handler, {}, 1s, directory.path(""));
     std::string body;
     for (int i = 0; body.size() < 16'000'000; ++i) {
         body += std::to_string(i);
