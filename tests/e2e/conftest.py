@@ -8,6 +8,7 @@ import pathlib
 import re
 import shutil
 import signal
+import subprocess
 import sys
 
 import pytest
@@ -32,7 +33,9 @@ def clear_state():
         os.kill(podman, signal.SIGKILL)
         kx.wait_until(lambda: kx.podman_service_pid() != podman, 10, "Podman ends")
     pathlib.Path(kx.PODMAN_SOCKET).unlink(missing_ok=True)
-    kx.podman("rm", "--all", "--force", "--time", "0")
+    # A container that ends just now may be busy for a moment.
+    kx.wait_until(lambda: subprocess.run(["podman", "rm", "--all", "--force", "--time", "0"],
+                                         stdout=subprocess.DEVNULL).returncode == 0, 60, "no container is left")
     for directory in ("/mnt", "/userstorage1"):
         for path in pathlib.Path(directory).iterdir():
             shutil.rmtree(path) if path.is_dir() and not path.is_symlink() else path.unlink()

@@ -2,6 +2,7 @@
 
 import http.server
 import json
+import queue
 import shutil
 import subprocess
 import threading
@@ -12,7 +13,10 @@ from conftest import kx
 PAGE = """<!doctype html><script>
 const socket = new WebSocket("ws://127.0.0.1:PORT/api/cre/v1.0/containers/page/logs/ws", ["kx.logs.v1", "bearer.TOKEN"]);
 const messages = [];
-socket.onmessage = event => messages.push(event.data);
+socket.onmessage = event => {
+    messages.push(event.data);
+    if (event.data.includes("line 3")) fetch("/line3", {method: "POST", body: "null"});
+};
 socket.onclose = event => fetch("/result", {method: "POST", body: JSON.stringify(
     {protocol: socket.protocol, log: messages.slice(0, -1).join(""), closing: messages.at(-1), code: event.code})});
 </script>"""
@@ -23,7 +27,7 @@ class PageServer(http.server.ThreadingHTTPServer):
 
     def __init__(self, page):
         super().__init__(("127.0.0.1", 0), self.Handler)
-        self.page, self.result, self.reported = page.encode(), None, threading.Event()
+        self.page, self.reports = page.encode(), queue.Queue()
         threading.Thread(target=self.serve_forever, daemon=True).start()
 
     class Handler(http.server.BaseHTTPRequestHandler):
@@ -34,10 +38,10 @@ class PageServer(http.server.ThreadingHTTPServer):
             self.wfile.write(self.server.page)
 
         def do_POST(self):
-            self.server.result = json.loads(self.rfile.read(int(self.headers["Content-Length"])))
+            report = json.loads(self.rfile.read(int(self.headers["Content-Length"])))
             self.send_response(204)
             self.end_headers()
-            self.server.reported.set()
+            self.server.reports.put(report)
 
         def log_message(self, *_):
             pass
@@ -45,7 +49,8 @@ class PageServer(http.server.ThreadingHTTPServer):
 
 @pytest.mark.skipif(shutil.which("chromium") is None, reason="Chromium is not installed")
 def test_page_follows_a_log(service, tmp_path):
-    kx.podman("run", "-d", "--name", "page", kx.IMAGE, "/bin/sh", "-c", "for i in 1 2 3; do echo line $i ä; sleep 0.3; done")
+    kx.podman("run", "-d", "--name", "page", kx.IMAGE, "/bin/sh", "-c", "for i in 1 2 3; do echo line $i ä; sleep 0.3; done; "
+              "trap exit TERM; while :; do sleep 0.1; done")
     with PageServer(PAGE.replace("PORT", str(service.port)).replace("TOKEN", service.token())) as server:
         browser = subprocess.Popen(
             ["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
@@ -53,10 +58,12 @@ def test_page_follows_a_log(service, tmp_path):
              f"--user-data-dir={tmp_path}", f"http://127.0.0.1:{server.server_address[1]}/"],
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         try:
-            assert server.reported.wait(60), "the page did not report"
+            server.reports.get(timeout=60)  # the page has line 3
+            assert service.request("POST", "/containers/page/stop").status == 204
+            result = server.reports.get(timeout=60)
         finally:
             browser.kill()
             browser.wait()
             server.shutdown()
-    assert server.result == {"protocol": "kx.logs.v1", "log": "line 1 ä\nline 2 ä\nline 3 ä\n",
-                             "closing": "Container id: page log stream finished.", "code": 1000}
+    assert result == {"protocol": "kx.logs.v1", "log": "line 1 ä\nline 2 ä\nline 3 ä\n",
+                      "closing": "Container id: page log stream finished.", "code": 1000}

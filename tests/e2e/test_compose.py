@@ -5,6 +5,7 @@ import concurrent.futures
 import pathlib
 import signal
 import subprocess
+import time
 import urllib.parse
 
 import pytest
@@ -52,9 +53,9 @@ def running_names(service):
 async def follow_until_stopped(service, container, word, stop):
     """Follows the container's log until the word comes, then stops the container; gives the answer to that."""
     async with follow(service, container) as stream:
-        text = ""
+        text, deadline = "", time.monotonic() + 60
         while word not in text:
-            text += await asyncio.wait_for(stream.recv(), 20)
+            text += await asyncio.wait_for(stream.recv(), deadline - time.monotonic())
         stopping = asyncio.get_running_loop().run_in_executor(None, stop)
         _, closing, code = await read_all(stream)
         assert (closing, code) == (CLOSING.format(container), 1000)
@@ -155,7 +156,7 @@ def test_no_command_outlives_the_service(device, start_service, tmp_path):
         pending = pool.submit(command, running, "hang.yml", "create")
         kx.wait_until(lambda: len(sleepers()) == 2, 10, "the tool runs")
         assert running.request("GET", "/settings").status == 200
-        check_log(running, running.stop(signal.SIGTERM, 15), 0)
+        check_log(running, running.stop(signal.SIGTERM, 60), 0)
         try:
             assert pending.result(10).status == 500
         except OSError:

@@ -56,10 +56,10 @@ def test_container_lives_as_told(service):
 
 
 def test_stop_gives_the_container_its_time(service):
-    kx.podman("run", "-d", "--name", "stubborn", kx.IMAGE, "/bin/sh", "-c", STUBBORN)
+    kx.podman("run", "-d", "--name", "stubborn", "--stop-timeout", "100", kx.IMAGE, "/bin/sh", "-c", STUBBORN)
     begin = time.monotonic()
     assert service.request("POST", "/containers/stubborn/stop?timeout=2").status == 204
-    assert 2 <= time.monotonic() - begin < 8
+    assert 2 <= time.monotonic() - begin < 50
     assert pid_of("stubborn") == 0
 
 

@@ -142,5 +142,5 @@ def test_idle_connections_cost_no_threads(service):
 def test_half_a_header_is_given_up_in_time(service):
     begin = time.monotonic()
     answer = exchange(service, b"GET /api HTTP/1.1\r\nHost:", timeout=30)
-    assert 8 < time.monotonic() - begin < 15
+    assert 8 < time.monotonic() - begin < 25
     assert answer.startswith(b"HTTP/1.1 408 ") or answer == b""

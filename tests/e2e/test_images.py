@@ -158,7 +158,7 @@ def test_client_gone_midway_leaves_no_finish_and_no_leak(service, archives):
     for round in range(30):
         with service.raw(request + content[:len(content) // 2]):
             time.sleep(0.02)
-        if round == 4:
+        if round == 9:  # by now every thread that takes uploads is there
             time.sleep(0.5)
             before = service.threads(), service.descriptors()
     kx.wait_until(lambda: service.threads() <= before[0] + 2 and service.descriptors() <= before[1] + 12, 10,

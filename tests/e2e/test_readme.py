@@ -24,7 +24,7 @@ def test_every_command_of_the_tour_works(device, start_service, tmp_path):
     commands = re.findall(r"^```sh\n(.*?)^```", tour, re.S | re.M)
     assert len(commands) >= 5
     result = subprocess.run(["bash", "-eu"], input="\n".join(commands), cwd=tmp_path, text=True, capture_output=True,
-                            timeout=180, env=os.environ)
+                            timeout=600, env=os.environ)
     assert result.returncode == 0, result.stdout + result.stderr
     assert '"containers":[{"Id"' in result.stdout
     print(result.stdout)

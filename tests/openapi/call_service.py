@@ -32,7 +32,7 @@ def main():
         pathlib.Path(description).write_bytes(running.request("GET", "/openapi.json").body)
         result = subprocess.run(["node", ROOT / "tests/openapi/call_everything.js", description,
                                  f"http://127.0.0.1:{running.port}{kx.BASE}", running.token(), archive,
-                                 ROOT / "docs/examples/web.yml"], timeout=120)
+                                 ROOT / "docs/examples/web.yml"], timeout=600)
         status = running.stop()
     if result.returncode or status:
         sys.exit(f"{log.read_text()}\nThe calls ended with {result.returncode}, the service with {status}.")
