@@ -18,13 +18,15 @@ public:
     }
 
     std::string lastFile;  // of the last finish phase that found a session
-    std::size_t finished = 0;
-    std::uint64_t refusedFrom = UINT64_MAX;  // chunks at or behind this offset are refused
-    int finishStatus = 0;
+    std::atomic<std::size_t> chunks = 0;
+    std::atomic<std::size_t> finished = 0;
+    std::atomic<std::uint64_t> refusedFrom = UINT64_MAX;  // chunks at or behind this offset are refused
+    std::atomic<int> finishStatus = 0;
 
 private:
     bool take(std::string_view data, std::uint64_t offset, const std::string& fileName) {
         std::lock_guard lock(mutex);
+        ++chunks;
         if (fileName.empty() || offset >= refusedFrom) {
             return false;
         }
@@ -160,7 +162,7 @@ TEST(ServerUploads, AnAbandonedUploadNeverEndsAsSomebodyElses) {
     for (RawClient* client : {&first, &second}) {
         client->send(makeHead(server, "POST /api/v1/files", attachment + "Content-Length: 100\r\n") + "secret");
     }
-    std::this_thread::sleep_for(100ms);
+    EXPECT_TRUE(waitFor([&] { return sessions.chunks == 2; }));
     first.reset();
     EXPECT_EQ(sessions.finished, 0U);
     // The thread that was let go may hold a session, and the other one is busy: nothing may be finished on it.
