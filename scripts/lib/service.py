@@ -1,5 +1,6 @@
 """Starts the program and talks to it, inside the sandbox. For scripts/run, the tests and the measurements."""
 
+import contextlib
 import http.client
 import itertools
 import json
@@ -75,6 +76,25 @@ def podman_service_pid():
         if words[0].endswith(b"podman") and b"service" in words:
             return int(path.parent.name)
     return None
+
+
+def is_stopped(pid):
+    """Whether a stop signal has come to all threads of a process: they run on until one of them has taken it."""
+    tasks = pathlib.Path(f"/proc/{pid}/task").glob("*/stat")
+    return all(task.read_text().rsplit(")", 1)[1].split()[0] == "T" for task in tasks)
+
+
+@contextlib.contextmanager
+def frozen_podman():
+    """Keeps `podman system service` from running; gives its process."""
+    podman = podman_service_pid()
+    os.kill(podman, signal.SIGSTOP)
+    try:
+        wait_until(lambda: is_stopped(podman), 20, "Podman is frozen")
+        yield podman
+    finally:
+        with contextlib.suppress(ProcessLookupError):
+            os.kill(podman, signal.SIGCONT)
 
 
 def listening_ports(pid):

@@ -55,17 +55,6 @@ REQUESTS = {
 }
 
 
-@contextlib.contextmanager
-def frozen_podman():
-    podman = kx.podman_service_pid()
-    os.kill(podman, signal.SIGSTOP)
-    try:
-        yield podman
-    finally:
-        with contextlib.suppress(ProcessLookupError):
-            os.kill(podman, signal.SIGCONT)
-
-
 def is_clear_error(answer):
     return answer.status == 500 and len(answer.detail()) > 20
 
@@ -82,7 +71,7 @@ def kill_during(fault, running, kind, round_number):
     prepare(running)
     with concurrent.futures.ThreadPoolExecutor() as pool:
         if round_number % 2 == 0:  # certainly while the request is with Podman
-            with frozen_podman() as podman:
+            with kx.frozen_podman() as podman:
                 pending = pool.submit(ask, running)
                 time.sleep(0.3)
                 os.kill(podman, signal.SIGKILL)
@@ -108,7 +97,7 @@ def freeze_during(fault, running, kind, _):
     prepare, ask, good, _ = REQUESTS[kind]
     prepare(running)
     with concurrent.futures.ThreadPoolExecutor() as pool:
-        with frozen_podman():
+        with kx.frozen_podman():
             pending = pool.submit(ask, running)
             time.sleep(FROZEN_SECONDS)
             ask_meanwhile(fault, running)
@@ -143,7 +132,7 @@ async def read_until(stream, seconds):
 async def stream_frozen(fault, running):
     async with follow(running, "counter") as stream:
         text, _ = await read_until(stream, 1)
-        with frozen_podman():
+        with kx.frozen_podman():
             silent, _ = await read_until(stream, 2)
         begin = time.monotonic()
         text += silent + await asyncio.wait_for(stream.recv(), 20)
@@ -201,7 +190,7 @@ def run(device, report, plan):
     if not plan.quick:
         with report.fault("Podman frozen for good during a compose command") as fault, whole_life(fault, device) as running:
             make_compose_file(running)
-            with frozen_podman():
+            with kx.frozen_podman():
                 begin = time.monotonic()
                 answer = REQUESTS["compose command"][1](running)
                 fault.expect(is_clear_error(answer), f"compose command: {answer.status} {answer.body[:300]}")

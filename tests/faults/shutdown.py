@@ -10,7 +10,7 @@ import time
 import websockets
 from clients import half_header, half_json, half_upload
 from device import COMPOSE, COUNTER, MARKER, kx, upload_image, upload_text
-from podman_faults import follow, frozen_podman, read_until
+from podman_faults import follow, read_until
 
 # The compose tool may take 2 s to end and Podman 5 s before they are killed; then running requests have 5 s; the rest is
 # for a busy machine.
@@ -43,9 +43,10 @@ def follow_log(running, closings):
 def keep_busy(running, closings):
     """One of everything that takes long, and many of what is cheap."""
     upload_text(running, "compose-files", "busy.yml", COMPOSE)
-    before = running.threads()
+    before = running.descriptors()
     threads = [in_background(lambda: follow_log(running, closings)) for _ in range(STREAMS)]
-    kx.wait_until(lambda: running.threads() >= before + STREAMS, 20, "the streams run")
+    kx.wait_until(lambda: running.descriptors() >= before + 2 * STREAMS - 2, 30,  # the upload's may still have counted
+                  "each stream has its client and its Podman")
     threads += [in_background(work) for work in (
         lambda: running.request("POST", "/containers/stubborn/stop?timeout=30"),
         lambda: running.request("POST", "/compose-files/busy.yml/containers/start"),
@@ -65,7 +66,7 @@ def end_in_the_middle(fault, device, is_frozen, delay):
         threads, sockets = keep_busy(running, closings)
         time.sleep(delay)
         if is_frozen:
-            frozen = frozen_podman()
+            frozen = kx.frozen_podman()
             frozen.__enter__()
         begin = time.monotonic()
         try:
