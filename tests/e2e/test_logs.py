@@ -193,7 +193,8 @@ def test_deleted_container_ends_its_stream(service):
 
     async def scenario():
         async with follow(service, "doomed") as stream:
-            await asyncio.wait_for(stream.recv(), 10)
+            for _ in range(5):  # Podman does not see an end at the very beginning of following
+                await asyncio.wait_for(stream.recv(), 10)
             deletion = asyncio.get_running_loop().run_in_executor(
                 None, service.request, "DELETE", "/containers/doomed?force=true")
             _, closing, code = await read_all(stream)
