@@ -254,6 +254,7 @@ TEST(ServerStreams, ClientsThatShowNoLifeAreCut) {
         EXPECT_EQ(follower.closes, 0);
     }
     limits.pongWithin = 100ms;
+    std::atomic<bool> gaveUp{false};
     TestHandler handler;
     Follower follower(handler);
     TestServer server(handler, limits);
@@ -261,11 +262,10 @@ TEST(ServerStreams, ClientsThatShowNoLifeAreCut) {
         SCOPED_TRACE("one that does not answer goes");
         StreamClient client(server);
         EXPECT_TRUE(client.isClosed());
-        EXPECT_TRUE(waitFor([&] { return follower.closes == 1; }));
+        ASSERT_TRUE(waitFor([&] { return follower.closes == 1 && follower.ended == 1; }));
     }
     {
         SCOPED_TRACE("one that does not read goes");
-        std::atomic<bool> gaveUp{false};
         handler.stream = [&](KxCErrorListPool& pool, KxCWebSocket* socket) {
             const std::string text(65536, 'a');
             while (socket->sendText(pool, text.data(), text.size(), -1, true)) {

@@ -60,7 +60,7 @@ TEST(ServerTls, AnUploadArrivesWholeAndRenewedFilesAreUsed) {
     }
     const std::string upload = makeHead(server, "POST /api/v1/files",
                                         "Connection: close\r\nContent-Length: " + std::to_string(body.size()) + "\r\n");
-    EXPECT_THAT(askOverTls(server, stranger.get(), upload + body), HasSubstr("200 OK"));
+    ASSERT_THAT(askOverTls(server, stranger.get(), upload + body), HasSubstr("200 OK"));
     EXPECT_TRUE(received == body);
     handler.takeChunk = [](std::string_view, std::uint64_t, const std::string&) { return false; };
     handler.finishUpload = [] { return 400; };
