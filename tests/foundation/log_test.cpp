@@ -182,6 +182,7 @@ TEST(Log, AReaderThatIsStuckNeitherHoldsTheProgramNorCostsAnError) {
         error.writer.reset();
         const long slowestMicroseconds = std::stol(program.readOutputLine());  // so far nothing was read
         EXPECT_LT(slowestMicroseconds, 2'000'000);
+        // The program may exit then: what is still queued at its exit gets only a short while.
         const std::string lastError = "line " + std::to_string(lines - every) + " ";
         const std::string log = readToEnd(error.reader, [&](const std::string& text) {
             if (text.find(lastError, text.size() - std::min<std::size_t>(text.size(), 200'000)) != text.npos) {
