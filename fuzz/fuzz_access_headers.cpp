@@ -5,9 +5,9 @@
 #include <string_view>
 
 #include "fuzz/require.h"
-#include "platform/web_api/audit.h"
-#include "platform/web_api/authorization.h"
-#include "platform/web_api/loopback.h"
+#include "platform/web_api/access/audit.h"
+#include "platform/web_api/access/authorization.h"
+#include "platform/web_api/access/loopback.h"
 
 using namespace KxNTamberWebApi;
 

@@ -6,7 +6,7 @@
 
 #include "KxJson.h"
 #include "fuzz/require.h"
-#include "platform/container_runtime/compose_output.h"
+#include "platform/container_runtime/compose/compose_output.h"
 
 using namespace KxNContainer;
 

@@ -6,14 +6,14 @@
 #include <string_view>
 
 #include "fuzz/require.h"
-#include "platform/container_runtime/log_frames.h"
+#include "platform/container_runtime/logs/log_frames.h"
 
 using namespace KxNContainer;
 
 namespace {
 
 bool isValid(const std::string& text) {
-    Utf8Text checker;
+    KxNCommon::Utf8Text checker;
     std::string checked;
     checker.append(text, checked);
     checker.finish(checked);

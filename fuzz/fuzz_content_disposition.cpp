@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "fuzz/require.h"
-#include "platform/web_api/content_disposition.h"
+#include "platform/web_api/http/content_disposition.h"
 
 using namespace KxNTamberWebApi;
 

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "fuzz/require.h"
-#include "platform/web_api/multipart_reader.h"
+#include "platform/web_api/http/multipart_reader.h"
 
 using namespace KxNTamberWebApi;
 

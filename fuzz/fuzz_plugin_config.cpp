@@ -1,7 +1,7 @@
 // Whatever the plugin configuration holds: a broken one is never written, in a good one a change does that and no more.
 #include "fuzz/require.h"
 #include "fuzz/scratch_directory.h"
-#include "platform/container_runtime/plugin_config.h"
+#include "platform/container_runtime/stores/plugin_config.h"
 
 using namespace KxNContainer;
 

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "fuzz/require.h"
-#include "platform/container_runtime/podman_api.h"
+#include "platform/container_runtime/podman/podman_api.h"
 
 using namespace KxNContainer;
 

@@ -6,8 +6,8 @@
 
 #include "api/endpoints.h"
 #include "fuzz/require.h"
-#include "platform/web_api/request_target.h"
-#include "platform/web_api/router.h"
+#include "platform/web_api/routing/request_target.h"
+#include "platform/web_api/routing/router.h"
 
 using namespace KxNTamberWebApi;
 

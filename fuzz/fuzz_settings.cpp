@@ -2,8 +2,8 @@
 #include "KxJson.h"
 #include "fuzz/require.h"
 #include "fuzz/scratch_directory.h"
-#include "platform/container_runtime/json_object.h"
-#include "platform/container_runtime/settings_store.h"
+#include "platform/container_runtime/stores/json_object.h"
+#include "platform/container_runtime/stores/settings_store.h"
 
 using namespace KxNContainer;
 

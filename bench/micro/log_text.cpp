@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/container_runtime/log_frames.h"
+#include "platform/container_runtime/logs/log_frames.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/web_api/multipart_reader.h"
+#include "platform/web_api/http/multipart_reader.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "api/endpoints.h"
-#include "platform/web_api/router.h"
-#include "platform/web_api/token_file.h"
+#include "platform/web_api/access/token_file.h"
+#include "platform/web_api/routing/router.h"
 
 using namespace KxNTamberWebApi;
 

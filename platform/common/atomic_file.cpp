@@ -1,4 +1,4 @@
-#include "atomic_file.h"
+#include "platform/common/atomic_file.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <optional>
 
-#include "system_text.h"
-#include "unique_fd.h"
+#include "platform/common/system_text.h"
+#include "platform/common/unique_fd.h"
 
 namespace KxNCommon {
 

@@ -6,10 +6,10 @@
 #include "KxContainer.h"
 #include "KxCustomConfig.h"
 #include "KxLog.h"
-#include "container_impl.h"
-#include "podman_api.h"
-#include "podman_command.h"
-#include "runtime_directories.h"
+#include "platform/container_runtime/container_impl.h"
+#include "platform/container_runtime/podman/podman_api.h"
+#include "platform/container_runtime/podman/podman_command.h"
+#include "platform/container_runtime/stores/runtime_directories.h"
 
 namespace KxNContainer {
 
@@ -61,7 +61,7 @@ bool KxCContainer::Impl::findAddress(PodmanAddress& address, std::string& reason
     return true;
 }
 
-std::shared_ptr<Cancellation> KxCContainer::Impl::runningRequests() {
+std::shared_ptr<KxNNet::Cancellation> KxCContainer::Impl::runningRequests() {
     const std::lock_guard lock(requestsMutex);
     return requests;
 }
@@ -74,7 +74,7 @@ void KxCContainer::Impl::endRequests() {
 
 void KxCContainer::Impl::allowRequests() {
     if (runningRequests()->isCancelled()) {
-        auto fresh = std::make_shared<Cancellation>();
+        auto fresh = std::make_shared<KxNNet::Cancellation>();
         const std::lock_guard lock(requestsMutex);
         requests = std::move(fresh);
     }

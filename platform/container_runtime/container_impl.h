@@ -8,17 +8,17 @@
 #include <string>
 
 #include "KxContainer.h"
-#include "cancellation.h"
-#include "compose_commands.h"
-#include "cpu_cores.h"
-#include "inventory.h"
-#include "log_stream.h"
-#include "plugin_config.h"
-#include "podman_client.h"
-#include "podman_service.h"
+#include "platform/container_runtime/compose/compose_commands.h"
+#include "platform/container_runtime/logs/log_stream.h"
+#include "platform/container_runtime/podman/cpu_cores.h"
+#include "platform/container_runtime/podman/podman_client.h"
+#include "platform/container_runtime/podman/podman_service.h"
+#include "platform/container_runtime/stores/inventory.h"
+#include "platform/container_runtime/stores/plugin_config.h"
+#include "platform/container_runtime/stores/settings_store.h"
+#include "platform/container_runtime/stores/tools_mount.h"
+#include "platform/net/cancellation.h"
 #include "service/paths.h"
-#include "settings_store.h"
-#include "tools_mount.h"
 
 namespace KxNContainer {
 
@@ -29,7 +29,7 @@ struct KxCContainer::Impl {
     bool findAddress(PodmanAddress& address, std::string& reason) const;
 
     /// What ends the requests that run now.
-    std::shared_ptr<Cancellation> runningRequests();
+    std::shared_ptr<KxNNet::Cancellation> runningRequests();
     /// Ends them and all later ones, until `allowRequests`.
     void endRequests();
     void allowRequests();
@@ -51,7 +51,7 @@ private:
     ComposeSetup composeSetup();
 
     std::mutex requestsMutex;
-    std::shared_ptr<Cancellation> requests = std::make_shared<Cancellation>();
+    std::shared_ptr<KxNNet::Cancellation> requests = std::make_shared<KxNNet::Cancellation>();
 };
 
 }  // namespace KxNContainer

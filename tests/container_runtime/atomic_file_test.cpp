@@ -1,4 +1,4 @@
-#include "atomic_file.h"
+#include "platform/common/atomic_file.h"
 
 #include "tests/support.h"
 

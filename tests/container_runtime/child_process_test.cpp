@@ -1,4 +1,4 @@
-#include "child_process.h"
+#include "platform/process/child_process.h"
 
 #include "tests/support.h"
 
@@ -16,7 +16,7 @@ namespace {
 using End = ChildResult::End;
 
 ChildResult runShell(const std::string& script, std::chrono::milliseconds limit = 20s,
-                     const Cancellation& cancellation = Cancellation()) {
+                     const KxNNet::Cancellation& cancellation = KxNNet::Cancellation()) {
     return runChild({"/bin/sh", {"-c", script}, {"PATH=/usr/bin:/bin"}, "/"}, cancellation, Clock::now() + limit);
 }
 
@@ -47,7 +47,7 @@ TEST(Child, GetsItsArgumentsAndNothingElseOfUs) {
                    "sh", odd},
                   {"A=1", "PATH=/usr/bin:/bin"},
                   directory.path("")},
-                 Cancellation(), Clock::now() + 10s);
+                 KxNNet::Cancellation(), Clock::now() + 10s);
     ::close(leaking);
     EXPECT_EQ(result.end, End::Exited);
     const std::string here = std::filesystem::path(directory.path("")).parent_path();

@@ -3,9 +3,9 @@
 #include <set>
 
 #include "KxJson.h"
-#include "compose_commands.h"
-#include "compose_output.h"
-#include "project_name.h"
+#include "platform/container_runtime/compose/compose_commands.h"
+#include "platform/container_runtime/compose/compose_output.h"
+#include "platform/container_runtime/compose/project_name.h"
 #include "tests/support.h"
 
 using namespace KxNContainer;

@@ -1,4 +1,4 @@
-#include "log_stream.h"
+#include "platform/container_runtime/logs/log_stream.h"
 
 #include "KxErrorManager.h"
 #include "podman_double.h"

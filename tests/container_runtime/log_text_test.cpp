@@ -1,8 +1,8 @@
 
 
-#include "log_frames.h"
+#include "platform/common/utf8_text.h"
+#include "platform/container_runtime/logs/log_frames.h"
 #include "tests/support.h"
-#include "utf8_text.h"
 
 using namespace KxNTests;
 using namespace KxNContainer;
@@ -22,7 +22,7 @@ std::string pass(bool isFramed, const std::vector<std::string>& pieces) {
     for (const std::string& piece : pieces) {
         std::string text;
         log.append(piece, text);
-        Utf8Text checker;
+        KxNCommon::Utf8Text checker;
         std::string checked;
         checker.append(text, checked);
         checker.finish(checked);

@@ -1,4 +1,4 @@
-#include "plugin_config.h"
+#include "platform/container_runtime/stores/plugin_config.h"
 
 #include "log_recorder.h"
 #include "tests/support.h"

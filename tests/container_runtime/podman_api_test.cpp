@@ -1,4 +1,4 @@
-#include "podman_api.h"
+#include "platform/container_runtime/podman/podman_api.h"
 
 #include "tests/support.h"
 

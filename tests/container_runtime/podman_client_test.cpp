@@ -1,4 +1,4 @@
-#include "podman_client.h"
+#include "platform/container_runtime/podman/podman_client.h"
 
 #include "podman_double.h"
 #include "tests/support.h"
@@ -23,7 +23,7 @@ protected:
 
     KxNTests::TemporaryDirectory directory;
     const std::string socket = directory.path("podman.sock");
-    Cancellation running;
+    KxNNet::Cancellation running;
 };
 
 }  // namespace

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <thread>
 
-#include "podman_connection.h"
-#include "unique_fd.h"
+#include "platform/common/unique_fd.h"
+#include "platform/container_runtime/podman/podman_connection.h"
 
 namespace KxNTests {
 

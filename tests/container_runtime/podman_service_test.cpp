@@ -1,4 +1,4 @@
-#include "podman_service.h"
+#include "platform/container_runtime/podman/podman_service.h"
 
 #include <fcntl.h>
 #include <sched.h>
@@ -38,7 +38,7 @@ protected:
 
     KxNTests::TemporaryDirectory directory;
     PodmanClient client{{directory.path("podman.sock"), 0}};
-    Cancellation running;
+    KxNNet::Cancellation running;
     PodmanService service{client, directory.path("output")};
     std::string reason;
     std::vector<std::pair<int, std::string>> lines;

@@ -1,4 +1,4 @@
-#include "settings_store.h"
+#include "platform/container_runtime/stores/settings_store.h"
 
 #include "log_recorder.h"
 #include "tests/support.h"

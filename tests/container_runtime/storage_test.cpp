@@ -2,10 +2,10 @@
 #include <sys/mount.h>
 
 #include "KxJson.h"
-#include "inventory.h"
 #include "log_recorder.h"
+#include "platform/container_runtime/stores/inventory.h"
+#include "platform/container_runtime/stores/user_storage.h"
 #include "tests/support.h"
-#include "user_storage.h"
 
 using namespace KxNContainer;
 using namespace KxNTests;

@@ -1,9 +1,9 @@
 // Who may come in and what is told about it: tokens in headers, loopback names, audit lines, error answers.
 
-#include "platform/web_api/audit.h"
-#include "platform/web_api/authorization.h"
-#include "platform/web_api/loopback.h"
-#include "platform/web_api/problem_details.h"
+#include "platform/web_api/access/audit.h"
+#include "platform/web_api/access/authorization.h"
+#include "platform/web_api/access/loopback.h"
+#include "platform/web_api/http/problem_details.h"
 #include "tests/support.h"
 
 using namespace KxNTests;

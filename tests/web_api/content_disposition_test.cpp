@@ -1,4 +1,4 @@
-#include "platform/web_api/content_disposition.h"
+#include "platform/web_api/http/content_disposition.h"
 
 #include "tests/support.h"
 

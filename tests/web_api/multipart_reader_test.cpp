@@ -1,4 +1,4 @@
-#include "platform/web_api/multipart_reader.h"
+#include "platform/web_api/http/multipart_reader.h"
 
 #include "tests/support.h"
 

@@ -1,4 +1,4 @@
-#include "platform/web_api/openapi.h"
+#include "platform/web_api/description/openapi.h"
 
 #include "KxJson.h"
 #include "api/endpoints.h"

@@ -1,4 +1,4 @@
-#include "platform/web_api/request_threads.h"
+#include "platform/web_api/threads/request_threads.h"
 
 #include "tests/support.h"
 

@@ -1,8 +1,8 @@
-#include "platform/web_api/router.h"
+#include "platform/web_api/routing/router.h"
 
 #include "KxTamberWebApi/KxEndpoint.h"
 #include "api/endpoints.h"
-#include "platform/web_api/request_target.h"
+#include "platform/web_api/routing/request_target.h"
 #include "tests/support.h"
 
 using namespace KxNTests;

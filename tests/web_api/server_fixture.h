@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "KxTamberWebApi/KxHandler.h"
-#include "platform/web_api/server.h"
+#include "platform/web_api/server/server.h"
 #include "tests/support.h"
 
 namespace KxNWebApiTest {

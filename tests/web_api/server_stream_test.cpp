@@ -3,7 +3,7 @@
 #include <sys/socket.h>
 
 #include "KxErrorManager.h"
-#include "platform/web_api/server_core.h"
+#include "platform/web_api/server/server_core.h"
 #include "server_fixture.h"
 
 namespace KxNWebApiTest {

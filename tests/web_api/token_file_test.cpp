@@ -1,4 +1,4 @@
-#include "platform/web_api/token_file.h"
+#include "platform/web_api/access/token_file.h"
 
 #include "tests/support.h"
 

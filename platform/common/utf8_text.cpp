@@ -1,0 +1,128 @@
+#include "platform/common/utf8_text.h"
+
+#include <algorithm>
+#include <cstdint>
+
+namespace KxNCommon {
+
+namespace {
+
+constexpr std::string_view REPLACEMENT = "\xEF\xBF\xBD";
+
+struct Character {
+    enum Kind { VALID, INVALID, INCOMPLETE } kind;
+    std::size_t size;  ///< of the character, or of the part that one replacement stands for
+};
+
+bool isWithin(std::uint8_t byte, std::uint8_t lowest, std::uint8_t highest) {
+    return byte >= lowest && byte <= highest;
+}
+
+bool isAscii(char byte) {
+    return static_cast<std::uint8_t>(byte) < 0x80;
+}
+
+/// The character that begins with the first of `bytes`, which is there and not ASCII. After Unicode's table of
+/// well-formed byte sequences: only the second byte has a range that depends on the first.
+Character firstCharacter(std::string_view bytes) {
+    const auto at = [&](std::size_t index) { return static_cast<std::uint8_t>(bytes[index]); };
+    const std::uint8_t lead = at(0);
+    if (!isWithin(lead, 0xC2, 0xF4)) {
+        return {Character::INVALID, 1};
+    }
+    const std::size_t size = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    std::uint8_t lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+    std::uint8_t highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+    for (std::size_t index = 1; index < size; ++index) {
+        if (index == bytes.size()) {
+            return {Character::INCOMPLETE, index};
+        }
+        if (!isWithin(at(index), lowest, highest)) {
+            return {Character::INVALID, index};
+        }
+        lowest = 0x80;
+        highest = 0xBF;
+    }
+    return {Character::VALID, size};
+}
+
+/// Goes through all of it without a branch, as most text is ASCII.
+bool isAscii(std::string_view bytes) {
+    std::uint8_t together = 0;
+    for (const char byte : bytes) {
+        together |= static_cast<std::uint8_t>(byte);
+    }
+    return together < 0x80;
+}
+
+/// The number of bytes at the front of `bytes` that are ASCII.
+std::size_t asciiPrefix(std::string_view bytes) {
+    std::size_t size = 0;
+    while (size + 8 <= bytes.size() && isAscii(bytes.substr(size, 8))) {
+        size += 8;
+    }
+    while (size < bytes.size() && isAscii(bytes[size])) {
+        ++size;
+    }
+    return size;
+}
+
+}  // namespace
+
+void Utf8Text::append(std::string_view bytes, std::string& text) {
+    if (pendingSize == 0 && isAscii(bytes)) {
+        text.append(bytes);
+        return;
+    }
+    completePending(bytes, text);
+    std::size_t checked = 0;  // valid bytes that are not in `text` yet
+    while (checked < bytes.size()) {
+        if (isAscii(bytes[checked])) {
+            checked += asciiPrefix(bytes.substr(checked));
+            continue;
+        }
+        const Character character = firstCharacter(bytes.substr(checked));
+        if (character.kind == Character::VALID) {
+            checked += character.size;
+            continue;
+        }
+        text.append(bytes.substr(0, checked));
+        bytes.remove_prefix(checked + character.size);
+        checked = 0;
+        if (character.kind == Character::INVALID) {
+            text.append(REPLACEMENT);
+        } else {
+            pendingSize = character.size;
+            std::copy_n(bytes.data() - pendingSize, pendingSize, pending.data());
+        }
+    }
+    text.append(bytes.substr(0, checked));
+}
+
+void Utf8Text::completePending(std::string_view& bytes, std::string& text) {
+    while (pendingSize > 0 && !bytes.empty()) {
+        pending[pendingSize] = bytes.front();
+        const Character character = firstCharacter({pending.data(), pendingSize + 1});
+        if (character.kind == Character::INVALID) {
+            // The new byte does not belong to it: what was kept back is the whole part to be replaced.
+            text.append(REPLACEMENT);
+            pendingSize = 0;
+            return;
+        }
+        bytes.remove_prefix(1);
+        ++pendingSize;
+        if (character.kind == Character::VALID) {
+            text.append(pending.data(), pendingSize);
+            pendingSize = 0;
+        }
+    }
+}
+
+void Utf8Text::finish(std::string& text) {
+    if (pendingSize > 0) {
+        text.append(REPLACEMENT);
+        pendingSize = 0;
+    }
+}
+
+}  // namespace KxNCommon

@@ -1,0 +1,29 @@
+// Makes valid UTF-8 of bytes that arrive in pieces.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace KxNCommon {
+
+/// What is not UTF-8 becomes U+FFFD, one for each maximal part of a character that could have begun one (the practice
+/// that Unicode recommends). A character that `append` got only the beginning of is kept back until the rest arrives,
+/// so every text is valid by itself.
+class Utf8Text {
+public:
+    /// Appends to `text` all characters that `bytes` complete.
+    void append(std::string_view bytes, std::string& text);
+
+    /// Nothing follows: an incomplete character becomes U+FFFD.
+    void finish(std::string& text);
+
+private:
+    void completePending(std::string_view& bytes, std::string& text);
+
+    std::array<char, 4> pending{};
+    std::size_t pendingSize = 0;
+};
+
+}  // namespace KxNCommon

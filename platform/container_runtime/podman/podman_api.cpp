@@ -1,0 +1,153 @@
+#include "platform/container_runtime/podman/podman_api.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+
+#include "KxJson.h"
+
+namespace KxNContainer {
+
+namespace {
+
+/// The Docker-compatible one: Podman's own API does not honour `t` on stop and answers a delete with a body.
+constexpr std::string_view API_ROOT = "/v1.41";
+
+constexpr std::string_view CONTAINERS = "/containers/";
+
+constexpr std::chrono::seconds SHORT_CALL{120};
+constexpr std::chrono::seconds STOP_MARGIN{30};
+constexpr std::int64_t LONGEST_STOP = 10LL * 365 * 24 * 3600;
+
+bool isAlphanumeric(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+bool isHexDigit(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f');
+}
+
+bool mayStandInTarget(char c) {
+    return isAlphanumeric(c) || std::string_view("-._~!$&'()*+,;=:@/?").find(c) != std::string_view::npos;
+}
+
+bool mayStandInHeaderName(char c) {
+    return isAlphanumeric(c) || std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
+}
+
+bool isControl(char c) {
+    return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7F;
+}
+
+struct Path {
+    std::string_view resource;
+    std::string_view query;
+};
+
+Path splitPath(std::string_view path) {
+    const std::size_t mark = path.find('?');
+    return mark == std::string_view::npos ? Path{path, {}} : Path{path.substr(0, mark), path.substr(mark + 1)};
+}
+
+/// The value of a query parameter, the first of repeated ones.
+std::optional<std::string_view> queryValue(std::string_view query, std::string_view name) {
+    while (!query.empty()) {
+        const std::string_view parameter = query.substr(0, query.find('&'));
+        if (parameter.substr(0, parameter.find('=')) == name) {
+            return parameter.size() > name.size() ? parameter.substr(name.size() + 1) : std::string_view();
+        }
+        query.remove_prefix(std::min(query.size(), parameter.size() + 1));
+    }
+    return std::nullopt;
+}
+
+/// `text` as JSON, a discarded value when it is none. Throws nothing but std::bad_alloc.
+KxNJson::json parseJson(const std::string& text) {
+    return KxNJson::json::parse(text, nullptr, false);
+}
+
+}  // namespace
+
+std::string requestTarget(std::string_view path) {
+    constexpr std::string_view DIGITS = "0123456789ABCDEF";
+    std::string target(API_ROOT);
+    for (std::size_t index = 0; index < path.size(); ++index) {
+        const char c = path[index];
+        const bool isEscape =
+            c == '%' && index + 2 < path.size() && isHexDigit(path[index + 1]) && isHexDigit(path[index + 2]);
+        if (isEscape || mayStandInTarget(c)) {
+            target += c;
+        } else {
+            const auto byte = static_cast<unsigned char>(c);
+            target += {'%', DIGITS[byte >> 4], DIGITS[byte & 15]};
+        }
+    }
+    return target;
+}
+
+std::optional<HeaderLine> parseHeaderLine(std::string_view line) {
+    const std::size_t colon = line.find(':');
+    if (colon == std::string_view::npos || colon == 0) {
+        return std::nullopt;
+    }
+    const std::string_view name = line.substr(0, colon);
+    std::string_view value = line.substr(colon + 1);
+    value.remove_prefix(std::min(value.find_first_not_of(" \t"), value.size()));
+    if (!std::all_of(name.begin(), name.end(), mayStandInHeaderName) ||
+        std::any_of(value.begin(), value.end(), isControl)) {
+        return std::nullopt;
+    }
+    return HeaderLine{name, value};
+}
+
+std::chrono::seconds timeLimit(std::string_view path, KxCCurlHandler::MethodType method) {
+    const auto [resource, query] = splitPath(path);
+    if (method != KxCCurlHandler::MethodType::POST || !resource.starts_with(CONTAINERS) ||
+        !resource.ends_with("/stop")) {
+        return SHORT_CALL;
+    }
+    const auto timeout = queryValue(query, "t");
+    if (!timeout) {
+        return SHORT_CALL;
+    }
+    std::int64_t seconds = 0;
+    const auto [end, error] = std::from_chars(timeout->data(), timeout->data() + timeout->size(), seconds);
+    if (error != std::errc() || end != timeout->data() + timeout->size()) {
+        return SHORT_CALL;  // Podman refuses it
+    }
+    return std::chrono::seconds(std::clamp<std::int64_t>(seconds, 0, LONGEST_STOP)) + STOP_MARGIN;
+}
+
+std::optional<std::string> inspectPath(std::string_view path) {
+    constexpr std::string_view LOGS = "/logs";
+    const std::string_view resource = splitPath(path).resource;
+    if (!resource.starts_with(CONTAINERS) || !resource.ends_with(LOGS) ||
+        resource.size() <= CONTAINERS.size() + LOGS.size()) {
+        return std::nullopt;
+    }
+    return std::string(resource.substr(0, resource.size() - LOGS.size())) + "/json";
+}
+
+bool hasTerminal(const std::string& inspection) {
+    const KxNJson::json container = parseJson(inspection);
+    if (!container.is_object() || !container.contains("Config") || !container["Config"].is_object()) {
+        return false;
+    }
+    const auto terminal = container["Config"].find("Tty");
+    return terminal != container["Config"].end() && terminal->is_boolean() && terminal->get<bool>();
+}
+
+void correctStatus(std::string_view path, KxCCurlHandler::MethodType method, PodmanReply& reply) {
+    const auto [resource, query] = splitPath(path);
+    const auto force = queryValue(query, "force");
+    if (method != KxCCurlHandler::MethodType::DELETE || !resource.starts_with(CONTAINERS) ||
+        (force && (*force == "true" || *force == "1")) || reply.status != 500) {
+        return;
+    }
+    const KxNJson::json problem = parseJson(reply.body);
+    if (problem.is_object() && problem.contains("cause") && problem["cause"] == "container state improper") {
+        reply.status = 409;  // the documented one for a container that runs
+    }
+}
+
+}  // namespace KxNContainer

@@ -1,0 +1,64 @@
+// Requests to Podman's HTTP API.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "KxContainer.h"
+#include "platform/container_runtime/podman/connection_pool.h"
+#include "platform/container_runtime/podman/podman_connection.h"
+
+namespace KxNContainer {
+
+struct PodmanRequest {
+    std::string path;  ///< relative to the API root, with its query
+    KxCCurlHandler::MethodType method;
+    std::vector<std::string> headers;  ///< complete header lines
+    std::string body;
+    bool bodyIsFile = false;  ///< `body` is the path of the file whose bytes are the body
+};
+
+/// Takes the body of a successful answer as it arrives.
+class AnswerSink {
+public:
+    virtual ~AnswerSink() = default;
+
+    /// Takes the next bytes.
+    virtual void take(std::string_view bytes) = 0;
+
+    /// Everything that is at hand was taken, and the caller is about to wait for more. False to end the request.
+    virtual bool flush() = 0;
+};
+
+/// Every call blocks its caller until Podman has answered or the limits end it, and always gives a reply: one that is
+/// Podman's own or, when there is none, status 503 with the reason as its body (400 for a request that cannot be sent
+/// as HTTP). No exceptions. Any thread.
+class PodmanClient {
+public:
+    explicit PodmanClient(const PodmanAddress& podman) : address(podman) {}
+
+    /// Reaches Podman at `newAddress` from the next call on.
+    void setAddress(const PodmanAddress& newAddress);
+    PodmanAddress getAddress() const;
+
+    PodmanReply execute(const PodmanRequest& request, const CallLimits& limits);
+
+    /// Gives the body of an answer of status 2xx to `sink` while it arrives; that of any other status becomes the
+    /// reply's. An end before the answer was complete leaves the status as it is.
+    PodmanReply stream(const PodmanRequest& request, const CallLimits& limits, AnswerSink& sink);
+
+    /// Whether Podman answers within a few seconds. `reason` gets why it does not, `server` which process does, 0 when
+    /// the system does not tell; both may be null.
+    bool ping(const KxNNet::Cancellation& cancellation, std::string* reason, pid_t* server = nullptr);
+
+    void closeStaleConnections() { pool.closeStale(); }
+
+private:
+    mutable std::mutex addressMutex;
+    PodmanAddress address;
+    ConnectionPool pool;
+};
+
+}  // namespace KxNContainer

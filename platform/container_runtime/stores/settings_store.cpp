@@ -1,0 +1,193 @@
+#include "platform/container_runtime/stores/settings_store.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <filesystem>
+#include <limits>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include "KxLog.h"
+#include "platform/common/atomic_file.h"
+#include "platform/common/system_text.h"
+#include "platform/container_runtime/stores/json_object.h"
+
+namespace KxNContainer {
+
+namespace {
+
+constexpr const char* TCP_PORT = "tcp_port";
+constexpr const char* CORES_NUM = "cores_num";
+constexpr const char* ENABLED = "enabled";
+constexpr std::int32_t DEFAULT_TCP_PORT = 2376;
+
+std::optional<std::int32_t> asInt32(const KxNJson::json& value) {
+    using Limits = std::numeric_limits<std::int32_t>;
+    if (value.is_number_unsigned()) {
+        const auto number = value.get<std::uint64_t>();
+        return number <= static_cast<std::uint64_t>(Limits::max()) ? std::optional(static_cast<std::int32_t>(number))
+                                                                   : std::nullopt;
+    }
+    if (value.is_number_integer()) {
+        const auto number = value.get<std::int64_t>();
+        return number >= Limits::min() && number <= Limits::max() ? std::optional(static_cast<std::int32_t>(number))
+                                                                  : std::nullopt;
+    }
+    return std::nullopt;
+}
+
+std::optional<bool> asBool(const KxNJson::json& value) {
+    return value.is_boolean() ? std::optional(value.get<bool>()) : std::nullopt;
+}
+
+template <typename Value, typename Convert>
+Value valueOf(const std::string& path, const KxNJson::json& document, const char* key, Value defaultValue,
+              const char* expectation, Convert convert) {
+    const auto found = document.find(key);
+    if (found == document.end()) {
+        return defaultValue;
+    }
+    const std::optional<Value> value = convert(*found);
+    if (!value) {
+        KxCRTE_LOG(4, "Korvex Container Service: '%s' in the settings file '%s' is not %s, its default applies", key,
+                   path.c_str(), expectation);
+    }
+    return value.value_or(defaultValue);
+}
+
+/// Renames without ever replacing what bears the new name.
+int renameToNewName(const std::string& from, const std::string& to) {
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
+        return 0;
+    }
+    if (errno != EINVAL) {
+        return errno;
+    }
+    // A file system without that flag. Nobody else makes files of this name.
+    std::error_code failure;
+    if (std::filesystem::exists(std::filesystem::symlink_status(to, failure))) {
+        return EEXIST;
+    }
+    return ::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+SettingsStore::SettingsStore(std::string settingsPath, std::int32_t allCores)
+    : path(std::move(settingsPath)), maximumCores(allCores), current(KxNJson::json::object()) {
+    values = interpret(current);
+    reload();
+}
+
+void SettingsStore::reload() {
+    const std::lock_guard fileLock(fileMutex);
+    KxNJson::json document = KxNJson::json::object();
+    if (load(document) != LoadResult::Unusable) {
+        publish(document);
+    }
+}
+
+bool SettingsStore::isEnabled() const {
+    const std::lock_guard lock(mutex);
+    return values.isEnabled;
+}
+
+KxCCTESettings::KxSUserSettings SettingsStore::userSettings() const {
+    const std::lock_guard lock(mutex);
+    return values.user;
+}
+
+bool SettingsStore::setEnabled(bool isEnabled) {
+    return change(KxNJson::json::object({{ENABLED, isEnabled}}));
+}
+
+bool SettingsStore::setUserSettings(const KxCCTESettings::KxSUserSettings& settings) {
+    return change(KxNJson::json::object({{TCP_PORT, settings.tcpPort}, {CORES_NUM, settings.coresNum}}));
+}
+
+bool SettingsStore::change(const KxNJson::json& changes) {
+    const std::lock_guard fileLock(fileMutex);
+    // Start from what the file holds now, so that an edit by hand is kept. Where it is gone or was broken, what this
+    // process knows is better than the defaults.
+    KxNJson::json document;
+    switch (load(document)) {
+        case LoadResult::Loaded:
+            break;
+        case LoadResult::NoFile:
+            document = current;
+            break;
+        case LoadResult::Unusable:
+            return false;
+    }
+    for (const auto& [key, value] : changes.items()) {
+        document[key] = value;
+    }
+    std::error_code ignored;  // a directory that cannot be made shows in the next step
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+    std::string error;
+    if (!KxNCommon::replaceFile(path, formatJsonFile(document), 0644, error)) {
+        KxCRTE_LOG(4, "Korvex Container Service: Settings were not written: %s", error.c_str());
+        return false;
+    }
+    publish(document);
+    return true;
+}
+
+void SettingsStore::publish(const KxNJson::json& document) {
+    const Values interpreted = interpret(document);
+    current = document;
+    const std::lock_guard lock(mutex);
+    values = interpreted;
+}
+
+SettingsStore::LoadResult SettingsStore::load(KxNJson::json& document) const {
+    std::string text;
+    std::string error;
+    switch (KxNCommon::readSmallFile(path, MAX_JSON_FILE_BYTES, text, error)) {
+        case KxNCommon::ReadResult::Missing:
+            return LoadResult::NoFile;
+        case KxNCommon::ReadResult::Failed:
+            KxCRTE_LOG(4, "Korvex Container Service: Settings were not read: %s", error.c_str());
+            return LoadResult::Unusable;
+        case KxNCommon::ReadResult::TooLarge:
+            return setAside(error) ? LoadResult::NoFile : LoadResult::Unusable;
+        case KxNCommon::ReadResult::Ok:
+            break;
+    }
+    if (parseJsonObject(text, document, error)) {
+        return LoadResult::Loaded;
+    }
+    return setAside(error) ? LoadResult::NoFile : LoadResult::Unusable;
+}
+
+bool SettingsStore::setAside(const std::string& reason) const {
+    constexpr int maxSetAside = 1000;
+    int failure = EEXIST;
+    for (int number = 1; number <= maxSetAside && failure == EEXIST; ++number) {
+        const std::string newName = path + ".broken-" + std::to_string(number);
+        failure = renameToNewName(path, newName);
+        if (failure == 0) {
+            KxCRTE_LOG(4, "Korvex Container Service: The settings file '%s' is broken and was set aside as '%s': %s",
+                       path.c_str(), newName.c_str(), reason.c_str());
+            return true;
+        }
+    }
+    KxCRTE_LOG(4, "Korvex Container Service: The settings file '%s' is broken (%s) and cannot be set aside: %s",
+               path.c_str(), reason.c_str(), KxNCommon::systemText(failure).c_str());
+    return false;
+}
+
+SettingsStore::Values SettingsStore::interpret(const KxNJson::json& document) const {
+    constexpr const char* integer = "a 32-bit integer";
+    Values result{};
+    result.user.tcpPort = valueOf<std::int32_t>(path, document, TCP_PORT, DEFAULT_TCP_PORT, integer, asInt32);
+    result.user.coresNum = valueOf<std::int32_t>(path, document, CORES_NUM, maximumCores, integer, asInt32);
+    result.isEnabled = valueOf<bool>(path, document, ENABLED, true, "true or false", asBool);
+    return result;
+}
+
+}  // namespace KxNContainer

@@ -1,0 +1,81 @@
+#include "platform/web_api/access/access_rules.h"
+
+#include "platform/web_api/access/authorization.h"
+#include "platform/web_api/access/loopback.h"
+#include "platform/web_api/routing/request_target.h"
+
+namespace KxNTamberWebApi {
+
+using boost::beast::http::field;
+
+namespace {
+
+constexpr const char* FOREIGN_ORIGIN = "The origin of the request is foreign";
+
+std::string_view hostOf(const RequestParser::value_type& request) {
+    const auto target = splitRequestTarget(request.target());
+    return target && !target->authority.empty() ? target->authority : std::string_view(request[field::host]);
+}
+
+/// True for what no web page sent, too.
+bool comesFromOwnPage(const RequestParser::value_type& request) {
+    const auto origin = request.find(field::origin);
+    return origin == request.end() || isSameOrigin(origin->value(), hostOf(request));
+}
+
+/// What keeps pages out where nobody has to show anything.
+std::optional<Answer> checkPage(const RequestParser::value_type& request) {
+    if (!isLoopbackHost(hostOf(request))) {
+        return makeRefusal(403, "The host of the request is not a name of this machine");
+    }
+    if (!comesFromOwnPage(request)) {
+        return makeRefusal(403, FOREIGN_ORIGIN);
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::string joinFields(const RequestParser::value_type& request, field name) {
+    std::string joined;
+    const auto range = request.equal_range(name);
+    for (auto one = range.first; one != range.second; ++one) {
+        joined += joined.empty() ? "" : ",";
+        joined.append(one->value().data(), one->value().size());
+    }
+    return joined;
+}
+
+bool AccessRules::hasToken(const RequestParser::value_type& request) const {
+    if (const auto authorization = request.find(field::authorization); authorization != request.end()) {
+        const auto token = parseBearer(authorization->value());
+        return token && verifier->matches(*token);
+    }
+    if (request.find(field::sec_websocket_protocol) != request.end()) {
+        const std::string offered = joinFields(request, field::sec_websocket_protocol);
+        const auto token = parseSubprotocols(offered).token;
+        return token && verifier->matches(*token);
+    }
+    return false;
+}
+
+std::optional<Answer> AccessRules::check(const RequestParser::value_type& request,
+                                         const std::string& certificateSubject, std::string& identity) const {
+    const bool hasCertificate = !certificateSubject.empty();
+    identity = hasCertificate ? certificateSubject : "none";
+    if (!verifier) {
+        return checkPage(request);
+    }
+    // A browser shows its user's certificate by itself, whatever page asks.
+    if (hasCertificate && comesFromOwnPage(request)) {
+        return std::nullopt;
+    }
+    if (hasToken(request)) {
+        identity = hasCertificate ? certificateSubject : "token";
+        return std::nullopt;
+    }
+    return hasCertificate ? makeRefusal(403, FOREIGN_ORIGIN)
+                          : makeRefusal(401, "A valid token or client certificate is required");
+}
+
+}  // namespace KxNTamberWebApi

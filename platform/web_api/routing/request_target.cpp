@@ -1,0 +1,139 @@
+#include "platform/web_api/routing/request_target.h"
+
+#include <charconv>
+
+#include "platform/web_api/http/header_parameters.h"
+
+namespace KxNTamberWebApi {
+
+namespace {
+
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    const char lower = static_cast<char>(c | 0x20);
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+}
+
+bool isControl(char c) {
+    return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+}
+
+/// Takes one decoded character off the front.
+char takeDecoded(std::string_view& text) {
+    char c = text.front();
+    std::size_t used = 1;
+    if (c == '%') {
+        c = static_cast<char>(hexDigit(text[1]) << 4 | hexDigit(text[2]));
+        used = 3;
+    }
+    text.remove_prefix(used);
+    return c;
+}
+
+/// The length of "http://" or "https://" at the beginning of `target`, 0 without one.
+std::size_t schemeLength(std::string_view target) {
+    for (const std::string_view scheme : {"http://", "https://"}) {
+        if (equalsIgnoringCase(target.substr(0, scheme.size()), scheme)) {
+            return scheme.size();
+        }
+    }
+    return 0;
+}
+
+}  // namespace
+
+std::optional<RequestTarget> splitRequestTarget(std::string_view target) {
+    for (const char c : target) {
+        if (isControl(c) || c == ' ' || c == '#') {
+            return std::nullopt;
+        }
+    }
+    RequestTarget split;
+    const std::size_t scheme = schemeLength(target);
+    if (scheme != 0) {
+        target.remove_prefix(scheme);
+        split.authority = target.substr(0, target.find_first_of("/?"));
+        target.remove_prefix(split.authority.size());
+    }
+    const std::size_t question = target.find('?');
+    split.path = target.substr(0, question);
+    split.query = question == std::string_view::npos ? std::string_view() : target.substr(question + 1);
+    if (scheme != 0 && split.path.empty()) {
+        split.path = "/";
+    }
+    const bool hasPath = !split.path.empty() && (split.path.front() == '/' || target == "*");
+    return hasPath && (scheme == 0 || !split.authority.empty()) ? std::optional(split) : std::nullopt;
+}
+
+bool hasValidEscapes(std::string_view text) {
+    for (std::size_t i = text.find('%'); i != std::string_view::npos; i = text.find('%', i + 3)) {
+        if (i + 2 >= text.size() || hexDigit(text[i + 1]) < 0 || hexDigit(text[i + 2]) < 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void appendDecoded(std::string_view text, std::vector<char>& decoded) {
+    while (!text.empty()) {
+        decoded.push_back(takeDecoded(text));
+    }
+}
+
+bool decodedEquals(std::string_view text, std::string_view plain) {
+    if (text.size() == plain.size()) {
+        return text == plain && text.find('%') == std::string_view::npos;
+    }
+    while (!text.empty() && !plain.empty()) {
+        if (takeDecoded(text) != plain.front()) {
+            return false;
+        }
+        plain.remove_prefix(1);
+    }
+    return text.empty() && plain.empty();
+}
+
+const char* findPathParameterFault(std::string_view decoded) {
+    for (const char c : decoded) {
+        if (isControl(c)) {
+            return "holds a control character";
+        }
+        if (c == '?' || c == '#') {
+            return "holds '?' or '#'";
+        }
+    }
+    while (true) {
+        const std::size_t slash = decoded.find('/');
+        const std::string_view piece = decoded.substr(0, slash);
+        if (piece == "." || piece == "..") {
+            return "has '.' or '..' as one of its pieces";
+        }
+        if (slash == std::string_view::npos) {
+            return nullptr;
+        }
+        decoded.remove_prefix(slash + 1);
+    }
+}
+
+std::optional<bool> parseBoolean(std::string_view text) {
+    if (text == "true" || text == "1") {
+        return true;
+    }
+    if (text == "false" || text == "0") {
+        return false;
+    }
+    return std::nullopt;
+}
+
+std::optional<std::int64_t> parseInt64(std::string_view text) {
+    std::int64_t value = 0;
+    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (failure != std::errc() || end != text.data() + text.size()) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+}  // namespace KxNTamberWebApi

@@ -1,0 +1,72 @@
+// What every connection has in common: a deadline that one sweep for all of them looks at.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "KxTamberWebApi/KxWebSocket.h"
+#include "platform/net/deadline.h"
+
+namespace KxNTamberWebApi {
+
+class ConnectionRegistry;
+
+/// One connection. It registers itself, and must have left the registry before its descriptor is closed: until then
+/// the sweep may shut the descriptor down.
+class Connection {
+public:
+    explicit Connection(ConnectionRegistry& owner) : registry(&owner) {}
+    virtual ~Connection() = default;
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    /// Looks at the deadlines. Called from the sweep, concurrently with everything else; must not block.
+    virtual void sweep(std::int64_t now) = 0;
+    /// The server is stopping: a connection that is not working on a request goes now.
+    virtual void onStopping() = 0;
+    /// The stream that this connection is, or null.
+    virtual std::shared_ptr<KxCWebSocket::State> asStream() { return nullptr; }
+    /// The grace is over: whatever is under way ends.
+    virtual void abort() = 0;
+
+protected:
+    void join();
+    void leave();
+
+private:
+    friend class ConnectionRegistry;
+    ConnectionRegistry* registry;
+    Connection* previousMember = nullptr;
+    Connection* nextMember = nullptr;
+    bool isMember = false;
+};
+
+/// All connections of a server. Any thread.
+class ConnectionRegistry {
+public:
+    /// Looks at all deadlines.
+    void sweep();
+    void announceStop();
+    void abortAll();
+    /// All connections that are streams now.
+    std::vector<std::shared_ptr<KxCWebSocket::State>> streams();
+    std::size_t count() const;
+    /// Waits until no connection is left; false when the time is over first.
+    bool waitUntilEmpty(std::chrono::milliseconds timeout);
+
+private:
+    friend class Connection;
+    template <typename Action>
+    void forEach(Action action);
+
+    mutable std::mutex mutex;
+    std::condition_variable emptied;
+    Connection* first = nullptr;
+    std::size_t members = 0;
+};
+
+}  // namespace KxNTamberWebApi

@@ -1,0 +1,166 @@
+#include "platform/web_api/server/listener.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/ip/address.hpp>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <system_error>
+#include <thread>
+
+#include "KxLog.h"
+#include "platform/web_api/server/heap.h"
+#include "platform/web_api/server/session.h"
+
+namespace KxNTamberWebApi {
+
+using asio::ip::tcp;
+
+namespace {
+
+/// Connections taken in one go, before other work gets its turn.
+constexpr int ACCEPTED_AT_ONCE = 32;
+
+constexpr std::chrono::milliseconds FAILURE_LINE_EVERY{10'000};
+
+tcp::endpoint parseEndpoint(const ServerSettings& settings) {
+    error_code error;
+    const auto address = asio::ip::make_address(settings.address, error);
+    if (error) {
+        throw std::runtime_error("Web API address '" + settings.address + "' is not an IP address");
+    }
+    return {address, settings.port};
+}
+
+std::string describe(const asio::ip::address& address, std::uint16_t port) {
+    return (address.is_v6() ? "[" + address.to_string() + "]" : address.to_string()) + ":" + std::to_string(port);
+}
+
+/// Throws when `result` tells of a failure.
+int check(int result, const char* what, const tcp::endpoint& endpoint) {
+    if (result < 0) {
+        throw std::runtime_error("Web API cannot " + std::string(what) + " " +
+                                 describe(endpoint.address(), endpoint.port()) + ": " + std::strerror(errno));
+    }
+    return result;
+}
+
+}  // namespace
+
+Listener::Listener(ServerCore& serverCore)
+    : core(serverCore), endpoint(parseEndpoint(core.settings)), acceptor(core.context.get_executor()) {
+    const int family = endpoint.protocol().family();
+    // Not Asio's own: a descriptor must never be inherited by the programs that the process starts.
+    const int descriptor =
+        check(::socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), "open a socket for", endpoint);
+    acceptor.assign(endpoint.protocol(), descriptor);
+    acceptor.set_option(tcp::acceptor::reuse_address(true));
+    acceptor.set_option(tcp::no_delay(true));  // which accepted sockets inherit
+    check(::bind(descriptor, endpoint.data(), static_cast<socklen_t>(endpoint.size())), "listen on", endpoint);
+    check(::listen(descriptor, SOMAXCONN), "listen on", endpoint);
+    boundPort = acceptor.local_endpoint().port();
+}
+
+std::string Listener::url() const {
+    return (core.tls->isOn() ? "https://" : "http://") + describe(endpoint.address(), boundPort);
+}
+
+void Listener::begin() {
+    asio::co_spawn(core.context.get_executor(), acceptAll(), asio::detached);
+    asio::co_spawn(core.context.get_executor(), sweepForever(), asio::detached);
+}
+
+void Listener::close() {
+    // The descriptor itself stays until this object goes: the accepting coroutine may be at work with it.
+    ::shutdown(acceptor.native_handle(), SHUT_RDWR);
+}
+
+Task<void> Listener::pause(std::chrono::milliseconds duration) {
+    Timer timer(core.context.get_executor(), duration);
+    error_code ignored;
+    co_await timer.async_wait(resumeWith(ignored));
+}
+
+/// These two loops must not end before the server does, and what they need may be gone for a moment: memory, say, which
+/// a wait by the event loop would need too.
+void Listener::reportAndWait(const std::exception& failure) {
+    KxCRTE_LOG(4, "Korvex Container Service: Web API is held up: %s", failure.what());
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+}
+
+Task<void> Listener::sweepForever() {
+    BurstWatch burst;
+    for (;;) {
+        try {
+            co_await pause(core.limits.sweep);
+            core.connections.sweep();
+            core.uploads.expire(KxNNet::coarseMilliseconds());
+            core.streams.joinFinished();
+            burst.note(core.connections.count());
+        } catch (const std::exception& failure) {
+            reportAndWait(failure);
+        }
+    }
+}
+
+Task<void> Listener::acceptAll() {
+    while (!core.isStopping) {
+        try {
+            co_await acceptSome();
+        } catch (const std::exception& failure) {
+            reportAndWait(failure);
+        }
+    }
+}
+
+/// Waits until connections may come in, and takes them.
+Task<void> Listener::acceptSome() {
+    if (core.connections.count() >= core.settings.maxConnections) {
+        co_await pause(std::chrono::milliseconds(10));
+        co_return;
+    }
+    error_code error;
+    co_await acceptor.async_wait(Acceptor::wait_read, resumeWith(error));
+    int failure = 0;
+    if (!error && !core.isStopping && !acceptWaiting(failure)) {
+        if (KxNNet::coarseMilliseconds() >= nextFailureLine) {
+            KxCRTE_LOG(4, "Korvex Container Service: Web API cannot take a connection in: %s", std::strerror(failure));
+            nextFailureLine = KxNNet::coarseMilliseconds() + FAILURE_LINE_EVERY.count();
+        }
+        co_await pause(core.limits.acceptPause);
+    }
+}
+
+/// Takes in what waits. False when the system refuses for now.
+bool Listener::acceptWaiting(int& failure) {
+    for (int i = 0; i < ACCEPTED_AT_ONCE && core.connections.count() < core.settings.maxConnections; ++i) {
+        tcp::endpoint peer;
+        auto size = static_cast<socklen_t>(peer.capacity());
+        const int descriptor = ::accept4(acceptor.native_handle(), peer.data(), &size, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        if (descriptor < 0) {
+            failure = errno;
+            return failure != EMFILE && failure != ENFILE && failure != ENOBUFS && failure != ENOMEM;
+        }
+        peer.resize(size);
+        bool isOwned = false;
+        try {
+            Socket socket(core.context.get_executor());
+            socket.assign(endpoint.protocol(), descriptor);
+            isOwned = true;
+            socket.non_blocking(true);
+            std::make_shared<Session>(core, std::move(socket), peer.address().to_string())->begin();
+        } catch (const std::exception& problem) {
+            KxCRTE_LOG(4, "Korvex Container Service: Web API drops a new connection: %s", problem.what());
+            if (!isOwned) {
+                ::close(descriptor);
+            }
+        }
+    }
+    return true;
+}
+
+}  // namespace KxNTamberWebApi

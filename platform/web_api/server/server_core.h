@@ -1,0 +1,63 @@
+// What all connections of a server share.
+#pragma once
+
+#include <atomic>
+#include <boost/asio/io_context.hpp>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/net/tls_files.h"
+#include "platform/web_api/access/access_rules.h"
+#include "platform/web_api/routing/router.h"
+#include "platform/web_api/server/connection.h"
+#include "platform/web_api/server/limits.h"
+#include "platform/web_api/server/registration.h"
+#include "platform/web_api/threads/request_threads.h"
+#include "platform/web_api/threads/stream_threads.h"
+#include "platform/web_api/threads/upload_threads.h"
+
+namespace KxNTamberWebApi {
+
+/// What the operator configures, and where the TLS files are.
+struct ServerSettings {
+    std::string address = "127.0.0.1";
+    std::uint16_t port = 8460;
+    bool needsToken = true;
+    std::string tokenFile;
+    std::size_t maxConnections = 1024;
+    std::uint64_t maxUploadBytes = 0;
+    std::string certificatesDirectory;
+    std::size_t requestThreads = 16;
+};
+
+struct ServerCore {
+    ServerCore(ServerSettings serverSettings, const Limits& serverLimits)
+        : settings(std::move(serverSettings)),
+          limits(serverLimits),
+          requests(context, settings.requestThreads, limits.requestThreads),
+          uploads(limits.uploadThreads, limits.uploadWait) {}
+
+    const ServerSettings settings;
+    const Limits limits;
+
+    ConnectionRegistry connections;  // outlives the connections that the event loop still holds when it goes
+    asio::io_context context;
+    RequestThreads requests;
+    UploadThreads uploads;
+    StreamThreads streams;
+    std::atomic<bool> isStopping{false};
+
+    // Set before the first connection.
+    std::unique_ptr<KxNNet::TlsFiles> tls;
+    std::optional<AccessRules> access;
+    std::shared_ptr<KxCHandler::Registration> registration;
+    std::optional<Router> router;
+    std::string openApiDocument;
+    /// For each endpoint, whether its operation blocked lately.
+    std::map<const KxSTamberWebApiEndpoint*, std::atomic<bool>> tendsToBlock;
+};
+
+}  // namespace KxNTamberWebApi
