@@ -3,7 +3,7 @@
 
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/posix/basic_descriptor.hpp>
+#include <boost/asio/posix/basic_stream_descriptor.hpp>
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/use_awaitable.hpp>
 
@@ -32,7 +32,7 @@ public:
     Task<void> writable() { return wait(Descriptor::wait_write); }
 
 private:
-    using Descriptor = boost::asio::posix::basic_descriptor<Executor>;
+    using Descriptor = boost::asio::posix::basic_stream_descriptor<Executor>;
 
     Task<void> wait(Descriptor::wait_type event) {
         return watched.async_wait(event,
