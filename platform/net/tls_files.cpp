@@ -1,7 +1,9 @@
 #include "platform/net/tls_files.h"
 
 #include <openssl/crypto.h>
+#include <openssl/err.h>
 #include <openssl/ssl.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <stdexcept>
@@ -12,11 +14,23 @@
 
 namespace KxNNet {
 
-namespace ssl = boost::asio::ssl;
-
 namespace {
 
 constexpr std::int64_t LOOK_EVERY_MILLISECONDS = 1000;
+
+/// Authenticated encryption with forward secrecy only; TLS 1.3 has no other.
+constexpr const char* TLS12_CIPHERS = "ECDHE+AESGCM:ECDHE+CHACHA20";
+
+/// Why the last call on OpenSSL failed.
+std::string opensslText() {
+    const unsigned long number = ERR_peek_last_error();
+    if (const char* const reason = ERR_reason_error_string(number)) {
+        return reason;
+    }
+    std::array<char, 256> text;
+    ERR_error_string_n(number, text.data(), text.size());
+    return text.data();
+}
 
 [[noreturn]] void fail(const char* what, const std::string& path, const std::string& why) {
     throw std::runtime_error(std::string(what) + " '" + path + "' cannot be used: " + why);
@@ -64,45 +78,56 @@ TlsFiles::Identities TlsFiles::look() const {
     return found;
 }
 
-std::shared_ptr<ssl::context> TlsFiles::load(const Identities& identities) const {
-    auto context = std::make_shared<ssl::context>(ssl::context::tls_server);
-    SSL_CTX* const native = context->native_handle();
-    SSL_CTX_set_min_proto_version(native, TLS1_2_VERSION);
-    SSL_CTX_set_options(native, SSL_OP_NO_RENEGOTIATION | SSL_OP_CIPHER_SERVER_PREFERENCE | SSL_OP_NO_COMPRESSION);
-    SSL_CTX_set_mode(native, SSL_MODE_RELEASE_BUFFERS);
-    boost::system::error_code error;
-    context->use_certificate_chain_file(certificate, error);
-    if (error) {
-        fail("certificate", certificate, error.message());
+std::shared_ptr<SSL_CTX> TlsFiles::load(const Identities& identities) const {
+    std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_server_method()), &SSL_CTX_free);
+    if (!context) {
+        throw std::bad_alloc();
     }
-    context->use_private_key_file(key, ssl::context::pem, error);
-    if (error) {
-        fail("private key", key, error.message());
+    SSL_CTX* const native = context.get();
+    SSL_CTX_set_min_proto_version(native, TLS1_2_VERSION);
+    SSL_CTX_set_cipher_list(native, TLS12_CIPHERS);
+    SSL_CTX_set_options(native, SSL_OP_NO_RENEGOTIATION | SSL_OP_CIPHER_SERVER_PREFERENCE | SSL_OP_NO_COMPRESSION |
+                                    SSL_OP_IGNORE_UNEXPECTED_EOF);
+    // Streams write whatever the socket takes, from wherever the rest then lies, and idle ones keep no buffers.
+    SSL_CTX_set_mode(native,
+                     SSL_MODE_RELEASE_BUFFERS | SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+    SSL_CTX_set_read_ahead(native, 1);
+    // Clients come back with tickets, which cost no memory here.
+    SSL_CTX_set_session_cache_mode(native, SSL_SESS_CACHE_OFF);
+    SSL_CTX_set_default_passwd_cb(native, [](char*, int, int, void*) { return 0; });  // else it asks on the terminal
+    ERR_clear_error();
+    if (SSL_CTX_use_certificate_chain_file(native, certificate.c_str()) != 1) {
+        fail("certificate", certificate, opensslText());
+    }
+    if (SSL_CTX_use_PrivateKey_file(native, key.c_str(), SSL_FILETYPE_PEM) != 1) {
+        fail("private key", key, opensslText());
     }
     if (SSL_CTX_check_private_key(native) != 1) {
         fail("private key", key, "it does not belong to '" + certificate + "'");
     }
-    const bool isAuthorityHere = identities[2].exists;
-    if (isAuthorityHere) {
-        context->load_verify_file(authority, error);
-        if (error) {
-            fail("CA certificate", authority, error.message());
-        }
-        SSL_CTX_set_client_CA_list(native, SSL_load_client_CA_file(authority.c_str()));
-    } else if (asksClients) {
-        // Deleted while it was in use, which counts at the next start.
-        SSL_CTX_set1_cert_store(native, SSL_CTX_get_cert_store(current->native_handle()));
-        SSL_CTX_set_client_CA_list(native, SSL_dup_CA_list(SSL_CTX_get_client_CA_list(current->native_handle())));
-    }
-    if (isAuthorityHere || asksClients) {
-        constexpr unsigned char sessions[] = "kx";
-        SSL_CTX_set_session_id_context(native, sessions, sizeof sessions - 1);
-        context->set_verify_mode(ssl::verify_peer);
+    if (identities[2].exists || asksClients) {
+        loadAuthority(native, identities[2].exists);
     }
     return context;
 }
 
-std::shared_ptr<ssl::context> TlsFiles::contextForConnection() {
+void TlsFiles::loadAuthority(SSL_CTX* context, bool isHere) const {
+    if (isHere) {
+        if (SSL_CTX_load_verify_file(context, authority.c_str()) != 1) {
+            fail("CA certificate", authority, opensslText());
+        }
+        SSL_CTX_set_client_CA_list(context, SSL_load_client_CA_file(authority.c_str()));
+    } else {
+        // Deleted while it was in use, which counts at the next start.
+        SSL_CTX_set1_cert_store(context, SSL_CTX_get_cert_store(current.get()));
+        SSL_CTX_set_client_CA_list(context, SSL_dup_CA_list(SSL_CTX_get_client_CA_list(current.get())));
+    }
+    constexpr unsigned char sessions[] = "kx";
+    SSL_CTX_set_session_id_context(context, sessions, sizeof sessions - 1);
+    SSL_CTX_set_verify(context, SSL_VERIFY_PEER, nullptr);
+}
+
+std::shared_ptr<SSL_CTX> TlsFiles::contextForConnection() {
     if (!current) {
         return nullptr;
     }

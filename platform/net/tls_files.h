@@ -1,10 +1,9 @@
 // The TLS files of the server, and what becomes of them while it runs.
 #pragma once
 
-#include <sys/stat.h>
+#include <openssl/types.h>
 
 #include <array>
-#include <boost/asio/ssl/context.hpp>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -23,9 +22,9 @@ public:
     /// Whether connections use TLS, which was decided at the start.
     bool isOn() const { return current != nullptr; }
 
-    /// The context for a new connection; null for plain TCP. Looks at the files at most once a second; those that do
-    /// not load leave the former context in use and are logged once. Any thread.
-    std::shared_ptr<boost::asio::ssl::context> contextForConnection();
+    /// The context for a new connection, which holds a share of it itself; null for plain TCP. Looks at the files at
+    /// most once a second; those that do not load leave the former context in use and are logged once. Any thread.
+    std::shared_ptr<SSL_CTX> contextForConnection();
 
 private:
     /// What tells one content of a file from another without reading it.
@@ -40,14 +39,15 @@ private:
     using Identities = std::array<Identity, 3>;
 
     Identities look() const;
-    std::shared_ptr<boost::asio::ssl::context> load(const Identities& identities) const;
+    std::shared_ptr<SSL_CTX> load(const Identities& identities) const;
+    void loadAuthority(SSL_CTX* context, bool isHere) const;
 
     const std::string certificate;
     const std::string key;
     const std::string authority;
 
     std::mutex mutex;
-    std::shared_ptr<boost::asio::ssl::context> current;
+    std::shared_ptr<SSL_CTX> current;
     Identities loaded;
     bool asksClients = false;
     std::int64_t lookedAt = 0;

@@ -12,19 +12,19 @@ namespace {
 
 constexpr const char* FOREIGN_ORIGIN = "The origin of the request is foreign";
 
-std::string_view hostOf(const RequestParser::value_type& request) {
+std::string_view hostOf(const RequestHead& request) {
     const auto target = splitRequestTarget(request.target());
     return target && !target->authority.empty() ? target->authority : std::string_view(request[field::host]);
 }
 
 /// True for what no web page sent, too.
-bool comesFromOwnPage(const RequestParser::value_type& request) {
+bool comesFromOwnPage(const RequestHead& request) {
     const auto origin = request.find(field::origin);
     return origin == request.end() || isSameOrigin(origin->value(), hostOf(request));
 }
 
 /// What keeps pages out where nobody has to show anything.
-std::optional<Answer> checkPage(const RequestParser::value_type& request) {
+std::optional<Answer> checkPage(const RequestHead& request) {
     if (!isLoopbackHost(hostOf(request))) {
         return makeRefusal(403, "The host of the request is not a name of this machine");
     }
@@ -36,17 +36,7 @@ std::optional<Answer> checkPage(const RequestParser::value_type& request) {
 
 }  // namespace
 
-std::string joinFields(const RequestParser::value_type& request, field name) {
-    std::string joined;
-    const auto range = request.equal_range(name);
-    for (auto one = range.first; one != range.second; ++one) {
-        joined += joined.empty() ? "" : ",";
-        joined.append(one->value().data(), one->value().size());
-    }
-    return joined;
-}
-
-bool AccessRules::hasToken(const RequestParser::value_type& request) const {
+bool AccessRules::hasToken(const RequestHead& request) const {
     if (const auto authorization = request.find(field::authorization); authorization != request.end()) {
         const auto token = parseBearer(authorization->value());
         return token && verifier->matches(*token);
@@ -59,8 +49,8 @@ bool AccessRules::hasToken(const RequestParser::value_type& request) const {
     return false;
 }
 
-std::optional<Answer> AccessRules::check(const RequestParser::value_type& request,
-                                         const std::string& certificateSubject, std::string& identity) const {
+std::optional<Answer> AccessRules::check(const RequestHead& request, const std::string& certificateSubject,
+                                         std::string& identity) const {
     const bool hasCertificate = !certificateSubject.empty();
     identity = hasCertificate ? certificateSubject : "none";
     if (!verifier) {

@@ -5,31 +5,34 @@
 
 namespace KxNTamberWebApi {
 
-boost::asio::mutable_buffer RequestBuffer::prepare() {
+std::span<char> RequestBuffer::prepare() {
     if (begin == end) {
         begin = end = 0;
-        if (large) {
-            large.reset();
-            data = small.data();
-        }
     }
-    std::size_t capacity = large ? LARGE_SIZE : SMALL_SIZE;
     if (end == capacity && begin > 0) {
-        std::memmove(data, data + begin, end - begin);
+        std::memmove(data.get(), data.get() + begin, end - begin);
         end -= begin;
         begin = 0;
-    } else if (end == capacity && !large) {
-        large.reset(new char[LARGE_SIZE]);
-        std::memcpy(large.get(), data, end);
-        data = large.get();
-        capacity = LARGE_SIZE;
+    } else if (end == capacity && capacity < LARGE_SIZE) {
+        const std::size_t grown = capacity == 0 ? SMALL_SIZE : LARGE_SIZE;
+        std::unique_ptr<char[]> larger(new char[grown]);
+        std::copy_n(data.get(), end, larger.get());
+        data = std::move(larger);
+        capacity = grown;
     }
-    return {data + end, capacity - end};
+    return {data.get() + end, capacity - end};
 }
 
 void RequestBuffer::consume(std::size_t size) {
     begin += size;
     searched = 0;
+}
+
+void RequestBuffer::shrink() {
+    if (begin == end) {
+        data.reset();
+        capacity = begin = end = 0;
+    }
 }
 
 RequestBuffer::Head RequestBuffer::findHead(std::size_t lineLimit, std::size_t blockLimit, std::size_t& headSize) {

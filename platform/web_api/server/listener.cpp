@@ -1,7 +1,8 @@
 #include "platform/web_api/server/listener.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
@@ -14,10 +15,11 @@
 
 #include "KxLog.h"
 #include "platform/web_api/server/heap.h"
-#include "platform/web_api/server/session.h"
+#include "platform/web_api/server/http_connection.h"
 
 namespace KxNTamberWebApi {
 
+namespace asio = boost::asio;
 using asio::ip::tcp;
 
 namespace {
@@ -28,7 +30,7 @@ constexpr int ACCEPTED_AT_ONCE = 32;
 constexpr std::chrono::milliseconds FAILURE_LINE_EVERY{10'000};
 
 tcp::endpoint parseEndpoint(const ServerSettings& settings) {
-    error_code error;
+    boost::system::error_code error;
     const auto address = asio::ip::make_address(settings.address, error);
     if (error) {
         throw std::runtime_error("Web API address '" + settings.address + "' is not an IP address");
@@ -51,18 +53,20 @@ int check(int result, const char* what, const tcp::endpoint& endpoint) {
 
 }  // namespace
 
-Listener::Listener(ServerCore& serverCore)
-    : core(serverCore), endpoint(parseEndpoint(core.settings)), acceptor(core.context.get_executor()) {
-    const int family = endpoint.protocol().family();
-    // Not Asio's own: a descriptor must never be inherited by the programs that the process starts.
-    const int descriptor =
-        check(::socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), "open a socket for", endpoint);
-    acceptor.assign(endpoint.protocol(), descriptor);
-    acceptor.set_option(tcp::acceptor::reuse_address(true));
-    acceptor.set_option(tcp::no_delay(true));  // which accepted sockets inherit
-    check(::bind(descriptor, endpoint.data(), static_cast<socklen_t>(endpoint.size())), "listen on", endpoint);
-    check(::listen(descriptor, SOMAXCONN), "listen on", endpoint);
-    boundPort = acceptor.local_endpoint().port();
+Listener::Listener(ServerCore& serverCore) : core(serverCore), endpoint(parseEndpoint(core.settings)) {
+    socket =
+        KxNCommon::UniqueFd(check(::socket(endpoint.protocol().family(), SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0),
+                                  "open a socket for", endpoint));
+    const int on = 1;
+    ::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    ::setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);  // which accepted sockets inherit
+    check(::bind(socket.get(), endpoint.data(), static_cast<socklen_t>(endpoint.size())), "listen on", endpoint);
+    check(::listen(socket.get(), SOMAXCONN), "listen on", endpoint);
+    tcp::endpoint bound;
+    auto size = static_cast<socklen_t>(bound.capacity());
+    check(::getsockname(socket.get(), bound.data(), &size), "listen on", endpoint);
+    boundPort = bound.port();
+    watch.emplace(core.context.get_executor(), socket.get());
 }
 
 std::string Listener::url() const {
@@ -76,13 +80,14 @@ void Listener::begin() {
 
 void Listener::close() {
     // The descriptor itself stays until this object goes: the accepting coroutine may be at work with it.
-    ::shutdown(acceptor.native_handle(), SHUT_RDWR);
+    ::shutdown(socket.get(), SHUT_RDWR);
 }
 
-Task<void> Listener::pause(std::chrono::milliseconds duration) {
-    Timer timer(core.context.get_executor(), duration);
-    error_code ignored;
-    co_await timer.async_wait(resumeWith(ignored));
+KxNNet::Task<void> Listener::pause(std::chrono::milliseconds duration) {
+    using Clock = std::chrono::steady_clock;
+    boost::asio::basic_waitable_timer<Clock, boost::asio::wait_traits<Clock>, KxNNet::Executor> timer(
+        core.context.get_executor(), duration);
+    co_await timer.async_wait(boost::asio::use_awaitable_t<KxNNet::Executor>());
 }
 
 /// These two loops must not end before the server does, and what they need may be gone for a moment: memory, say, which
@@ -92,7 +97,7 @@ void Listener::reportAndWait(const std::exception& failure) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
 }
 
-Task<void> Listener::sweepForever() {
+KxNNet::Task<void> Listener::sweepForever() {
     BurstWatch burst;
     for (;;) {
         try {
@@ -107,7 +112,7 @@ Task<void> Listener::sweepForever() {
     }
 }
 
-Task<void> Listener::acceptAll() {
+KxNNet::Task<void> Listener::acceptAll() {
     while (!core.isStopping) {
         try {
             co_await acceptSome();
@@ -118,15 +123,14 @@ Task<void> Listener::acceptAll() {
 }
 
 /// Waits until connections may come in, and takes them.
-Task<void> Listener::acceptSome() {
+KxNNet::Task<void> Listener::acceptSome() {
     if (core.connections.count() >= core.settings.maxConnections) {
         co_await pause(std::chrono::milliseconds(10));
         co_return;
     }
-    error_code error;
-    co_await acceptor.async_wait(Acceptor::wait_read, resumeWith(error));
+    co_await watch->readable();
     int failure = 0;
-    if (!error && !core.isStopping && !acceptWaiting(failure)) {
+    if (!core.isStopping && !acceptWaiting(failure)) {
         if (KxNNet::coarseMilliseconds() >= nextFailureLine) {
             KxCRTE_LOG(4, "Korvex Container Service: Web API cannot take a connection in: %s", std::strerror(failure));
             nextFailureLine = KxNNet::coarseMilliseconds() + FAILURE_LINE_EVERY.count();
@@ -140,24 +144,17 @@ bool Listener::acceptWaiting(int& failure) {
     for (int i = 0; i < ACCEPTED_AT_ONCE && core.connections.count() < core.settings.maxConnections; ++i) {
         tcp::endpoint peer;
         auto size = static_cast<socklen_t>(peer.capacity());
-        const int descriptor = ::accept4(acceptor.native_handle(), peer.data(), &size, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        const int descriptor = ::accept4(socket.get(), peer.data(), &size, SOCK_CLOEXEC | SOCK_NONBLOCK);
         if (descriptor < 0) {
             failure = errno;
             return failure != EMFILE && failure != ENFILE && failure != ENOBUFS && failure != ENOMEM;
         }
         peer.resize(size);
-        bool isOwned = false;
         try {
-            Socket socket(core.context.get_executor());
-            socket.assign(endpoint.protocol(), descriptor);
-            isOwned = true;
-            socket.non_blocking(true);
-            std::make_shared<Session>(core, std::move(socket), peer.address().to_string())->begin();
+            std::make_shared<HttpConnection>(core, KxNCommon::UniqueFd(descriptor), peer.address().to_string())
+                ->begin();
         } catch (const std::exception& problem) {
             KxCRTE_LOG(4, "Korvex Container Service: Web API drops a new connection: %s", problem.what());
-            if (!isOwned) {
-                ::close(descriptor);
-            }
         }
     }
     return true;

@@ -1,11 +1,15 @@
 // Takes connections in.
 #pragma once
 
-#include <boost/asio/basic_socket_acceptor.hpp>
 #include <boost/asio/basic_waitable_timer.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 
+#include "platform/common/unique_fd.h"
+#include "platform/net/loop_stream.h"
 #include "platform/web_api/server/server_core.h"
 
 namespace KxNTamberWebApi {
@@ -25,20 +29,17 @@ public:
     std::string url() const;
 
 private:
-    using Acceptor = asio::basic_socket_acceptor<asio::ip::tcp, Executor>;
-    using Clock = std::chrono::steady_clock;
-    using Timer = asio::basic_waitable_timer<Clock, asio::wait_traits<Clock>, Executor>;
-
-    Task<void> acceptAll();
-    Task<void> acceptSome();
+    KxNNet::Task<void> acceptAll();
+    KxNNet::Task<void> acceptSome();
     static void reportAndWait(const std::exception& failure);
-    Task<void> sweepForever();
-    Task<void> pause(std::chrono::milliseconds duration);
+    KxNNet::Task<void> sweepForever();
+    KxNNet::Task<void> pause(std::chrono::milliseconds duration);
     bool acceptWaiting(int& failure);
 
     ServerCore& core;
-    const asio::ip::tcp::endpoint endpoint;
-    Acceptor acceptor;
+    const boost::asio::ip::tcp::endpoint endpoint;
+    KxNCommon::UniqueFd socket;
+    std::optional<KxNNet::LoopWatch> watch;
     std::uint16_t boundPort = 0;
     std::int64_t nextFailureLine = 0;  // milliseconds of the coarse clock
 };

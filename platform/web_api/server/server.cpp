@@ -102,6 +102,7 @@ void Server::stop() {
     core->connections.announceStop();
     endStreams();
     if (!core->connections.waitUntilEmpty(grace)) {
+        core->graceIsOver.cancel();
         do {
             core->connections.abortAll();
         } while (!core->connections.waitUntilEmpty(CUT_AGAIN_AFTER));

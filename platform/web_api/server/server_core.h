@@ -9,10 +9,11 @@
 #include <optional>
 #include <string>
 
+#include "platform/net/cancellation.h"
 #include "platform/net/tls_files.h"
 #include "platform/web_api/access/access_rules.h"
 #include "platform/web_api/routing/router.h"
-#include "platform/web_api/server/connection.h"
+#include "platform/web_api/server/connection_registry.h"
 #include "platform/web_api/server/limits.h"
 #include "platform/web_api/server/registration.h"
 #include "platform/web_api/threads/request_threads.h"
@@ -33,6 +34,7 @@ struct ServerSettings {
     std::size_t requestThreads = 16;
 };
 
+/// Its members are destroyed in the order that their users need: the coroutines of the connections with `context`.
 struct ServerCore {
     ServerCore(ServerSettings serverSettings, const Limits& serverLimits)
         : settings(std::move(serverSettings)),
@@ -44,11 +46,12 @@ struct ServerCore {
     const Limits limits;
 
     ConnectionRegistry connections;  // outlives the connections that the event loop still holds when it goes
-    asio::io_context context;
+    boost::asio::io_context context;
     RequestThreads requests;
     UploadThreads uploads;
     StreamThreads streams;
     std::atomic<bool> isStopping{false};
+    KxNNet::Cancellation graceIsOver;  ///< ends what threads of uploads wait for
 
     // Set before the first connection.
     std::unique_ptr<KxNNet::TlsFiles> tls;

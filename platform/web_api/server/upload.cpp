@@ -1,18 +1,28 @@
 #include "platform/web_api/server/upload.h"
 
-#include <algorithm>
+#include <poll.h>
+
 #include <exception>
 #include <utility>
 
 #include "KxJson.h"
 #include "KxLog.h"
+#include "platform/net/loop_stream.h"
+#include "platform/web_api/http/content_disposition.h"
 #include "platform/web_api/server/operation.h"
 
 namespace KxNTamberWebApi {
 
+using boost::beast::http::field;
+using KxNNet::Outcome;
+
 namespace {
 
 constexpr const char* UPLOAD_FAILED = "Upload failed";
+
+Refusal tooLarge(std::uint64_t maximumSize) {
+    return {413, "The upload is larger than " + std::to_string(maximumSize) + " bytes"};
+}
 
 bool isSuccess(int status) {
     return status >= 200 && status < 300;
@@ -20,16 +30,46 @@ bool isSuccess(int status) {
 
 }  // namespace
 
+std::optional<Refusal> describeUpload(const Exchange& exchange, std::uint64_t maximumSize, UploadRequest& upload) {
+    const RequestHead& request = exchange.request();
+    upload.endpoint = exchange.match.endpoint;
+    upload.values = exchange.match.values();
+    upload.target = request.target();
+    upload.contentType = request[field::content_type];
+    upload.maximumSize = maximumSize;
+    const bool hasDisposition = request.count(field::content_disposition) > 0;
+    // A length of 0 is an empty file when the head describes one, and else a request without a body.
+    upload.hasBody = !exchange.body->isComplete() ||
+                     (request.count(field::content_length) > 0 && (hasDisposition || !upload.contentType.empty()));
+    if (maximumSize != 0 && exchange.body->remaining() > maximumSize) {
+        return tooLarge(maximumSize);
+    }
+    const auto type = parseContentType(upload.contentType);
+    if (type && type->mediaType == "multipart/form-data") {
+        upload.boundary = type->boundary;
+        if (upload.boundary.empty()) {
+            return Refusal{400, "The form has no usable boundary"};
+        }
+    } else if (hasDisposition) {
+        std::string error;
+        const auto disposition = parseContentDisposition(request[field::content_disposition], error);
+        if (!disposition) {
+            return Refusal{400, "Content-Disposition is not well-formed: " + error};
+        }
+        upload.fileName = disposition->fileName;
+    }
+    return std::nullopt;
+}
+
 Upload::Upload(const UploadRequest& uploadRequest, std::shared_ptr<KxCHandler::Registration> handlerRegistration,
-               Transport& connection, RequestBuffer& readAhead, BodyDecoder& bodyDecoder,
-               KxNNet::Deadline& connectionDeadline, const Limits& serverLimits)
+               KxNNet::Stream& connection, RequestBody& requestBody, const Limits& serverLimits,
+               const KxNNet::Cancellation& serverEnding)
     : request(uploadRequest),
       registration(std::move(handlerRegistration)),
-      transport(connection),
-      buffered(readAhead),
-      body(bodyDecoder),
-      deadline(connectionDeadline),
+      stream(connection),
+      body(requestBody),
       limits(serverLimits),
+      ending(serverEnding),
       fileName(uploadRequest.fileName) {}
 
 bool Upload::run(bool mayHoldSession) noexcept {
@@ -46,7 +86,6 @@ bool Upload::run(bool mayHoldSession) noexcept {
     } catch (...) {
         result = makeRefusal(500, UPLOAD_FAILED);
     }
-    deadline.clear();
     piece.reset();
     return finishedWell ? false : mayHoldSession || handlerSawIt;
 }
@@ -63,7 +102,7 @@ void Upload::takeBody() {
     while (!isOver && !body.isComplete()) {
         const std::string_view bytes = readPiece();
         if (!isOver && !bytes.empty()) {
-            form ? passForm(bytes) : passRaw(bytes);
+            passPiece(bytes);
         }
     }
     if (!isOver) {
@@ -73,71 +112,46 @@ void Upload::takeBody() {
 
 /// The next bytes of the body; sets `isOver` when there are none.
 std::string_view Upload::readPiece() {
-    deadline.set(limits.progress);
-    error_code error;
-    const std::string_view pending = buffered.pending();
-    if (!pending.empty() || body.isChunked()) {
-        const BodyDecoder::Step step =
-            body.decode(pending.data(), pending.size(), piece.get(), limits.uploadBuffer, error);
-        if (error) {
-            refuse(400, "The body is not well-formed: " + error.message());
-            return {};
-        }
-        buffered.consume(step.consumed);
-        if (step.produced > 0) {
-            return mayGrowBy(step.produced) ? std::string_view(piece.get(), step.produced) : std::string_view();
-        }
-        if (step.consumed > 0) {
-            return {};
-        }
-    }
-    asio::mutable_buffer target = buffered.prepare();
-    if (!body.isChunked()) {
-        target = {piece.get(),
-                  static_cast<std::size_t>(std::min<std::uint64_t>(limits.uploadBuffer, body.remaining()))};
-    } else if (target.size() == 0) {
-        refuse(400, "The body is not well-formed: a chunk's head is too long");
+    const RequestBody::Piece next = body.next({piece.get(), limits.uploadBuffer});
+    if (!next.problem.empty()) {
+        refuse({400, next.problem});
         return {};
     }
-    const std::size_t got = transport.readBlocking(target, error);
-    if (got == 0) {
-        if (deadline.hasPassed(KxNNet::coarseMilliseconds())) {
-            refuse(408, "The body did not arrive in time");
-        }
-        isOver = true;
+    if (next.outcome != Outcome::done) {
+        isOver = !KxNNet::mustWait(next.outcome) || !waitFor(next.outcome);
         return {};
     }
-    if (body.isChunked()) {
-        buffered.commit(got);
-        return {};
-    }
-    body.tookDirectly(got);
-    return mayGrowBy(got) ? std::string_view(piece.get(), got) : std::string_view();
-}
-
-bool Upload::mayGrowBy(std::size_t size) {
-    received += size;
+    received += next.bytes.size();
     if (request.maximumSize != 0 && received > request.maximumSize) {
-        refuse(413, "The upload is larger than " + std::to_string(request.maximumSize) + " bytes");
-        return false;
+        refuse(tooLarge(request.maximumSize));
+        return {};
     }
-    return true;
+    return next.bytes;
 }
 
-bool Upload::passRaw(std::string_view bytes) {
-    return passChunk(bytes);
+/// Waits for the client. False when it takes too long, or has no time left.
+bool Upload::waitFor(Outcome wanted) {
+    short happened = 0;
+    const KxNNet::WaitLimits waitLimits{ending, std::chrono::steady_clock::now() + limits.progress};
+    const Outcome outcome = stream.wait(wanted == Outcome::wantsRead ? POLLIN : POLLOUT, waitLimits, happened);
+    late = outcome == Outcome::timedOut;
+    if (late) {
+        refuse({408, "The body did not arrive in time"});
+    }
+    return outcome == Outcome::done;
 }
 
-bool Upload::passForm(std::string_view bytes) {
-    if (form->feed(bytes) == MultipartReader::Status::failed) {
-        refuse(400, form->error());
+void Upload::passPiece(std::string_view bytes) {
+    if (!form) {
+        passChunk(bytes);
+    } else if (form->feed(bytes) == MultipartReader::Status::failed) {
+        refuse({400, form->error()});
     }
-    return !isOver;
 }
 
 void Upload::endBody() {
     if (form && form->finish() == MultipartReader::Status::failed) {
-        refuse(400, form->error());
+        refuse({400, form->error()});
         return;
     }
     if (!form && chunks == Chunks::none && !passChunk({})) {
@@ -169,7 +183,6 @@ bool Upload::passChunk(std::string_view data) {
         return false;
     }
     handlerSawIt = true;
-    deadline.clear();  // which is the client's; a disk may take its time
     bool isTaken = false;
     try {
         isTaken = use.handler()->handleUploadChunk(request.endpoint, request.target.c_str(),
@@ -202,7 +215,6 @@ void Upload::finish(bool mayHoldSession) {
         result = makeRefusal(400, "No file was uploaded");
         return;
     }
-    deadline.clear();
     KxNJson::json content;
     if (request.hasBody) {
         content = {{"fileName", fileName}, {"size", offset}};
@@ -216,8 +228,8 @@ void Upload::finish(bool mayHoldSession) {
     }
 }
 
-void Upload::refuse(int status, std::string_view detail) {
-    result = makeRefusal(status, detail);
+void Upload::refuse(const Refusal& refusal) {
+    result = makeRefusal(refusal.status, refusal.detail);
     isOver = true;
 }
 

@@ -3,17 +3,17 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "platform/net/cancellation.h"
+#include "platform/net/stream.h"
 #include "platform/web_api/http/answer.h"
 #include "platform/web_api/http/multipart_reader.h"
-#include "platform/web_api/http/request_buffer.h"
-#include "platform/web_api/http/request_parser.h"
-#include "platform/web_api/server/connection.h"
+#include "platform/web_api/server/exchange.h"
 #include "platform/web_api/server/limits.h"
 #include "platform/web_api/server/registration.h"
-#include "platform/web_api/server/transport.h"
 
 namespace KxNTamberWebApi {
 
@@ -29,12 +29,16 @@ struct UploadRequest {
     std::uint64_t maximumSize;  ///< of the body, 0 for none
 };
 
+/// Fills in `request` with what the head of `exchange` says of the file; gives why it is refused, or null.
+std::optional<Refusal> describeUpload(const Exchange& exchange, std::uint64_t maximumSize, UploadRequest& request);
+
 /// Runs on one upload thread from the first byte of the body to the answer. The thread is reserved for the upload
-/// anyway, so it also reads the connection: no byte changes hands between threads.
+/// anyway, so it also reads the stream, which it has for itself until `run` returns.
 class Upload : private MultipartFileSink {
 public:
-    Upload(const UploadRequest& request, std::shared_ptr<KxCHandler::Registration> registration, Transport& transport,
-           RequestBuffer& buffered, BodyDecoder& body, KxNNet::Deadline& deadline, const Limits& limits);
+    /// All that is referred to outlives the upload; `ending` cuts it short.
+    Upload(const UploadRequest& request, std::shared_ptr<KxCHandler::Registration> registration, KxNNet::Stream& stream,
+           RequestBody& body, const Limits& limits, const KxNNet::Cancellation& ending);
 
     /// Takes the body and calls the finish phase, where there is to be one. `mayHoldSession` tells whether an upload
     /// may have been abandoned on this thread before; returns the same for the next upload. Lets no exception out.
@@ -43,8 +47,10 @@ public:
     /// Valid after `run`: the name that the client gave the file, without directories; empty for none.
     const std::string& name() const { return fileName; }
 
+    /// Valid after `run`: whether the client was too slow.
+    bool isLate() const { return late; }
+
     /// Valid after `run`. Without a status when the client is gone.
-    const Answer& answer() const { return result; }
     Answer& answer() { return result; }
 
 private:
@@ -52,13 +58,12 @@ private:
 
     void takeBody();
     std::string_view readPiece();
-    bool passRaw(std::string_view piece);
-    bool passForm(std::string_view piece);
+    bool waitFor(KxNNet::Outcome wanted);
+    void passPiece(std::string_view piece);
     void endBody();
     bool passChunk(std::string_view data);
-    bool mayGrowBy(std::size_t size);
     void finish(bool mayHoldSession);
-    void refuse(int status, std::string_view detail);
+    void refuse(const Refusal& refusal);
 
     bool onFileBegin(const std::string& fieldName, const std::string& fileName,
                      const std::string& contentType) override;
@@ -67,11 +72,10 @@ private:
 
     const UploadRequest& request;
     std::shared_ptr<KxCHandler::Registration> registration;
-    Transport& transport;
-    RequestBuffer& buffered;
-    BodyDecoder& body;
-    KxNNet::Deadline& deadline;
+    KxNNet::Stream& stream;
+    RequestBody& body;
     const Limits& limits;
+    const KxNNet::Cancellation& ending;
 
     std::unique_ptr<char[]> piece;
     std::unique_ptr<MultipartReader> form;
@@ -84,6 +88,7 @@ private:
     bool callsFinish = false;
     bool handlerSawIt = false;  // a session may have begun
     bool finishedWell = false;
+    bool late = false;
     Answer result;
 };
 

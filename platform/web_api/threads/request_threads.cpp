@@ -27,9 +27,9 @@ std::int64_t nowMicroseconds() {
 
 thread_local RequestThreads::Thread* RequestThreads::current = nullptr;
 
-RequestThreads::RequestThreads(asio::io_context& eventLoop, std::size_t keptThreads, std::size_t mostThreads)
+RequestThreads::RequestThreads(boost::asio::io_context& eventLoop, std::size_t keptThreads, std::size_t mostThreads)
     : context(eventLoop),
-      work(asio::make_work_guard(eventLoop)),
+      work(boost::asio::make_work_guard(eventLoop)),
       kept(std::max<std::size_t>(keptThreads, 2)),
       cap(std::max(mostThreads, kept)) {
     followers.reserve(cap);  // a thread must be able to wait for the lead when memory has run out

@@ -6,6 +6,8 @@
 #pragma once
 
 #include <atomic>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
 #include <condition_variable>
 #include <cstdint>
 #include <list>
@@ -14,14 +16,14 @@
 #include <thread>
 #include <vector>
 
-#include "platform/net/asio_types.h"
+#include "platform/net/loop_stream.h"
 
 namespace KxNTamberWebApi {
 
 class RequestThreads {
 public:
     /// `kept` threads stay, up to `cap` are added while operations block. `context` outlives this object.
-    RequestThreads(asio::io_context& context, std::size_t kept, std::size_t cap);
+    RequestThreads(boost::asio::io_context& context, std::size_t kept, std::size_t cap);
     /// `stop` has been called, or `start` never was.
     ~RequestThreads();
     RequestThreads(const RequestThreads&) = delete;
@@ -76,8 +78,8 @@ private:
     void wakeMonitor();
     void joinFinished(std::unique_lock<std::mutex>& lock);
 
-    asio::io_context& context;
-    asio::executor_work_guard<Executor> work;
+    boost::asio::io_context& context;
+    boost::asio::executor_work_guard<KxNNet::Executor> work;
     const std::size_t kept;
     const std::size_t cap;
 

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "KxLog.h"
-#include "platform/web_api/server/connection.h"
+#include "platform/web_api/server/connection_registry.h"
 
 namespace KxNTamberWebApi {
 

@@ -1,8 +1,9 @@
 #include "platform/web_api/websocket/web_socket.h"
 
 #include <algorithm>
-#include <boost/asio/bind_executor.hpp>
-#include <boost/asio/dispatch.hpp>
+#include <array>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
 #include <boost/asio/post.hpp>
 #include <chrono>
 #include <utility>
@@ -12,33 +13,31 @@
 
 namespace KxNTamberWebApi {
 
-namespace websocket = boost::beast::websocket;
-namespace http = boost::beast::http;
+using KxNNet::mustWait;
+using KxNNet::Outcome;
+using KxNNet::Step;
+using KxNNet::Task;
 
 namespace {
 
-/// Joinable texts are put together up to this size, so that a message is not held back by its own length.
-constexpr std::size_t JOINED_SIZE = 64 * 1024;
+/// Control frames that may wait to be sent: a client that makes us owe more does not take what it asks for.
+constexpr std::size_t LONGEST_CONTROL_QUEUE = 64 * 1024;
+
+iovec pieceOf(std::string_view bytes) {
+    return {const_cast<char*>(bytes.data()), bytes.size()};
+}
 
 }  // namespace
 
 KxCWebSocket::State::State(ConnectionRegistry& allConnections, RequestThreads& requestThreads,
-                           const Limits& serverLimits, std::shared_ptr<Transport> connection, StreamRequest requested)
+                           const Limits& serverLimits, std::shared_ptr<KxNNet::LoopStream> connection,
+                           StreamRequest requested)
     : Connection(allConnections),
       threads(requestThreads),
       limits(serverLimits),
-      stream(std::move(requested)),
-      strand(asio::make_strand(connection->get_executor())),
-      transport(std::move(connection)),
-      turns(*transport),
-      webSocket(turns) {
-    webSocket.auto_fragment(false);
-    webSocket.read_message_max(limits.clientMessage);
-    webSocket.control_callback([this](websocket::frame_type kind, boost::beast::string_view) {
-        if (kind == websocket::frame_type::close) {
-            turns.close();
-        }
-    });
+      request(std::move(requested)),
+      stream(std::move(connection)),
+      frames(limits.clientMessage) {
     closeDeadline.set(limits.closeHandshake);
 }
 
@@ -46,30 +45,106 @@ KxCWebSocket::State::~State() {
     leave();
 }
 
-void KxCWebSocket::State::accept(RequestParser::value_type request, std::string subprotocol,
-                                 std::function<void()> established) {
+void KxCWebSocket::State::start(std::string upgradeAnswer, std::string readAhead, std::function<void()> established) {
     join();
-    webSocket.set_option(
-        websocket::stream_base::decorator([protocol = std::move(subprotocol)](websocket::response_type& response) {
-            response.set(http::field::server, "");  // else the library's own banner would stand here
-            if (!protocol.empty()) {
-                response.set(http::field::sec_websocket_protocol, protocol);
-            }
-        }));
-    upgradeRequest = std::move(request);
-    asio::dispatch(strand, [this, self = shared_from_this(), action = std::move(established)]() mutable {
-        webSocket.async_accept(upgradeRequest,
-                               asio::bind_executor(strand, [this, self, begin = std::move(action)](error_code error) {
-                                   upgradeRequest = {};
-                                   if (error) {
-                                       return;
-                                   }
-                                   closeDeadline.clear();
-                                   openFlag = true;
-                                   begin();
-                                   read();
-                               }));
-    });
+    rest = std::move(upgradeAnswer);
+    boost::asio::co_spawn(stream->executor(), serve(shared_from_this(), std::move(readAhead), std::move(established)),
+                          boost::asio::detached);
+}
+
+/// The life of the connection, from the answer to the upgrade to its end.
+Task<void> KxCWebSocket::State::serve(std::shared_ptr<State> self, std::string readAhead,
+                                      std::function<void()> established) {
+    try {
+        co_await self->answerUpgrade();
+        if (self->openFlag) {
+            established();
+            established = nullptr;
+            co_await self->readFrames(std::move(readAhead));
+        }
+    } catch (const std::exception& failure) {
+        KxCRTE_LOG(3, "Korvex Container Service: Web API drops a stream: %s", failure.what());
+    }
+    self->lost();
+}
+
+Task<void> KxCWebSocket::State::answerUpgrade() {
+    while (!rest.empty()) {
+        const iovec piece = pieceOf(rest);
+        const Step step = stream->tryWrite({&piece, 1});
+        if (step.outcome == Outcome::done) {
+            rest.erase(0, step.size);
+        } else if (mustWait(step.outcome)) {
+            co_await stream->until(step.outcome);
+        } else {
+            co_return;
+        }
+    }
+    rest.shrink_to_fit();
+    closeDeadline.clear();
+    openFlag = true;
+    std::unique_lock lock(mutex);
+    isWriting = false;
+}
+
+/// Reads what the client sends until the connection ends.
+Task<void> KxCWebSocket::State::readFrames(std::string readAhead) {
+    take(readAhead);
+    readAhead = {};
+    for (;;) {
+        const Outcome outcome = takeInput();
+        if (mustWait(outcome)) {
+            co_await stream->until(outcome);
+        } else if (outcome != Outcome::done) {
+            co_return;
+        }
+    }
+}
+
+Outcome KxCWebSocket::State::takeInput() {
+    std::array<char, 4096> room;
+    const Step step = stream->tryRead(room);
+    if (step.outcome != Outcome::done) {
+        return step.outcome;
+    }
+    take({room.data(), step.size});
+    return step.size < room.size() && !stream->hasBuffered() ? Outcome::wantsRead : Outcome::done;
+}
+
+void KxCWebSocket::State::take(std::string_view bytes) {
+    for (;;) {
+        const FrameReader::Event event = frames.next(bytes);
+        switch (event) {
+            case FrameReader::Event::none:
+                return;
+            case FrameReader::Event::message:
+                passMessage(frames.payload());
+                break;
+            case FrameReader::Event::ping:
+                sendControl(makeControlFrame(Opcode::pong, frames.payload()));
+                break;
+            case FrameReader::Event::close:
+            case FrameReader::Event::broken:
+                endByClient(event);
+                break;
+        }
+    }
+}
+
+/// Answers the client's close, or its breach of the protocol.
+void KxCWebSocket::State::endByClient(FrameReader::Event event) {
+    closeDeadline.set(limits.closeHandshake);
+    std::unique_lock lock(mutex);
+    openFlag = false;
+    (event == FrameReader::Event::close ? clientHasClosed : clientIsBroken) = true;
+    if (!isClosing) {
+        isClosing = true;
+        due += makeCloseFrame(frames.closeCode());
+    }
+    ending.cancel();
+    changed.notify_all();
+    sendDue(lock);
+    callCloseCallback(lock);
 }
 
 void KxCWebSocket::State::attach(KxCWebSocket* owner) {
@@ -80,33 +155,13 @@ void KxCWebSocket::State::attach(KxCWebSocket* owner) {
     }
 }
 
-void KxCWebSocket::State::read() {
-    webSocket.async_read(incoming, asio::bind_executor(strand, [this, self = shared_from_this()](
-                                                                   error_code error, std::size_t) { onRead(error); }));
-}
-
-void KxCWebSocket::State::onRead(error_code error) {
-    if (error) {
-        lost();
-        return;
-    }
-    if (stream.dataCallback != nullptr && webSocket.got_text()) {
-        passMessage();
-    }
-    incoming.consume(incoming.size());
-    read();
-}
-
-void KxCWebSocket::State::passMessage() {
+void KxCWebSocket::State::passMessage(std::string_view text) {
     std::unique_lock lock(mutex);
-    if (socket == nullptr || isDestroyed || isInCallback) {
+    if (request.dataCallback == nullptr || socket == nullptr || isDestroyed || isInCallback) {
         return;
     }
-    callBack(lock, [this] {
-        const auto data = incoming.cdata();
-        stream.dataCallback(stream.dataContext, stream.dataLength, socket, static_cast<const char*>(data.data()),
-                            data.size());
-    });
+    callBack(lock,
+             [&] { request.dataCallback(request.dataContext, request.dataLength, socket, text.data(), text.size()); });
 }
 
 /// Calls one of the handler's callbacks, and lets go of `lock` meanwhile.
@@ -127,132 +182,148 @@ void KxCWebSocket::State::callBack(std::unique_lock<std::mutex>& lock, Callback 
     changed.notify_all();
 }
 
-bool KxCWebSocket::State::sendText(const char* text, std::size_t length, int timeoutMilliseconds, bool joinable) {
+bool KxCWebSocket::State::sendText(std::string_view text, int timeoutMilliseconds) {
+    KxNNet::WaitLimits waitLimits{ending, std::nullopt};
+    if (timeoutMilliseconds >= 0) {
+        waitLimits.deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMilliseconds);
+    }
     std::unique_lock lock(mutex);
-    const auto hasRoom = [this] { return isGone || queued <= limits.streamQueue; };
-    if (timeoutMilliseconds < 0) {
-        changed.wait(lock, hasRoom);
-    } else if (!changed.wait_for(lock, std::chrono::milliseconds(timeoutMilliseconds), hasRoom)) {
+    if (!takeWayOut(lock, waitLimits)) {
         return false;
     }
-    if (isGone) {
-        return false;
+    lock.unlock();
+    const bool isTaken = writeFrame(text, waitLimits);
+    lock.lock();
+    isWriting = false;
+    sendDue(lock);
+    if (!isTaken && !waitLimits.deadline) {
+        // The reading coroutine finds the end now, too. Until it has noted it, the connection must not seem open.
+        changed.wait(lock, [this] { return isGone || isClosing || isInCallback; });
     }
-    if (joinable && length == 0) {
-        return true;
-    }
-    // Not on the strand, that is, in a callback: there a wait would hold up what it waits for.
-    if (timeoutMilliseconds < 0 && !isWriting && !strand.running_in_this_thread() && turns.tryTake()) {
-        return writeAtOnce(lock, {text, length});
-    }
-    if (joinable && !queue.empty() && queue.back().joinable && queue.back().text.size() < JOINED_SIZE) {
-        queue.back().text.append(text, length);
+    return isTaken;
+}
+
+/// Waits until nobody writes. False when nothing may be sent any more, or the limits end the wait.
+bool KxCWebSocket::State::takeWayOut(std::unique_lock<std::mutex>& lock, const KxNNet::WaitLimits& waitLimits) {
+    const auto isFree = [this] { return !isWriting || isGone || isClosing; };
+    if (waitLimits.deadline) {
+        changed.wait_until(lock, *waitLimits.deadline, isFree);
     } else {
-        queue.push_back({std::string(text, length), joinable});
+        changed.wait(lock, isFree);
     }
-    queued += length;
-    if (!isWriting) {
-        isWriting = true;
-        asio::post(strand, [this, self = shared_from_this()] { write(); });
+    if (isWriting || isGone || isClosing) {
+        return false;
+    }
+    isWriting = true;
+    return true;
+}
+
+/// Writes a whole message as far as the limits allow; what is then left of it goes out by the event loop. False when
+/// nothing of it will arrive.
+bool KxCWebSocket::State::writeFrame(std::string_view text, const KxNNet::WaitLimits& waitLimits) {
+    const FrameHead head(Opcode::text, text.size());
+    std::string_view first = head.bytes();
+    bool hasBegun = false;
+    while (!first.empty() || !text.empty()) {
+        const std::array<iovec, 2> pieces{pieceOf(first), pieceOf(text)};
+        const Step step = stream->write(pieces, waitLimits);
+        if (step.outcome != Outcome::done) {
+            if (step.outcome == Outcome::closed || step.outcome == Outcome::failed) {
+                stream->shutdown();
+                return false;
+            }
+            // TLS may hold a record of it already, even where nothing counts as written.
+            if (hasBegun || stream->isTls()) {
+                rest.append(first).append(text);
+            }
+            return !rest.empty();
+        }
+        hasBegun = true;
+        const std::size_t ofFirst = std::min(step.size, first.size());
+        first.remove_prefix(ofFirst);
+        text.remove_prefix(step.size - ofFirst);
     }
     return true;
 }
 
-/// Writes a message on the calling thread, which has the turn, and lets go of `lock` meanwhile.
-bool KxCWebSocket::State::writeAtOnce(std::unique_lock<std::mutex>& lock, std::string_view text) {
+/// Sends a control frame now, or behind what is being written.
+void KxCWebSocket::State::sendControl(std::string_view frame) {
+    std::unique_lock lock(mutex);
+    if (isGone || isClosing) {
+        return;
+    }
+    due += frame;
+    if (due.size() > LONGEST_CONTROL_QUEUE) {
+        stream->cut();
+    }
+    sendDue(lock);
+}
+
+/// Sends what is left and what is due, unless somebody else has the way out, who does so then. Never waits: the event
+/// loop goes on where the socket takes no more.
+void KxCWebSocket::State::sendDue(std::unique_lock<std::mutex>& lock) {
+    if (isWriting) {
+        return;
+    }
     isWriting = true;
-    lock.unlock();
-    const bool isSent = turns.writeText(text);
-    lock.lock();
+    for (;;) {
+        rest += due;
+        due.clear();
+        if (rest.empty() || isGone) {
+            break;
+        }
+        lock.unlock();
+        const iovec piece = pieceOf(rest);
+        const Step step = stream->tryWrite({&piece, 1});
+        if (mustWait(step.outcome)) {
+            boost::asio::co_spawn(stream->executor(), drain(shared_from_this()), boost::asio::detached);
+            lock.lock();
+            return;
+        }
+        lock.lock();
+        if (step.outcome != Outcome::done) {
+            stream->shutdown();
+            break;
+        }
+        rest.erase(0, step.size);
+    }
+    rest = {};
     isWriting = false;
-    if (!isSent) {
-        // The read fails now too. Until the strand has noted it, the connection must not seem open.
-        changed.wait(lock, [this] { return isGone.load(); });
+    changed.notify_all();
+    if (isClosing && !isGone && (clientHasClosed || clientIsBroken)) {
+        stream->shutdownWriting();
+        // What a client that broke the protocol still sends is read on, for closing a connection on which bytes wait
+        // would destroy our reason on its way.
+        if (clientHasClosed) {
+            stream->shutdown();
+        }
     }
-    return isSent;
 }
 
-/// Writes the first message of the queue; `isWriting` is set.
-void KxCWebSocket::State::write() {
-    {
-        std::unique_lock lock(mutex);
-        if (isGone || queue.empty()) {
-            isWriting = false;
-            lock.unlock();
-            closeWhenSent();
-            return;
-        }
-        current = std::move(queue.front());
-        queue.pop_front();
-    }
-    webSocket.text(true);
-    webSocket.async_write(asio::buffer(current.text),
-                          asio::bind_executor(strand, [this, self = shared_from_this()](error_code error, std::size_t) {
-                              onWritten(error);
-                          }));
-}
-
-void KxCWebSocket::State::onWritten(error_code error) {
-    {
-        std::lock_guard lock(mutex);
-        queued -= current.text.size();
-        changed.notify_all();
-    }
-    if (error) {
-        {
-            std::lock_guard lock(mutex);
-            isWriting = false;
-        }
-        lost();
-        return;
-    }
-    write();
-}
-
-/// Closes the connection when its owner has gone and nothing is left to be sent. On the strand.
-void KxCWebSocket::State::closeWhenSent() {
-    {
-        std::lock_guard lock(mutex);
-        if (!isDestroyed || isWriting || !queue.empty() || isClosing) {
-            return;
-        }
-        isClosing = true;
-    }
-    if (isGone) {
-        transport->shutdownBoth();
-        return;
-    }
-    closeDeadline.set(limits.closeHandshake);
-    const websocket::close_reason reason(static_cast<websocket::close_code>(closeCode.load()));
-    webSocket.async_close(reason, asio::bind_executor(strand, [this, self = shared_from_this()](error_code) {
-                              transport->shutdownBoth();
-                          }));
+/// Goes on with `sendDue`, on whose behalf it has the way out, once the socket takes more.
+Task<void> KxCWebSocket::State::drain(std::shared_ptr<State> self) {
+    co_await self->stream->until(Outcome::wantsWrite);
+    std::unique_lock lock(self->mutex);
+    self->isWriting = false;
+    self->sendDue(lock);
 }
 
 void KxCWebSocket::State::ping() {
-    {
-        std::lock_guard lock(mutex);
-        if (isGone || isWriting || isPinging || isDestroyed) {
-            pingedAt = 0;  // no pong will come
-            return;
-        }
+    std::unique_lock lock(mutex);
+    if (isWriting || isDestroyed || isClosing) {
+        pingedAt = 0;  // no pong will come
+        return;
     }
-    isPinging = true;
-    webSocket.async_ping({}, asio::bind_executor(strand, [this, self = shared_from_this()](error_code error) {
-                             isPinging = false;
-                             if (error) {
-                                 lost();
-                             }
-                         }));
+    lock.unlock();
+    sendControl(makeControlFrame(Opcode::ping, {}));
 }
 
-/// The connection can carry nothing more. On the strand.
+/// The connection can carry nothing more.
 void KxCWebSocket::State::lost() {
-    transport->shutdownBoth();
+    stream->shutdown();
     std::unique_lock lock(mutex);
     isGone = true;
     openFlag = false;
-    queue.clear();
     changed.notify_all();
     callCloseCallback(lock);
 }
@@ -265,7 +336,7 @@ void KxCWebSocket::State::end() {
 
 /// Calls the callback unless it was called before or must not be called any more; lets go of `lock` meanwhile.
 void KxCWebSocket::State::callCloseCallback(std::unique_lock<std::mutex>& lock) {
-    if (socket == nullptr || isDestroyed || closeWasTold || stream.closeCallback == nullptr) {
+    if (socket == nullptr || isDestroyed || closeWasTold || request.closeCallback == nullptr) {
         return;
     }
     closeWasTold = true;
@@ -273,18 +344,21 @@ void KxCWebSocket::State::callCloseCallback(std::unique_lock<std::mutex>& lock) 
     if (isDestroyed) {
         return;
     }
-    callBack(lock, [this] { stream.closeCallback(stream.closeContext, stream.closeLength, socket); });
+    callBack(lock, [this] { request.closeCallback(request.closeContext, request.closeLength, socket); });
 }
 
 void KxCWebSocket::State::release() {
-    {
-        std::unique_lock lock(mutex);
-        isDestroyed = true;
-        openFlag = false;
-        changed.wait(lock, [this] { return !isInCallback; });
-        socket = nullptr;
+    std::unique_lock lock(mutex);
+    isDestroyed = true;
+    openFlag = false;
+    changed.wait(lock, [this] { return !isInCallback; });
+    socket = nullptr;
+    if (!isClosing) {
+        isClosing = true;
+        closeDeadline.set(limits.closeHandshake);
+        due += makeCloseFrame(closeCode);
     }
-    asio::post(strand, [this, self = shared_from_this()] { closeWhenSent(); });
+    sendDue(lock);
 }
 
 bool KxCWebSocket::State::isReleased() {
@@ -293,7 +367,7 @@ bool KxCWebSocket::State::isReleased() {
 }
 
 void KxCWebSocket::State::sweep(std::int64_t now) {
-    const KxNNet::TcpProgress progress = KxNNet::readTcpProgress(transport->descriptor());
+    const KxNNet::TcpProgress progress = KxNNet::readTcpProgress(stream->descriptor());
     const bool hasReceived = progress.bytesReceived != bytesReceived;
     const bool isAcknowledging = progress.bytesAcknowledged != bytesAcknowledged;
     bytesReceived = progress.bytesReceived;
@@ -305,7 +379,7 @@ void KxCWebSocket::State::sweep(std::int64_t now) {
         // Megabytes of the stream's end may still wait in the kernel for a client that is slow.
         const auto patience = progress.bytesWaiting > 0 ? limits.streamProgress : limits.closeHandshake;
         if (now - lastAcknowledged >= patience.count()) {
-            transport->cut();
+            stream->cut();
         }
         return;
     }
@@ -320,25 +394,26 @@ void KxCWebSocket::State::sweep(std::int64_t now) {
         std::lock_guard lock(mutex);
         dataWaits = isWriting;
     }
+    // A client that takes nothing is given up whatever it sends.
+    waitingSince = !dataWaits ? 0 : waitingSince == 0 || isAcknowledging ? now : waitingSince;
     std::int64_t awaitedSince = pingedAt;
     if (dataWaits && awaitedSince != 0 && pingedAt.compare_exchange_strong(awaitedSince, now)) {
         awaitedSince = now;  // a pong may have to wait behind the data
     }
-    const std::int64_t still = now - lastMoved;
-    const bool isStuck = dataWaits && still >= limits.streamProgress.count();
+    const bool isStuck = dataWaits && now - waitingSince >= limits.streamProgress.count();
     const bool isSilent = !dataWaits && awaitedSince != 0 && now - awaitedSince >= limits.pongWithin.count();
     if (isStuck || isSilent) {
-        transport->cut();
-    } else if (!dataWaits && awaitedSince == 0 && still >= limits.pingAfter.count()) {
+        stream->cut();
+    } else if (!dataWaits && awaitedSince == 0 && now - lastMoved >= limits.pingAfter.count()) {
         pingedAt = now;
         if (const auto self = weak_from_this().lock()) {
-            asio::post(strand, [self] { self->ping(); });
+            boost::asio::post(stream->executor(), [self] { self->ping(); });
         }
     }
 }
 
 void KxCWebSocket::State::abort() {
-    transport->cut();
+    stream->cut();
 }
 
 KxCWebSocket::KxCWebSocket(std::shared_ptr<State> connection) : state(std::move(connection)) {
@@ -355,7 +430,7 @@ KxCWebSocket::~KxCWebSocket() {
 
 bool KxCWebSocket::sendText(KxCErrorListPool&, const char* text, std::size_t length, int timeoutMilliseconds,
                             bool joinable) {
-    return state->sendText(text, length, timeoutMilliseconds, joinable);
+    return joinable && length == 0 ? isOpen() : state->sendText({text, length}, timeoutMilliseconds);
 }
 
 bool KxCWebSocket::isOpen() const {

@@ -1,54 +1,57 @@
 // The server's side of one WebSocket.
 //
-// Lifetimes. The record of a connection (KxCWebSocket::State) is shared by the KxCWebSocket that the handler holds and
-// by whatever input or output is under way, so neither outlives it. Everything that touches the connection runs on its
-// strand, but for one thing: while nothing waits to be sent, `sendText` writes by itself when it gets a turn. Else it
-// and the destructor only touch the queue and the flags, under `mutex`, and post to the strand. A callback is entered
-// under that mutex only while `isDestroyed` is not set, which the destructor sets before it waits for the callback that
-// runs: so none runs after the destructor has returned, and none begins once it has begun.
+// The client's frames are read on the event loop. Frames to the client are written whole, by whichever thread has one:
+// a message by the thread of the stream, which waits while the client does not read; control frames by the loop, or by
+// that thread behind its message. `isWriting` says that somebody has the way out. What the socket has not taken of a
+// frame whose writer could not wait goes out first, by the loop.
+//
+// The record of a connection (KxCWebSocket::State) is shared by the KxCWebSocket that the handler holds and by the
+// coroutines that wait for the client, so none of them outlives it. A callback is entered under `mutex` only while
+// `isDestroyed` is not set, which the destructor sets before it waits for the callback that runs: so none runs after
+// the destructor has returned, and none begins once it has begun.
 #pragma once
 
-#include <boost/asio/strand.hpp>
-#include <boost/beast/core/flat_buffer.hpp>
-#include <boost/beast/websocket/stream.hpp>
+#include <atomic>
 #include <condition_variable>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 
+#include "platform/net/cancellation.h"
+#include "platform/net/deadline.h"
+#include "platform/net/loop_stream.h"
 #include "platform/web_api/http/answer.h"
-#include "platform/web_api/http/request_parser.h"
-#include "platform/web_api/server/connection.h"
+#include "platform/web_api/server/connection_registry.h"
 #include "platform/web_api/server/limits.h"
-#include "platform/web_api/server/transport.h"
 #include "platform/web_api/threads/request_threads.h"
-#include "platform/web_api/websocket/frame_turns.h"
+#include "platform/web_api/websocket/frames.h"
 
 namespace KxNTamberWebApi {
 
 struct KxCWebSocket::State : public Connection, public std::enable_shared_from_this<KxCWebSocket::State> {
 public:
-    /// Takes over the connection of an upgrade request.
+    /// Takes over the connection of an upgrade request. Throws std::system_error when the process is out of
+    /// descriptors.
     State(ConnectionRegistry& allConnections, RequestThreads& threads, const Limits& limits,
-          std::shared_ptr<Transport> transport, StreamRequest stream);
+          std::shared_ptr<KxNNet::LoopStream> stream, StreamRequest requested);
     ~State() override;
 
-    /// Answers the upgrade request, then calls `established` on the strand, or nothing when the connection is lost.
-    /// `subprotocol` is the one selected, empty for none.
-    void accept(RequestParser::value_type request, std::string subprotocol, std::function<void()> established);
+    /// Sends `upgradeAnswer` and then calls `established` on the event loop, or nothing when the connection is lost.
+    /// `readAhead` has come behind the request.
+    void start(std::string upgradeAnswer, std::string readAhead, std::function<void()> established);
 
     // The handler's side.
-    bool sendText(const char* text, std::size_t length, int timeoutMilliseconds, bool joinable);
+    bool sendText(std::string_view text, int timeoutMilliseconds);
     bool isOpen() const { return openFlag.load() && !isEnding.load(); }
     /// Begins when `socket` exists, through which callbacks are called.
     void attach(KxCWebSocket* socket);
-    /// Ends all callbacks; the connection is closed once the queue has been sent.
+    /// Ends all callbacks; the connection is closed once what is being written has been sent.
     void release();
     bool isReleased();
     /// The close code sent in the end; 1000 unless it is set before `release`.
-    void setCloseCode(unsigned short code) { closeCode = code; }
+    void setCloseCode(std::uint16_t code) { closeCode = code; }
 
     /// Ends the stream from the server's side: tells the handler as if the client had closed, but texts are still sent.
     void end();
@@ -59,51 +62,51 @@ public:
     void abort() override;
 
 private:
-    struct Message {
-        std::string text;
-        bool joinable;
-    };
+    // On the event loop.
+    static KxNNet::Task<void> serve(std::shared_ptr<State> self, std::string readAhead,
+                                    std::function<void()> established);
+    KxNNet::Task<void> answerUpgrade();
+    KxNNet::Task<void> readFrames(std::string readAhead);
+    KxNNet::Outcome takeInput();
+    void take(std::string_view bytes);
+    void endByClient(FrameReader::Event event);
+    static KxNNet::Task<void> drain(std::shared_ptr<State> self);
 
-    bool writeAtOnce(std::unique_lock<std::mutex>& lock, std::string_view text);
-    void read();
-    void onRead(error_code error);
-    void write();
-    void onWritten(error_code error);
-    void closeWhenSent();
+    // Any thread.
+    bool takeWayOut(std::unique_lock<std::mutex>& lock, const KxNNet::WaitLimits& waitLimits);
+    bool writeFrame(std::string_view text, const KxNNet::WaitLimits& waitLimits);
+    void sendControl(std::string_view frame);
+    void sendDue(std::unique_lock<std::mutex>& lock);
     void ping();
     void lost();
     void callCloseCallback(std::unique_lock<std::mutex>& lock);
     template <typename Callback>
     void callBack(std::unique_lock<std::mutex>& lock, Callback callback);
-    void passMessage();
+    void passMessage(std::string_view text);
 
     RequestThreads& threads;
     const Limits& limits;
-    const StreamRequest stream;
-    asio::strand<Executor> strand;
+    const StreamRequest request;
+    const std::shared_ptr<KxNNet::LoopStream> stream;
+    KxNNet::Cancellation ending;  ///< ends the wait of a writer whose client has closed
 
-    // On the strand.
-    std::shared_ptr<Transport> transport;
-    FrameTurns turns;
-    boost::beast::websocket::stream<FrameTurns&, false> webSocket;
-    RequestParser::value_type upgradeRequest;
-    boost::beast::flat_buffer incoming;
-    Message current{{}, false};  // being written
-    bool isClosing = false;
-    bool isPinging = false;
+    FrameReader frames;  // the reading coroutine's own
+    std::string rest;    // of frames that the socket has not taken; belongs to who has the way out
 
     // Any thread.
     std::atomic<bool> openFlag{false};
     std::atomic<bool> isEnding{false};  // by the server
-    std::atomic<bool> isGone{false};    // nothing can be sent or received any more
-    std::atomic<unsigned short> closeCode{1000};
+    std::atomic<bool> isGone{false};    // the reading coroutine has found the end
+    std::atomic<std::uint16_t> closeCode{CLOSE_NORMAL};
     KxNNet::Deadline closeDeadline;
 
     std::mutex mutex;
     std::condition_variable changed;
-    std::deque<Message> queue;
-    std::size_t queued = 0;  // bytes in the queue and in `current`
-    bool isWriting = false;  // the strand, or `sendText` itself
+    bool isWriting = true;   // somebody has the way out; at first the answer to the upgrade
+    std::string due;         // control frames that wait for it
+    bool isClosing = false;  // our close is due or sent, and nothing follows it
+    bool clientHasClosed = false;
+    bool clientIsBroken = false;  // it has sent what the protocol forbids
     KxCWebSocket* socket = nullptr;
     bool isDestroyed = false;
     bool isInCallback = false;
@@ -116,6 +119,7 @@ private:
     std::uint64_t bytesReceived = 0;
     std::int64_t lastMoved = 0;
     std::int64_t lastAcknowledged = 0;
+    std::int64_t waitingSince = 0;  // 0 while nothing waits to be sent
 };
 
 }  // namespace KxNTamberWebApi

@@ -1,8 +1,8 @@
-#include "platform/web_api/http/request_parser.h"
+#include "platform/web_api/http/body_decoder.h"
 
 #include <algorithm>
+#include <boost/asio/buffer.hpp>
 #include <boost/beast/http/error.hpp>
-#include <cstring>
 
 namespace KxNTamberWebApi {
 
@@ -13,24 +13,23 @@ bool BodyDecoder::isComplete() const {
     return chunked ? parser.is_done() : left == 0;
 }
 
-BodyDecoder::Step BodyDecoder::decode(const char* raw, std::size_t size, char* into, std::size_t room,
-                                      error_code& error) {
+BodyDecoder::Step BodyDecoder::decode(std::string_view raw, std::span<char> room, boost::system::error_code& error) {
     if (!chunked) {
-        const std::size_t taken = static_cast<std::size_t>(std::min<std::uint64_t>({size, room, left}));
-        std::memcpy(into, raw, taken);
+        const auto taken = static_cast<std::size_t>(std::min<std::uint64_t>({raw.size(), room.size(), left}));
+        std::copy_n(raw.data(), taken, room.data());
         left -= taken;
         return {taken, taken};
     }
     namespace http = boost::beast::http;
     auto& target = parser.get().body();
-    target.data = into;
-    target.size = room;
+    target.data = room.data();
+    target.size = room.size();
     target.more = true;
-    const std::size_t consumed = parser.put(asio::buffer(raw, size), error);
+    const std::size_t consumed = parser.put(boost::asio::buffer(raw.data(), raw.size()), error);
     if (error == http::error::need_more || error == http::error::need_buffer) {
         error.clear();
     }
-    return {consumed, room - target.size};
+    return {consumed, room.size() - target.size};
 }
 
 }  // namespace KxNTamberWebApi

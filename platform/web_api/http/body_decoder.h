@@ -1,20 +1,20 @@
-// The HTTP parser, and what is said about the body that follows a head.
+// Takes the body out of the bytes that follow a request's head.
 #pragma once
 
-#include <boost/beast/http/buffer_body.hpp>
-#include <boost/beast/http/parser.hpp>
+#include <boost/system/error_code.hpp>
+#include <cstddef>
 #include <cstdint>
+#include <span>
+#include <string_view>
 
-#include "platform/net/asio_types.h"
+#include "platform/web_api/http/request_head.h"
 
 namespace KxNTamberWebApi {
 
-using RequestParser = boost::beast::http::request_parser<boost::beast::http::buffer_body>;
-
-/// Takes the body out of the bytes that follow a head that `parser` has read.
 class BodyDecoder {
 public:
-    explicit BodyDecoder(RequestParser& parser);
+    /// `headParser` has read a head, and outlives the decoder.
+    explicit BodyDecoder(RequestParser& headParser);
 
     bool isComplete() const;
     bool isChunked() const { return chunked; }
@@ -27,8 +27,8 @@ public:
         std::size_t consumed;
         std::size_t produced;
     };
-    /// Decodes from `raw` into `into`. A step that consumes nothing needs more raw bytes.
-    Step decode(const char* raw, std::size_t size, char* into, std::size_t room, error_code& error);
+    /// Decodes from `raw` into `room`. A step that consumes nothing needs more raw bytes.
+    Step decode(std::string_view raw, std::span<char> room, boost::system::error_code& error);
 
 private:
     RequestParser& parser;

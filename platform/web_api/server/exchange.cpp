@@ -1,0 +1,118 @@
+#include "platform/web_api/server/exchange.h"
+
+#include "KxLog.h"
+#include "platform/web_api/access/audit.h"
+#include "platform/web_api/description/openapi.h"
+#include "platform/web_api/http/content_disposition.h"
+
+namespace KxNTamberWebApi {
+
+using boost::beast::http::field;
+
+namespace {
+
+bool isChange(std::string_view method) {
+    return method == "POST" || method == "PUT" || method == "PATCH" || method == "DELETE";
+}
+
+/// An endpoint record does not say that its answer is a WebSocket; the last segment of its route does.
+bool isStreamRoute(std::string_view route) {
+    return route.ends_with("/ws");
+}
+
+Next examineJson(Exchange& exchange, const Limits& limits) {
+    const auto type = parseContentType(exchange.request()[field::content_type]);
+    if (!type || type->mediaType != "application/json") {
+        exchange.refuse(415, "The body must be application/json");
+        return Next::answer;
+    }
+    if (exchange.body->remaining() > limits.jsonBody) {
+        exchange.refuse(413, "The body is larger than " + std::to_string(limits.jsonBody) + " bytes");
+        return Next::answer;
+    }
+    return Next::readJson;
+}
+
+Next examineBody(Exchange& exchange, const ServerCore& core) {
+    const KxSTamberWebApiEndpoint* const endpoint = exchange.match.endpoint;
+    if (endpoint == &openApiEndpoint) {
+        exchange.response.answer = {200, core.openApiDocument, "application/json", {}};
+        return Next::answer;
+    }
+    if (endpoint->isUpload != 0) {
+        return Next::takeUpload;
+    }
+    if (endpoint->bodyKinds != nullptr && endpoint->bodyKinds[0] == BODY_JSON && !exchange.body->isComplete()) {
+        return examineJson(exchange, core.limits);
+    }
+    if (isStreamRoute(endpoint->route) && !asksForWebSocket(exchange.request())) {
+        exchange.refuse(426, "This is a WebSocket: the request must ask for the upgrade");
+        return Next::answer;
+    }
+    return Next::runOperation;
+}
+
+/// Finds the endpoint. False when the answer stands.
+bool route(Exchange& exchange) {
+    const RouteMatch& match = exchange.match;
+    switch (match.outcome) {
+        case RouteMatch::Outcome::matched:
+            return true;
+        case RouteMatch::Outcome::options:
+            exchange.response.answer = {204, {}, {}, {}};
+            break;
+        case RouteMatch::Outcome::badRequest:
+            exchange.refuse(400, match.detail);
+            break;
+        case RouteMatch::Outcome::notFound:
+            exchange.refuse(404, match.detail);
+            break;
+        case RouteMatch::Outcome::methodNotAllowed:
+            exchange.refuse(405, match.detail);
+            break;
+    }
+    exchange.response.answer.allow = match.allow;
+    return false;
+}
+
+}  // namespace
+
+Next examine(Exchange& exchange, std::string_view head, RequestBuffer& readAhead, KxNNet::Stream& stream,
+             const std::string& subject, const ServerCore& core) {
+    if (const auto refusal = parseRequestHead(exchange.parser, head)) {
+        exchange.refuse(refusal->status, refusal->detail);
+        exchange.keepsConnection = false;
+        return Next::answer;
+    }
+    const RequestHead& request = exchange.request();
+    exchange.keepsConnection = exchange.parser.keep_alive();
+    exchange.body.emplace(exchange.parser, readAhead, stream);
+    core.router->route(request.method_string(), request.target(), exchange.match);  // for the audit line, too
+    if (auto refusal = core.access->check(request, subject, exchange.identity)) {
+        exchange.response.answer = std::move(*refusal);
+        return Next::answer;
+    }
+    exchange.mayComeIn = true;
+    return route(exchange) ? examineBody(exchange, core) : Next::answer;
+}
+
+void writeAuditLine(const Exchange& exchange, const std::string& peer) {
+    const int status = exchange.response.answer.status;
+    const std::string_view method = exchange.request().method_string();
+    if ((!isChange(method) && status != 401 && status != 403) || !KxCRTE_LOG_IsLevelEnabled(2)) {
+        return;
+    }
+    AuditRecord record;
+    record.peer = peer;
+    record.identity = exchange.identity;
+    record.method = method;
+    record.route = exchange.match.endpoint != nullptr ? exchange.match.endpoint->route : "";
+    record.name = exchange.uploadedName.empty() ? exchange.match.name() : std::string_view(exchange.uploadedName);
+    record.status = status;
+    record.milliseconds =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - exchange.begunAt)
+            .count();
+    KxCRTE_LOG_Impl(2, "%s", makeAuditLine(record).c_str());
+}
+
+}  // namespace KxNTamberWebApi

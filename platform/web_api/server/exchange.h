@@ -1,0 +1,49 @@
+// One request and its answer, and what the request's head asks for.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/web_api/http/answer.h"
+#include "platform/web_api/http/request_head.h"
+#include "platform/web_api/routing/router.h"
+#include "platform/web_api/server/request_body.h"
+#include "platform/web_api/server/server_core.h"
+
+namespace KxNTamberWebApi {
+
+/// Lives from the end of the request's head to the end of its answer.
+struct Exchange {
+    RequestParser parser;
+    std::optional<RequestBody> body;  ///< once the head has passed the checks
+    RouteMatch match;
+    std::string identity;
+    std::string uploadedName;
+    KxCResponse::State response;
+    bool keepsConnection = true;
+    bool mayComeIn = false;
+    std::chrono::steady_clock::time_point begunAt = std::chrono::steady_clock::now();
+
+    const RequestHead& request() const { return parser.get(); }
+    void refuse(int status, std::string_view detail) { response.answer = makeRefusal(status, detail); }
+};
+
+/// What is to be done with a request whose head was looked at.
+enum class Next {
+    answer,        ///< it stands already
+    runOperation,  ///< without a body
+    readJson,
+    takeUpload,
+};
+
+/// The checks of a request in their order: its form, who sends it, its route, the kind of its body. `subject` is that
+/// of the client's verified certificate, empty for none. Waits for nothing and calls no operation.
+Next examine(Exchange& exchange, std::string_view head, RequestBuffer& readAhead, KxNNet::Stream& stream,
+             const std::string& subject, const ServerCore& core);
+
+/// One line in the log for each change and each refusal.
+void writeAuditLine(const Exchange& exchange, const std::string& peer);
+
+}  // namespace KxNTamberWebApi

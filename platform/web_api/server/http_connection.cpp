@@ -1,0 +1,416 @@
+#include "platform/web_api/server/http_connection.h"
+
+#include <array>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/post.hpp>
+#include <exception>
+#include <new>
+#include <utility>
+
+#include "KxJson.h"
+#include "KxLog.h"
+#include "platform/json/json_text.h"
+#include "platform/web_api/server/operation.h"
+#include "platform/web_api/server/stream_operation.h"
+#include "platform/web_api/server/upload.h"
+
+namespace KxNTamberWebApi {
+
+using KxNNet::mustWait;
+using KxNNet::Outcome;
+using KxNNet::Step;
+
+namespace {
+
+/// The library's message without its own error number in brackets.
+std::string_view withoutErrorNumber(std::string_view message) {
+    const std::size_t end = message.find("] ");
+    return message.starts_with('[') && end != message.npos ? message.substr(end + 2) : message;
+}
+
+/// Drops what has arrived of a body that nobody took. False when more of it is to come.
+bool skipReadAhead(Exchange& exchange) {
+    if (!exchange.body) {
+        return true;
+    }
+    std::array<char, 4096> dropped;
+    while (!exchange.body->isComplete()) {
+        const RequestBody::Piece piece = exchange.body->nextReadAhead(dropped);
+        if (!piece.problem.empty() || piece.outcome != Outcome::done) {
+            return false;
+        }
+    }
+    return true;
+}
+
+Step dropSome(KxNNet::Stream& stream) {
+    std::array<char, 16 * 1024> dropped;
+    return stream.tryRead(dropped);
+}
+
+}  // namespace
+
+HttpConnection::HttpConnection(ServerCore& serverCore, KxNCommon::UniqueFd socket, std::string peerAddress)
+    : Connection(serverCore.connections),
+      core(serverCore),
+      peer(std::move(peerAddress)),
+      stream(std::make_shared<KxNNet::LoopStream>(core.context.get_executor(), std::move(socket),
+                                                  core.tls->contextForConnection().get())) {
+    join();
+}
+
+HttpConnection::~HttpConnection() {
+    leave();
+}
+
+void HttpConnection::begin() {
+    boost::asio::co_spawn(core.context.get_executor(), serve(shared_from_this()), boost::asio::detached);
+}
+
+void HttpConnection::sweep(std::int64_t now) {
+    if (!deadline.hasPassed(now)) {
+        return;
+    }
+    if (isIdle) {
+        stream->shutdown();
+    } else if (isSending || isLate) {
+        stream->cut();
+    } else {
+        isLate = true;
+        stream->shutdownReading();
+    }
+}
+
+void HttpConnection::onStopping() {
+    if (isIdle) {
+        stream->shutdown();
+    }
+}
+
+void HttpConnection::abort() {
+    stream->cut();
+}
+
+/// The life of a connection: one request after the other, until one ends it.
+KxNNet::Task<void> HttpConnection::serve(std::shared_ptr<HttpConnection> self) {
+    try {
+        bool goesOn = co_await self->openTls();
+        std::size_t headSize = 0;
+        while (goesOn) {
+            goesOn = co_await self->readHead(headSize);
+            if (goesOn) {
+                goesOn = co_await self->answerRequest(headSize);
+            }
+        }
+    } catch (const std::exception& failure) {
+        KxCRTE_LOG(3, "Korvex Container Service: Web API drops the connection from %s: %s", self->peer.c_str(),
+                   failure.what());
+    }
+}
+
+KxNNet::Task<bool> HttpConnection::openTls() {
+    if (!stream->isTls()) {
+        co_return true;
+    }
+    deadline.set(core.limits.header);
+    for (;;) {
+        const Step step = stream->tryHandshake();
+        if (!mustWait(step.outcome)) {
+            certificateSubject = stream->clientSubject();
+            co_return step.outcome == Outcome::done;
+        }
+        co_await stream->until(step.outcome);
+    }
+}
+
+/// Waits for the head of the next request. False when the connection is to be left.
+KxNNet::Task<bool> HttpConnection::readHead(std::size_t& headSize) {
+    isIdle = buffer.pending().empty();
+    deadline.set(isIdle ? core.limits.keepAlive : core.limits.header);
+    if (core.isStopping) {
+        co_return false;
+    }
+    // Mostly nothing has come yet; a read would only find that out.
+    bool mayHaveCome = stream->hasBuffered();
+    for (;;) {
+        switch (buffer.findHead(core.limits.requestLine, core.limits.headerBlock, headSize)) {
+            case RequestBuffer::Head::complete:
+                deadline.clear();
+                co_return true;
+            case RequestBuffer::Head::lineTooLong:
+                co_await refuseHead(414, "The request line is too long");
+                co_return false;
+            case RequestBuffer::Head::blockTooLong:
+                co_await refuseHead(431, "The header block is too large");
+                co_return false;
+            case RequestBuffer::Head::incomplete:
+                break;
+        }
+        Step step{Outcome::wantsRead};
+        if (mayHaveCome) {
+            const std::span<char> room = buffer.prepare();
+            step = room.empty() ? Step{Outcome::failed} : stream->tryRead(room);
+        }
+        mayHaveCome = true;
+        if (mustWait(step.outcome)) {
+            buffer.shrink();
+            co_await stream->until(step.outcome);
+        } else if (step.outcome == Outcome::done) {
+            buffer.commit(step.size);
+            mayHaveCome = stream->hasBuffered();
+            if (isIdle) {
+                isIdle = false;
+                deadline.set(core.limits.header);
+            }
+        } else {
+            if (isLate) {
+                co_await refuseHead(408, "The header block did not arrive in time");
+            }
+            co_return false;
+        }
+    }
+}
+
+/// Answers the request whose head is in the buffer. False when the connection is to be left.
+KxNNet::Task<bool> HttpConnection::answerRequest(std::size_t headSize) {
+    Exchange exchange;
+    isIdle = false;
+    const Next next =
+        examine(exchange, buffer.pending().substr(0, headSize), buffer, *stream, certificateSubject, core);
+    buffer.consume(headSize);
+    switch (next) {
+        case Next::answer:
+            break;
+        case Next::runOperation:
+            runOperation(exchange, nullptr);
+            if (exchange.response.switchesToStream && becomesStream(exchange)) {
+                co_return false;
+            }
+            break;
+        case Next::readJson:
+            co_await readJson(exchange);
+            break;
+        case Next::takeUpload:
+            co_await takeUpload(exchange);
+            break;
+    }
+    writeAuditLine(exchange, peer);
+    if (exchange.response.answer.status == 0) {
+        co_return false;  // nobody is there to be answered
+    }
+    co_return co_await sendAnswer(exchange);
+}
+
+void HttpConnection::runOperation(Exchange& exchange, const KxNJson::json* content) {
+    if (!core.requests.mayBegin()) {
+        exchange.refuse(503, "Too many requests are waiting");
+        return;
+    }
+    const KxSTamberWebApiEndpoint* const endpoint = exchange.match.endpoint;
+    const RequestThreads::Operation operation(core.requests, &core.tendsToBlock.at(endpoint));
+    callOperation(core.registration, endpoint, content, exchange.match.values(), exchange.response);
+}
+
+KxNNet::Task<void> HttpConnection::readJson(Exchange& exchange) {
+    std::string text;
+    if (!co_await sendContinue(exchange) || !co_await readText(exchange, text)) {
+        co_return;
+    }
+    runWithJson(exchange, text);
+}
+
+/// Reads a body that is to be held in memory. False when it did not come whole; the answer, if any, then stands.
+KxNNet::Task<bool> HttpConnection::readText(Exchange& exchange, std::string& text) {
+    RequestBody& body = *exchange.body;
+    std::array<char, 4096> room;
+    deadline.set(core.limits.progress);
+    while (!body.isComplete()) {
+        const RequestBody::Piece piece = body.next(room);
+        if (!piece.problem.empty()) {
+            exchange.refuse(400, piece.problem);
+            co_return false;
+        }
+        if (mustWait(piece.outcome)) {
+            co_await stream->until(piece.outcome);
+            continue;
+        }
+        if (piece.outcome != Outcome::done) {
+            if (isLate) {
+                exchange.refuse(408, "The body did not arrive in time");
+            }
+            co_return false;
+        }
+        deadline.set(core.limits.progress);
+        text.append(piece.bytes);
+        if (text.size() > core.limits.jsonBody) {
+            exchange.refuse(413, "The body is larger than " + std::to_string(core.limits.jsonBody) + " bytes");
+            co_return false;
+        }
+    }
+    deadline.clear();
+    co_return true;
+}
+
+void HttpConnection::runWithJson(Exchange& exchange, const std::string& text) {
+    if (text.empty()) {
+        runOperation(exchange, nullptr);
+        return;
+    }
+    KxNJson::json content;
+    try {
+        const RequestThreads::Operation parsing(core.requests);
+        content = KxNJson::parseJsonText(text, core.limits.jsonDepth);
+    } catch (const std::bad_alloc&) {
+        exchange.refuse(503, "There is not enough memory for the body");
+        return;
+    } catch (const std::exception& failure) {
+        exchange.refuse(400, "The body is not valid JSON: " + std::string(withoutErrorNumber(failure.what())));
+        return;
+    }
+    runOperation(exchange, &content);
+}
+
+KxNNet::Task<void> HttpConnection::takeUpload(Exchange& exchange) {
+    UploadRequest request{};
+    if (const auto refusal = describeUpload(exchange, core.settings.maxUploadBytes, request)) {
+        exchange.refuse(refusal->status, refusal->detail);
+        co_return;
+    }
+    if (!co_await sendContinue(exchange)) {
+        co_return;
+    }
+    Upload upload(request, core.registration, *stream, *exchange.body, core.limits, core.graceIsOver);
+    const bool hadThread = co_await carryUpload(upload);
+    if (!hadThread) {
+        exchange.refuse(503, "Too many uploads are under way");
+        co_return;
+    }
+    isLate = isLate || upload.isLate();
+    exchange.uploadedName = upload.name();
+    exchange.response.answer = std::move(upload.answer());
+}
+
+/// Lends the stream to an upload thread until that has done with it. False when there was none.
+KxNNet::Task<bool> HttpConnection::carryUpload(Upload& upload) {
+    bool hadThread = true;
+    boost::asio::use_awaitable_t<KxNNet::Executor> resumed;
+    co_await boost::asio::async_initiate<boost::asio::use_awaitable_t<KxNNet::Executor>, void()>(
+        [this, &upload, &hadThread](auto&& handler) {
+            // Both ways out share the handler, and only one is taken.
+            auto resume = std::make_shared<std::decay_t<decltype(handler)>>(std::forward<decltype(handler)>(handler));
+            const auto goOn = [this, resume] { boost::asio::post(core.context, [resume] { std::move (*resume)(); }); };
+            core.uploads.submit({[&upload, goOn](bool mayHoldSession) {
+                                     const bool result = upload.run(mayHoldSession);
+                                     goOn();
+                                     return result;
+                                 },
+                                 [&hadThread, goOn] {
+                                     hadThread = false;
+                                     goOn();
+                                 }});
+        },
+        resumed);
+    co_return hadThread;
+}
+
+/// Turns the connection into a stream, if the request is one for that; otherwise the answer stands.
+bool HttpConnection::becomesStream(Exchange& exchange) {
+    exchange.response.switchesToStream = false;
+    if (!asksForWebSocket(exchange.request())) {
+        exchange.refuse(426, "This is a WebSocket: the request must ask for the upgrade");
+        return false;
+    }
+    if (!exchange.body->isComplete() || !openStream(core, exchange, stream, buffer.pending())) {
+        exchange.refuse(400, "The WebSocket handshake is not well-formed");
+        return false;
+    }
+    leave();
+    return true;
+}
+
+KxNNet::Task<bool> HttpConnection::sendAnswer(Exchange& exchange) {
+    const bool hasSkipped = skipReadAhead(exchange);
+    exchange.keepsConnection = exchange.keepsConnection && hasSkipped && !isLate && !core.isStopping;
+    const Answer& answer = exchange.response.answer;
+    AnswerFraming framing;
+    framing.keepsConnection = exchange.keepsConnection;
+    framing.isHttp10 = exchange.request().version() < 11;
+    framing.hidesBody =
+        exchange.request().method() == boost::beast::http::verb::head || answer.status == 204 || answer.status == 304;
+    const std::string head = makeAnswerHead(answer, framing);
+    const bool isSent = co_await send(head, framing.hidesBody ? std::string_view() : answer.body);
+    if (isSent && !exchange.keepsConnection) {
+        announceEnd();
+        if (!hasSkipped || !exchange.body) {
+            co_await discard(exchange.mayComeIn ? core.limits.discardKnown : core.limits.discardUnknown);
+        }
+    }
+    co_return isSent&& exchange.keepsConnection;
+}
+
+/// Answers something that is no request.
+KxNNet::Task<void> HttpConnection::refuseHead(int status, std::string_view detail) {
+    const Answer answer = makeRefusal(status, detail);
+    AnswerFraming framing;
+    framing.keepsConnection = false;
+    const std::string head = makeAnswerHead(answer, framing);
+    const bool isSent = co_await send(head, answer.body);
+    if (isSent) {
+        announceEnd();
+        co_await discard(core.limits.discardUnknown);
+    }
+}
+
+KxNNet::Task<bool> HttpConnection::sendContinue(const Exchange& exchange) {
+    if (!expectsContinue(exchange.request()) || exchange.body->isComplete() || exchange.body->hasBegunToArrive()) {
+        co_return true;
+    }
+    co_return co_await send(CONTINUE_ANSWER, {});
+}
+
+KxNNet::Task<bool> HttpConnection::send(std::string_view first, std::string_view second) {
+    while (!first.empty() || !second.empty()) {
+        const std::array<iovec, 2> pieces{
+            {{const_cast<char*>(first.data()), first.size()}, {const_cast<char*>(second.data()), second.size()}}};
+        const Step step = stream->tryWrite(pieces);
+        if (mustWait(step.outcome)) {
+            isSending = true;
+            deadline.set(core.limits.progress);
+            co_await stream->until(step.outcome);
+            continue;
+        }
+        if (step.outcome != Outcome::done) {
+            co_return false;
+        }
+        const std::size_t ofFirst = std::min(step.size, first.size());
+        first.remove_prefix(ofFirst);
+        second.remove_prefix(step.size - ofFirst);
+    }
+    isSending = false;
+    deadline.clear();
+    co_return true;
+}
+
+/// Reads on for a while after the last answer: closing a connection on which bytes wait would destroy the answer on its
+/// way.
+KxNNet::Task<void> HttpConnection::discard(std::size_t limit) {
+    for (std::size_t dropped = 0; dropped < limit;) {
+        const Step step = dropSome(*stream);
+        if (mustWait(step.outcome)) {
+            co_await stream->until(step.outcome);
+        } else if (step.outcome != Outcome::done) {
+            co_return;
+        }
+        dropped += step.size;
+    }
+}
+
+/// Tells the client that nothing more comes.
+void HttpConnection::announceEnd() {
+    isIdle = true;
+    deadline.set(core.limits.discard);
+    stream->shutdownWriting();
+}
+
+}  // namespace KxNTamberWebApi
