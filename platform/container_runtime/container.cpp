@@ -154,7 +154,7 @@ PodmanReply KxCContainer::ExecutePodmanRequest(const std::string& path, KxCCurlH
                                                const std::vector<std::string>& headers, const std::string& body,
                                                bool isLongRunning) {
     const auto requests = impl->runningRequests();
-    CallLimits limits{*requests, std::nullopt};
+    KxNNet::WaitLimits limits{*requests, std::nullopt};
     if (!isLongRunning) {
         const auto longest = impl->status == FAILED ? UNATTENDED_CALL : timeLimit(path, method);
         limits.deadline = std::chrono::steady_clock::now() + longest;

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "platform/container_runtime/podman/podman_connection.h"
+#include "platform/container_runtime/podman/podman_address.h"
 #include "platform/process/podman_process.h"
 
 namespace KxNContainer {
