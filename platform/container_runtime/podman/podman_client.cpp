@@ -74,19 +74,17 @@ PodmanReply PodmanClient::stream(const PodmanRequest& request, const KxNNet::Wai
     return call(request, limits, &sink, nullptr);
 }
 
-bool PodmanClient::ping(const KxNNet::Cancellation& cancellation, std::string* reason, pid_t* server) {
+PodmanPing PodmanClient::ping(const KxNNet::Cancellation& cancellation) {
     const PodmanRequest request{"/_ping", Method::GET, {}, {}};
-    const PodmanReply reply =
-        call(request, {cancellation, std::chrono::steady_clock::now() + PING_TIME}, nullptr, server);
+    pid_t server = 0;
+    PodmanReply reply = call(request, {cancellation, std::chrono::steady_clock::now() + PING_TIME}, nullptr, &server);
     if (reply.status == 200) {
-        return true;
+        return {true, {}, server};
     }
-    if (reason != nullptr) {
-        *reason = reply.status == PodmanFailure::UNREACHABLE
-                      ? reply.body
-                      : "Podman answers with status " + std::to_string(reply.status);
+    if (reply.status != PodmanFailure::UNREACHABLE) {
+        reply.body = "Podman answers with status " + std::to_string(reply.status);
     }
-    return false;
+    return {false, std::move(reply.body), 0};
 }
 
 }  // namespace KxNContainer

@@ -12,6 +12,14 @@
 
 namespace KxNContainer {
 
+struct PodmanPing {
+    bool isAnswered;
+    std::string reason;  ///< why it is not
+    pid_t server;        ///< the process that answers, 0 when the system does not tell
+
+    explicit operator bool() const { return isAnswered; }
+};
+
 /// Every call blocks its caller until Podman has answered or the limits end it, and always gives a reply: one that is
 /// Podman's own or, when there is none, status 503 with the reason as its body (400 for a request that cannot be sent
 /// as HTTP). No exceptions. Any thread.
@@ -29,9 +37,8 @@ public:
     /// reply's. An end before the answer was complete leaves the status as it is.
     PodmanReply stream(const PodmanRequest& request, const KxNNet::WaitLimits& limits, AnswerSink& sink);
 
-    /// Whether Podman answers within a few seconds. `reason` gets why it does not, `server` which process does, 0 when
-    /// the system does not tell; both may be null.
-    bool ping(const KxNNet::Cancellation& cancellation, std::string* reason, pid_t* server = nullptr);
+    /// Asks Podman whether it answers, which it has to within a few seconds.
+    PodmanPing ping(const KxNNet::Cancellation& cancellation);
 
     void closeStaleConnections() { pool.closeStale(); }
 
