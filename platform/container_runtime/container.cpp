@@ -2,6 +2,7 @@
 #include <csignal>
 #include <exception>
 #include <limits>
+#include <stdexcept>
 
 #include "KxContainer.h"
 #include "KxCustomConfig.h"
@@ -36,29 +37,27 @@ KxCContainer::Impl::Impl() {
     // A parent that ignores it hands that down, and the kernel then keeps no child's status, nor its number, for us.
     ::signal(SIGCHLD, SIG_DFL);
     // Logs can be followed without init and Start.
-    PodmanAddress address;
-    std::string reason;
-    if (findAddress(address, reason)) {
-        podman.setAddress(address);
+    try {
+        podman.setAddress(findAddress());
+    } catch (const std::runtime_error&) {
+        // init and Start say what is wrong.
     }
 }
 
-bool KxCContainer::Impl::findAddress(PodmanAddress& address, std::string& reason) const {
+PodmanAddress KxCContainer::Impl::findAddress() const {
     const auto* config = KxCCustomConfig::getInstance();
-    if (!config->isUsable(Config::pSection, &reason)) {
-        return false;
+    if (std::string reason; !config->isUsable(Config::pSection, &reason)) {
+        throw std::runtime_error(reason);
     }
     if (config->getOption(Config::pSection, Config::pOptionPodmanTransport, "unix", false) == "unix") {
-        address = {KxNContainerPaths::PODMAN_SOCKET, 0};
-        return true;
+        return {KxNContainerPaths::PODMAN_SOCKET, 0};
     }
     const std::int32_t port = settings.userSettings().tcpPort;
     if (port < 1 || port > std::numeric_limits<std::uint16_t>::max()) {
-        reason = "Podman cannot be reached by TCP: 'tcp_port' of the settings is " + std::to_string(port);
-        return false;
+        throw std::runtime_error("Podman cannot be reached by TCP: 'tcp_port' of the settings is " +
+                                 std::to_string(port));
     }
-    address = {"", static_cast<std::uint16_t>(port)};
-    return true;
+    return {"", static_cast<std::uint16_t>(port)};
 }
 
 std::shared_ptr<KxNNet::Cancellation> KxCContainer::Impl::runningRequests() {
@@ -91,12 +90,13 @@ bool KxCContainer::Impl::fail(const std::string& reason) {
 bool KxCContainer::init() {
     impl->settings.reload();
     makeRuntimeDirectories();
-    std::string reason;
-    PodmanAddress address;
-    if (!impl->findAddress(address, reason) || !impl->tools.mount(reason)) {
-        return impl->fail(reason);
+    try {
+        const PodmanAddress address = impl->findAddress();
+        impl->tools.mount();
+        impl->podman.setAddress(address);
+    } catch (const std::exception& error) {
+        return impl->fail(error.what());
     }
-    impl->podman.setAddress(address);
     impl->status = INITIALIZED;
     return true;
 }
@@ -107,18 +107,11 @@ bool KxCContainer::Start() {
     }
     try {
         impl->allowRequests();
-        std::string reason;
-        PodmanAddress address;
-        if (!impl->findAddress(address, reason)) {
-            return impl->fail(reason);
-        }
+        const PodmanAddress address = impl->findAddress();
         impl->podman.setAddress(address);
-        const std::int32_t cores = impl->settings.userSettings().coresNum;
-        if (!impl->podmanService.start(podmanServiceCommand(address, cores), reason)) {
-            return impl->fail(reason);
-        }
+        impl->podmanService.start(podmanServiceCommand(address), impl->settings.userSettings().coresNum);
     } catch (const std::exception& error) {
-        return impl->fail(std::string("Cannot start the container runtime: ") + error.what());
+        return impl->fail(error.what());
     }
     impl->status = STARTED;
     return true;
@@ -144,7 +137,7 @@ bool KxCContainer::Stop() {
 
 int KxCContainer::GetContainerServiceStatus(bool readAnew) {
     const int status = impl->status;
-    if (readAnew && status == STARTED && !impl->podman.ping(*impl->runningRequests(), nullptr)) {
+    if (readAnew && status == STARTED && !impl->podman.ping(*impl->runningRequests())) {
         return FAILED;
     }
     return status;
@@ -154,7 +147,7 @@ PodmanReply KxCContainer::ExecutePodmanRequest(const std::string& path, KxCCurlH
                                                const std::vector<std::string>& headers, const std::string& body,
                                                bool isLongRunning) {
     const auto requests = impl->runningRequests();
-    CallLimits limits{*requests, std::nullopt};
+    KxNNet::WaitLimits limits{*requests, std::nullopt};
     if (!isLongRunning) {
         const auto longest = impl->status == FAILED ? UNATTENDED_CALL : timeLimit(path, method);
         limits.deadline = std::chrono::steady_clock::now() + longest;

@@ -25,8 +25,8 @@ namespace KxNContainer {
 struct KxCContainer::Impl {
     Impl();
 
-    /// Where the configuration and the settings say that Podman is. On false `reason` says what is wrong with them.
-    bool findAddress(PodmanAddress& address, std::string& reason) const;
+    /// Where the configuration and the settings say that Podman is. Throws std::runtime_error when they cannot be used.
+    PodmanAddress findAddress() const;
 
     /// What ends the requests that run now.
     std::shared_ptr<KxNNet::Cancellation> runningRequests();

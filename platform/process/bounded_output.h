@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace KxNContainer {
+namespace KxNProcess {
 
 class BoundedOutput {
 public:
@@ -38,4 +38,4 @@ private:
     std::uint64_t leftOut = 0;
 };
 
-}  // namespace KxNContainer
+}  // namespace KxNProcess

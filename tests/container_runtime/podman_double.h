@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "platform/common/unique_fd.h"
-#include "platform/container_runtime/podman/podman_connection.h"
+#include "platform/container_runtime/podman/podman_address.h"
 
 namespace KxNTests {
 

@@ -15,18 +15,25 @@ using namespace KxNContainer;
 
 namespace {
 
+/// What it throws, in words.
+std::string failure(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const std::exception& error) {
+        return error.what();
+    }
+    return {};
+}
+
 class PodmanServiceTest : public testing::Test {
 protected:
-    PodmanCommand fakePodman(std::vector<std::string> options = {}) {
+    KxNProcess::Program fakePodman(std::vector<std::string> options = {}) {
         options.insert(options.end(), {"system", "service", "--time=0", client.getAddress().text()});
-        return {KX_FAKE_PODMAN, options, {"KX_FAKE_PODMAN=given"}, 0};
+        return {KX_FAKE_PODMAN, options, {"KX_FAKE_PODMAN=given"}};
     }
 
     /// The process that answers, 0 for none.
-    pid_t server() {
-        pid_t pid = 0;
-        return client.ping(running, nullptr, &pid) ? pid : 0;
-    }
+    pid_t server() { return client.ping(running).server; }
 
     std::vector<std::pair<int, std::string>> logLines() {
         const auto fresh = KxNTests::takeLogLines();
@@ -40,7 +47,6 @@ protected:
     PodmanClient client{{directory.path("podman.sock"), 0}};
     KxNNet::Cancellation running;
     PodmanService service{client, directory.path("output")};
-    std::string reason;
     std::vector<std::pair<int, std::string>> lines;
 };
 
@@ -48,38 +54,40 @@ protected:
 
 TEST_F(PodmanServiceTest, StartsPodmanWithNothingOfThisProcessAndEndsIt) {
     const KxNCommon::UniqueFd leak(::open("/dev/null", O_RDONLY));
-    ASSERT_TRUE(service.start(fakePodman(), reason)) << reason;
-    EXPECT_TRUE(client.ping(running, nullptr));
+    service.start(fakePodman(), 0);
+    EXPECT_TRUE(client.ping(running).isAnswered);
     const pid_t pid = server();
     EXPECT_TRUE(waitFor([&] { return logLines().size() >= 2; }));
     EXPECT_THAT(logLines(), Contains(Pair(1, HasSubstr("Podman: descriptors 0 1 2 ; term 0; environment given"))));
     service.stop();
     EXPECT_NE(::kill(pid, 0), 0);
-    EXPECT_FALSE(client.ping(running, nullptr));
+    EXPECT_FALSE(client.ping(running).isAnswered);
     service.stop();
 }
 
 TEST_F(PodmanServiceTest, SaysWhyPodmanDoesNotStart) {
-    EXPECT_FALSE(service.start(fakePodman({"--refuse"}), reason));
-    EXPECT_EQ(reason, "Podman ended with status 125 while it was started: Error: no storage");
-    EXPECT_FALSE(service.start({directory.path("podman"), {}, {}, 0}, reason));
-    EXPECT_EQ(reason, "Cannot run '" + directory.path("podman") + "': No such file or directory");
+    EXPECT_EQ(failure([&] { service.start(fakePodman({"--refuse"}), 0); }),
+              "Podman ended with status 125 while it was started: Error: no storage");
+    EXPECT_EQ(failure([&] {
+                  service.start({directory.path("podman"), {}, {}}, 0);
+              }),
+              "Cannot run '" + directory.path("podman") + "': No such file or directory");
 }
 
 TEST_F(PodmanServiceTest, UsesAPodmanThatRunsLeavesItRunningAndReplacesItWhenItDies) {
     KxNContainer::PodmanLog log(directory.path("other"));
-    ASSERT_TRUE(log.open(reason));
+    log.open();
     const auto output = log.openForPodman();
-    PodmanProcess other = PodmanProcess::start(fakePodman(), output.get(), reason);
-    ASSERT_TRUE(waitFor([&] { return client.ping(running, nullptr); }));
+    auto other = KxNProcess::ServiceProcess::start(fakePodman(), 0, output.get());
+    ASSERT_TRUE(waitFor([&] { return client.ping(running).isAnswered; }));
     const pid_t pid = server();
 
-    ASSERT_TRUE(service.start(fakePodman(), reason)) << reason;
+    service.start(fakePodman(), 0);
     EXPECT_EQ(server(), pid);
     service.stop();
-    EXPECT_TRUE(client.ping(running, nullptr));
+    EXPECT_TRUE(client.ping(running).isAnswered);
 
-    ASSERT_TRUE(service.start(fakePodman(), reason)) << reason;
+    service.start(fakePodman(), 0);
     other.end(1s, [] {});
     EXPECT_TRUE(waitFor([&] {
         const pid_t now = server();
@@ -91,9 +99,7 @@ TEST_F(PodmanServiceTest, GivesPodmanAllCpusForANumberThatIsNone) {
     cpu_set_t mine;
     ASSERT_EQ(::sched_getaffinity(0, sizeof mine, &mine), 0);
     for (const std::int32_t cpus : {0, -1, 1000}) {
-        PodmanCommand command = fakePodman();
-        command.cpus = cpus;
-        ASSERT_TRUE(service.start(command, reason)) << reason;
+        service.start(fakePodman(), cpus);
         cpu_set_t podmans;
         ASSERT_EQ(::sched_getaffinity(server(), sizeof podmans, &podmans), 0);
         EXPECT_TRUE(CPU_EQUAL(&podmans, &mine));
@@ -103,7 +109,7 @@ TEST_F(PodmanServiceTest, GivesPodmanAllCpusForANumberThatIsNone) {
 
 TEST_F(PodmanServiceTest, GrowsThePauseBetweenStartsOfAPodmanThatKeepsDying) {
     const auto started = Clock::now();
-    ASSERT_TRUE(service.start(fakePodman({"--die-after", "1"}), reason)) << reason;
+    service.start(fakePodman({"--die-after", "1"}), 0);
     const auto deaths = [&] {
         std::ptrdiff_t count = 0;
         for (const auto& [level, line] : logLines()) {
@@ -122,18 +128,17 @@ TEST_F(PodmanServiceTest, GrowsThePauseBetweenStartsOfAPodmanThatKeepsDying) {
 TEST_F(PodmanServiceTest, LetsAPodmanWriteOnWhenItsReaderIsKilled) {
     const std::string path = directory.path("fifo");
     auto log = std::make_unique<PodmanLog>(path);
-    ASSERT_TRUE(log->open(reason));
+    log->open();
     const auto podmans = log->openForPodman();
     log.reset();
     const std::string line = "level=error msg=\"written while nobody read\"\n" + std::string(3000, 'x') + "\nrest";
     ASSERT_EQ(::write(podmans.get(), line.data(), line.size()), static_cast<ssize_t>(line.size()));
     PodmanLog next(path);
-    ASSERT_TRUE(next.open(reason));
+    next.open();
     next.drain();
     EXPECT_THAT(logLines(), ElementsAre(Pair(3, HasSubstr("written while nobody read")),
                                         Pair(1, EndsWith(": " + std::string(1024, 'x')))));
 
     std::ofstream(directory.path("file")) << "not a FIFO";
-    EXPECT_FALSE(PodmanLog(directory.path("file")).open(reason));
-    EXPECT_THAT(reason, HasSubstr("file': not a FIFO"));
+    EXPECT_THAT(failure([&] { PodmanLog(directory.path("file")).open(); }), HasSubstr("file': not a FIFO"));
 }

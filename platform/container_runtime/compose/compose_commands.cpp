@@ -12,7 +12,6 @@
 #include "platform/common/system_text.h"
 #include "platform/container_runtime/compose/compose_output.h"
 #include "platform/container_runtime/compose/project_name.h"
-#include "platform/process/child_process.h"
 
 namespace KxNContainer {
 
@@ -163,7 +162,7 @@ ComposeCommands::Code ComposeCommands::runInTurn(Job& job) {
         job.message = "'" + job.path + "' is not a compose file: it is no regular file";
         return BAD_FILE;
     }
-    job.tool = findExecutable(setup.tools);
+    job.tool = KxNProcess::findExecutable(setup.tools);
     if (job.tool.empty()) {
         job.message = job.cannot("the compose tool '" + setup.tools.front() + "' is not installed");
         return TOOL_NOT_RUN;
@@ -174,33 +173,34 @@ ComposeCommands::Code ComposeCommands::runInTurn(Job& job) {
         job.message = job.cannot(reason);
         return NO_PODMAN;
     }
-    const ChildResult outcome = runTool(job, job.words.arguments);
+    const KxNProcess::RunResult outcome = runTool(job, job.words.arguments);
     job.output = readableOutput(outcome.output);
     return interpret(job, outcome, *before);
 }
 
-ComposeCommands::Code ComposeCommands::interpret(Job& job, const ChildResult& outcome, const ComposeProject& before) {
+ComposeCommands::Code ComposeCommands::interpret(Job& job, const KxNProcess::RunResult& outcome,
+                                                 const ComposeProject& before) {
     switch (outcome.end) {
-        case ChildResult::End::NotStarted:
+        case KxNProcess::RunResult::End::NotStarted:
             job.message = job.cannot(outcome.error);
             return TOOL_NOT_RUN;
-        case ChildResult::End::TimedOut:
+        case KxNProcess::RunResult::End::TimedOut:
             job.message = job.cannot("the compose tool did not end in time and was stopped. " + lastWords(job.output));
             return TIMED_OUT;
-        case ChildResult::End::Cancelled:
+        case KxNProcess::RunResult::End::Cancelled:
             job.message = job.cannot("the container service is stopping");
             return FAILED;
-        case ChildResult::End::Exited:
+        case KxNProcess::RunResult::End::Exited:
             break;
     }
     job.exitCode = outcome.exitCode;
     return outcome.exitCode == 0 ? judgeSuccess(job, before) : explainFailure(job, outcome);
 }
 
-ComposeCommands::Code ComposeCommands::explainFailure(Job& job, const ChildResult& outcome) {
+ComposeCommands::Code ComposeCommands::explainFailure(Job& job, const KxNProcess::RunResult& outcome) {
     // Whether the file is at fault the tool says when it is asked only that.
-    const ChildResult check = runTool(job, {"config", "--quiet"});
-    if (check.end == ChildResult::End::Exited && check.exitCode != 0) {
+    const KxNProcess::RunResult check = runTool(job, {"config", "--quiet"});
+    if (check.end == KxNProcess::RunResult::End::Exited && check.exitCode != 0) {
         const std::string words = lastWords(readableOutput(check.output));
         job.message = job.quotedName() + " is not a compose file that can be used: " +
                       (words.empty() ? "the compose tool refuses it" : words);
@@ -240,15 +240,15 @@ ComposeCommands::Code ComposeCommands::judgeSuccess(Job& job, const ComposeProje
     return hadNothingToDo ? NOTHING_TO_DO : hasCreated ? CREATED : DONE;
 }
 
-ChildResult ComposeCommands::runTool(const Job& job, const std::array<const char*, 2>& words) {
-    ChildCommand command{
+KxNProcess::RunResult ComposeCommands::runTool(const Job& job, const std::array<const char*, 2>& words) {
+    KxNProcess::Program program{
         job.tool, {"--file", job.path, "--project-name", job.project}, setup.environment(), setup.directory};
     for (const char* word : words) {
         if (word != nullptr) {
-            command.arguments.emplace_back(word);
+            program.arguments.emplace_back(word);
         }
     }
-    return runChild(command, *job.cancellation, job.deadline);
+    return KxNProcess::runToEnd(program, *job.cancellation, job.deadline);
 }
 
 void ComposeCommands::stop() {

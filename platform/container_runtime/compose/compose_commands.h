@@ -14,10 +14,9 @@
 #include "KxJsonFwd.h"
 #include "platform/container_runtime/compose/compose_project.h"
 #include "platform/net/cancellation.h"
+#include "platform/process/run_to_end.h"
 
 namespace KxNContainer {
-
-struct ChildResult;
 
 /// What the commands work with.
 struct ComposeSetup {
@@ -61,10 +60,10 @@ private:
     struct Job;
 
     Code runInTurn(Job& job);
-    Code interpret(Job& job, const ChildResult& outcome, const ComposeProject& before);
-    Code explainFailure(Job& job, const ChildResult& outcome);
+    Code interpret(Job& job, const KxNProcess::RunResult& outcome, const ComposeProject& before);
+    Code explainFailure(Job& job, const KxNProcess::RunResult& outcome);
     Code judgeSuccess(Job& job, const ComposeProject& before);
-    ChildResult runTool(const Job& job, const std::array<const char*, 2>& words);
+    KxNProcess::RunResult runTool(const Job& job, const std::array<const char*, 2>& words);
 
     const ComposeSetup setup;
     std::mutex mutex;  // guards what follows

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "platform/container_runtime/podman/podman_address.h"
+
 namespace KxNContainer {
 
 namespace {
@@ -12,19 +14,19 @@ constexpr std::chrono::seconds MAX_IDLE_TIME{30};
 
 }  // namespace
 
-std::optional<PodmanConnection> ConnectionPool::take() {
+std::optional<KxNNet::Stream> ConnectionPool::take() {
     const std::lock_guard lock(mutex);
     while (!idle.empty()) {
-        PodmanConnection connection = std::move(idle.back().connection);
+        KxNNet::Stream connection = std::move(idle.back().connection);
         idle.pop_back();
-        if (connection.isQuiet()) {
+        if (isQuiet(connection)) {
             return connection;
         }
     }
     return std::nullopt;
 }
 
-void ConnectionPool::put(PodmanConnection connection) {
+void ConnectionPool::put(KxNNet::Stream connection) {
     const std::lock_guard lock(mutex);
     if (idle.size() < MAX_IDLE) {
         idle.push_back({std::move(connection), std::chrono::steady_clock::now()});

@@ -6,7 +6,7 @@
 #include <optional>
 #include <vector>
 
-#include "platform/container_runtime/podman/podman_connection.h"
+#include "platform/net/stream.h"
 
 namespace KxNContainer {
 
@@ -14,10 +14,10 @@ namespace KxNContainer {
 class ConnectionPool {
 public:
     /// A connection that is still open, the most recently used one; none when there is none.
-    std::optional<PodmanConnection> take();
+    std::optional<KxNNet::Stream> take();
 
     /// Keeps `connection` for later, or closes it when there are enough.
-    void put(PodmanConnection connection);
+    void put(KxNNet::Stream connection);
 
     /// Closes those that were idle for long.
     void closeStale();
@@ -26,7 +26,7 @@ public:
 
 private:
     struct Idle {
-        PodmanConnection connection;
+        KxNNet::Stream connection;
         std::chrono::steady_clock::time_point since;
     };
 

@@ -3,33 +3,21 @@
 
 #include <mutex>
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include "KxContainer.h"
 #include "platform/container_runtime/podman/connection_pool.h"
-#include "platform/container_runtime/podman/podman_connection.h"
+#include "platform/container_runtime/podman/podman_address.h"
+#include "platform/container_runtime/podman/podman_answer.h"
+#include "platform/container_runtime/podman/podman_request.h"
 
 namespace KxNContainer {
 
-struct PodmanRequest {
-    std::string path;  ///< relative to the API root, with its query
-    KxCCurlHandler::MethodType method;
-    std::vector<std::string> headers;  ///< complete header lines
-    std::string body;
-    bool bodyIsFile = false;  ///< `body` is the path of the file whose bytes are the body
-};
+struct PodmanPing {
+    bool isAnswered;
+    std::string reason;  ///< why it is not
+    pid_t server;        ///< the process that answers, 0 when the system does not tell
 
-/// Takes the body of a successful answer as it arrives.
-class AnswerSink {
-public:
-    virtual ~AnswerSink() = default;
-
-    /// Takes the next bytes.
-    virtual void take(std::string_view bytes) = 0;
-
-    /// Everything that is at hand was taken, and the caller is about to wait for more. False to end the request.
-    virtual bool flush() = 0;
+    explicit operator bool() const { return isAnswered; }
 };
 
 /// Every call blocks its caller until Podman has answered or the limits end it, and always gives a reply: one that is
@@ -43,19 +31,20 @@ public:
     void setAddress(const PodmanAddress& newAddress);
     PodmanAddress getAddress() const;
 
-    PodmanReply execute(const PodmanRequest& request, const CallLimits& limits);
+    PodmanReply execute(const PodmanRequest& request, const KxNNet::WaitLimits& limits);
 
     /// Gives the body of an answer of status 2xx to `sink` while it arrives; that of any other status becomes the
     /// reply's. An end before the answer was complete leaves the status as it is.
-    PodmanReply stream(const PodmanRequest& request, const CallLimits& limits, AnswerSink& sink);
+    PodmanReply stream(const PodmanRequest& request, const KxNNet::WaitLimits& limits, AnswerSink& sink);
 
-    /// Whether Podman answers within a few seconds. `reason` gets why it does not, `server` which process does, 0 when
-    /// the system does not tell; both may be null.
-    bool ping(const KxNNet::Cancellation& cancellation, std::string* reason, pid_t* server = nullptr);
+    /// Asks Podman whether it answers, which it has to within a few seconds.
+    PodmanPing ping(const KxNNet::Cancellation& cancellation);
 
     void closeStaleConnections() { pool.closeStale(); }
 
 private:
+    PodmanReply call(const PodmanRequest& request, const KxNNet::WaitLimits& limits, AnswerSink* sink, pid_t* server);
+
     mutable std::mutex addressMutex;
     PodmanAddress address;
     ConnectionPool pool;

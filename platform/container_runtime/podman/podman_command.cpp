@@ -69,10 +69,6 @@ std::string makeHomeWithPolicy() {
 
 }  // namespace
 
-std::string podmanExecutable() {
-    return exists(Paths::PODMAN) ? Paths::PODMAN : "podman";
-}
-
 std::vector<std::string> containerToolsEnvironment() {
     Environment environment;
     if (exists(Paths::PODMAN)) {
@@ -93,8 +89,8 @@ std::vector<std::string> containerToolsEnvironment() {
     return environment.take();
 }
 
-PodmanCommand podmanServiceCommand(const PodmanAddress& address, std::int32_t cpus) {
-    PodmanCommand command{podmanExecutable(), {}, containerToolsEnvironment(), cpus};
+KxNProcess::Program podmanServiceCommand(const PodmanAddress& address) {
+    KxNProcess::Program command{exists(Paths::PODMAN) ? Paths::PODMAN : "podman", {}, containerToolsEnvironment()};
     if (command.executable == Paths::PODMAN && !exists(Paths::CONTAINERS_CONFIG)) {
         // A configuration file of the tools says itself which of these it wants.
         for (const auto& [option, program] : {std::pair{"--conmon", Paths::CONMON}, {"--runtime", Paths::CRUN}}) {

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cerrno>
+#include <stdexcept>
 #include <utility>
 
 #include "KxLog.h"
@@ -32,20 +33,20 @@ bool isWarning(std::string_view line) {
 
 }  // namespace
 
-bool PodmanLog::open(std::string& reason) {
+void PodmanLog::open() {
     if (::mkfifo(path.c_str(), 0600) != 0 && errno != EEXIST) {
-        reason = "Cannot make '" + path + "': " + KxNCommon::systemText(errno);
-        return false;
+        throw KxNCommon::systemError("Cannot make '" + path + "'");
     }
     // Opened for writing too, so that it never reports the end.
     fifo = KxNCommon::UniqueFd(::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOFOLLOW));
     struct stat status {};
-    if (!fifo || ::fstat(fifo.get(), &status) != 0 || !S_ISFIFO(status.st_mode)) {
-        reason = "Cannot open '" + path + "': " + (fifo ? "not a FIFO" : KxNCommon::systemText(errno));
-        fifo.reset();
-        return false;
+    if (!fifo || ::fstat(fifo.get(), &status) != 0) {
+        throw KxNCommon::systemError("Cannot open '" + path + "'");
     }
-    return true;
+    if (!S_ISFIFO(status.st_mode)) {
+        fifo.reset();
+        throw std::runtime_error("Cannot open '" + path + "': not a FIFO");
+    }
 }
 
 KxNCommon::UniqueFd PodmanLog::openForPodman() const {

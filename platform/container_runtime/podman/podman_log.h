@@ -15,8 +15,8 @@ class PodmanLog {
 public:
     explicit PodmanLog(std::string fifoPath) : path(std::move(fifoPath)) {}
 
-    /// Opens the FIFO and makes it where it is missing. Its directory must exist. On false `reason` says what failed.
-    bool open(std::string& reason);
+    /// Opens the FIFO and makes it where it is missing. Its directory must exist. Throws std::runtime_error.
+    void open();
 
     /// The FIFO as Podman is to have it; holds nothing when it cannot be opened.
     KxNCommon::UniqueFd openForPodman() const;

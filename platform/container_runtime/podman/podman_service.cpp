@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <exception>
+#include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "KxLog.h"
@@ -14,6 +16,7 @@ namespace KxNContainer {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using KxNProcess::ServiceProcess;
 using std::chrono::milliseconds;
 
 constexpr std::chrono::seconds START_TIME{30};
@@ -32,28 +35,26 @@ constexpr milliseconds END_PATIENCE{5000};
 
 }  // namespace
 
-bool PodmanService::start(PodmanCommand podmanCommand, std::string& reason) {
+void PodmanService::start(KxNProcess::Program podmanCommand, std::int32_t cpus) {
     stop();
-    if (!log.open(reason)) {
-        return false;
-    }
+    log.open();
     command = std::move(podmanCommand);
-    std::promise<std::string> outcome;
-    std::future<std::string> failure = outcome.get_future();
+    cpuCount = cpus;
+    std::promise<void> started;
+    std::future<void> outcome = started.get_future();
     try {
         stopping = std::make_unique<KxNNet::Cancellation>();
         const KxNCommon::BlockedSignals blocked;
-        thread = std::thread(&PodmanService::run, this, std::move(outcome));
-    } catch (const std::exception& error) {
-        reason = std::string("Cannot watch Podman: ") + error.what();
-        return false;
+        thread = std::thread(&PodmanService::run, this, std::move(started));
+    } catch (const std::system_error& error) {
+        throw std::runtime_error(std::string("Cannot watch Podman: ") + error.what());
     }
-    reason = failure.get();
-    if (reason.empty()) {
-        return true;
+    try {
+        outcome.get();
+    } catch (...) {
+        stop();
+        throw;
     }
-    stop();
-    return false;
 }
 
 void PodmanService::stop() {
@@ -70,17 +71,17 @@ void PodmanService::stop() {
     }
 }
 
-/// Body of the supervising thread. `outcome` gets why the first start failed, or an empty text.
-void PodmanService::run(std::promise<std::string> outcome) {
-    std::string reason;
-    const bool isUp = bringUp(reason);
-    outcome.set_value(isUp ? std::string() : reason);
+/// Body of the supervising thread. `started` gets the outcome of the first start.
+void PodmanService::run(std::promise<void> started) {
+    try {
+        bringUp();
+    } catch (...) {
+        started.set_exception(std::current_exception());
+        return;
+    }
+    started.set_value();
     milliseconds pause = FIRST_PAUSE;
-    while (isUp) {
-        const auto since = Clock::now();
-        if (watch() == Event::Stopped) {
-            return;
-        }
+    for (auto since = Clock::now(); watch() == Event::Died; since = Clock::now()) {
         if (Clock::now() - since > STEADY_TIME) {
             pause = FIRST_PAUSE;
         }
@@ -88,66 +89,65 @@ void PodmanService::run(std::promise<std::string> outcome) {
             if (!pauseFor(pause)) {
                 return;
             }
-            isBack = bringUp(reason);
-            if (!isBack && !stopping->isCancelled()) {
-                KxCRTE_LOG(4, "Korvex Container Service: %s", reason.c_str());
+            try {
+                bringUp();
+                isBack = true;
+            } catch (const std::exception& error) {
+                if (!stopping->isCancelled()) {
+                    KxCRTE_LOG(4, "Korvex Container Service: %s", error.what());
+                }
             }
         }
     }
 }
 
-bool PodmanService::bringUp(std::string& reason) {
+void PodmanService::bringUp() {
     log.drain();  // a Podman that was left behind may be waiting for it
-    return useRunning() || launch(reason);
+    if (!useRunning()) {
+        launch();
+    }
 }
 
 bool PodmanService::useRunning() {
-    pid_t pid = 0;
-    if (!client.ping(*stopping, nullptr, &pid)) {
+    const PodmanPing ping = client.ping(*stopping);
+    if (!ping) {
         return false;
     }
     // The first process of the system listens for others, and does not end with them.
-    process = pid > 1 ? PodmanProcess::find(pid) : PodmanProcess();
+    process = ping.server > 1 ? ServiceProcess::find(ping.server) : ServiceProcess();
     KxCRTE_LOG(2, "Korvex Container Service: Using the Podman that answers at %s (process %d)",
-               client.getAddress().text().c_str(), static_cast<int>(pid));
+               client.getAddress().text().c_str(), static_cast<int>(ping.server));
     return true;
 }
 
-bool PodmanService::launch(std::string& reason) {
-    const KxNCommon::UniqueFd output = log.openForPodman();
-    process = PodmanProcess::start(command, output.get(), reason);
-    if (!process) {
-        return false;
-    }
-    if (!isAnswering(reason)) {
-        process = PodmanProcess();
-        return false;
+void PodmanService::launch() {
+    process = ServiceProcess::start(command, cpuCount, log.openForPodman().get());
+    try {
+        awaitAnswer();
+    } catch (...) {
+        process = ServiceProcess();
+        throw;
     }
     KxCRTE_LOG(2, "Korvex Container Service: Podman was started and answers at %s", client.getAddress().text().c_str());
-    return true;
 }
 
 /// Waits until the Podman that was just started answers.
-bool PodmanService::isAnswering(std::string& reason) {
+void PodmanService::awaitAnswer() {
     const auto deadline = Clock::now() + START_TIME;
-    while (!client.ping(*stopping, &reason)) {
+    for (PodmanPing ping = client.ping(*stopping); !ping; ping = client.ping(*stopping)) {
         pollfd events[] = {{stopping->descriptor(), POLLIN, 0}, {process.descriptor(), POLLIN, 0}};
         ::poll(events, 2, static_cast<int>(START_POLL.count()));
         log.drain();
         if (events[0].revents != 0) {
-            reason = "The container service is stopping";
-            return false;
+            throw std::runtime_error("The container service is stopping");
         }
         if (events[1].revents != 0) {
-            reason = "Podman " + process.collect() + " while it was started: " + log.lastLine();
-            return false;
+            throw std::runtime_error("Podman " + process.collect() + " while it was started: " + log.lastLine());
         }
         if (Clock::now() >= deadline) {
-            reason.insert(0, "Podman was started but does not answer: ");
-            return false;
+            throw std::runtime_error("Podman was started but does not answer: " + ping.reason);
         }
     }
-    return true;
 }
 
 PodmanService::Event PodmanService::watch() {
@@ -180,14 +180,14 @@ PodmanService::Event PodmanService::watch() {
 /// Asks Podman whether it answers. False when it has not for so long that it counts as gone. One that was found and
 /// still runs is nobody's to replace.
 bool PodmanService::isAlive(int& failures) {
-    std::string reason;
-    if (client.ping(*stopping, &reason) || stopping->isCancelled()) {
+    const PodmanPing ping = client.ping(*stopping);
+    if (ping || stopping->isCancelled()) {
         failures = 0;
         return true;
     }
     ++failures;
     if (failures == 1) {
-        KxCRTE_LOG(3, "Korvex Container Service: Podman does not answer: %s", reason.c_str());
+        KxCRTE_LOG(3, "Korvex Container Service: Podman does not answer: %s", ping.reason.c_str());
     }
     const bool isFound = process && !process.isOurs();
     if (isFound || failures < (process ? MAX_FAILURES_RUNNING : MAX_FAILURES_UNKNOWN)) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <future>
 #include <memory>
 #include <string>
@@ -10,7 +11,7 @@
 #include "platform/container_runtime/podman/podman_client.h"
 #include "platform/container_runtime/podman/podman_log.h"
 #include "platform/net/cancellation.h"
-#include "platform/process/podman_process.h"
+#include "platform/process/service_process.h"
 
 namespace KxNContainer {
 
@@ -22,8 +23,9 @@ public:
     PodmanService(PodmanClient& podman, std::string logPath) : client(podman), log(std::move(logPath)) {}
     ~PodmanService() { stop(); }
 
-    /// Returns once Podman answers. On false nothing runs, and `reason` says why.
-    bool start(PodmanCommand podmanCommand, std::string& reason);
+    /// Returns once Podman answers, which may then use `cpus` CPUs; 0 or less for all. Throws std::runtime_error, and
+    /// then nothing runs.
+    void start(KxNProcess::Program podmanCommand, std::int32_t cpus);
 
     /// Ends the watch, then Podman if it was started here. Harmless when nothing runs.
     void stop();
@@ -31,19 +33,20 @@ public:
 private:
     enum class Event { Stopped, Died };
 
-    void run(std::promise<std::string> outcome);
-    bool bringUp(std::string& reason);
+    void run(std::promise<void> started);
+    void bringUp();
     bool useRunning();
-    bool launch(std::string& reason);
-    bool isAnswering(std::string& reason);
+    void launch();
+    void awaitAnswer();
     Event watch();
     bool isAlive(int& failures);
     bool pauseFor(std::chrono::milliseconds pause);
 
     PodmanClient& client;
-    PodmanCommand command;
+    KxNProcess::Program command;
+    std::int32_t cpuCount = 0;
     PodmanLog log;
-    PodmanProcess process;  ///< holds none when Podman was found by TCP, where nobody tells its process
+    KxNProcess::ServiceProcess process;  ///< holds none when Podman was found by TCP, where nobody tells its process
     std::unique_ptr<KxNNet::Cancellation> stopping;
     std::thread thread;
 };

@@ -6,10 +6,10 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -39,11 +39,10 @@ struct LoopDevice {
 };
 
 /// A loop device that shows `image`, and goes with its last user.
-std::optional<LoopDevice> attachLoopDevice(const std::string& image, std::string& reason) {
+LoopDevice attachLoopDevice(const std::string& image) {
     const UniqueFd file(::open(image.c_str(), O_RDONLY | O_CLOEXEC));
     if (!file) {
-        reason = "Cannot open '" + image + "': " + KxNCommon::systemText(errno);
-        return std::nullopt;
+        throw KxNCommon::systemError("Cannot open '" + image + "'");
     }
     const UniqueFd control(::open("/dev/loop-control", O_RDWR | O_CLOEXEC));
     // Another process may take the free device before we do; then there is another one.
@@ -65,8 +64,7 @@ std::optional<LoopDevice> attachLoopDevice(const std::string& image, std::string
             break;
         }
     }
-    reason = "Cannot get a loop device for '" + image + "': " + KxNCommon::systemText(errno);
-    return std::nullopt;
+    throw KxNCommon::systemError("Cannot get a loop device for '" + image + "'");
 }
 
 }  // namespace
@@ -74,33 +72,27 @@ std::optional<LoopDevice> attachLoopDevice(const std::string& image, std::string
 ToolsMount::ToolsMount(std::string imagePath, std::string mountPoint)
     : image(std::move(imagePath)), point(std::move(mountPoint)) {}
 
-bool ToolsMount::mount(std::string& reason) {
+void ToolsMount::mount() {
     std::error_code error;
     if (isMounted || !std::filesystem::exists(image, error)) {
-        return true;
+        return;
     }
     std::filesystem::create_directories(point, error);
     if (error) {
-        reason = "Cannot make '" + point + "': " + error.message();
-        return false;
+        throw std::system_error(error, "Cannot make '" + point + "'");
     }
     if (isMountPoint(point)) {
         KxCRTE_LOG(2, "Korvex Container Service: Container tools are mounted at %s already", point.c_str());
-        return true;
+        return;
     }
-    const auto device = attachLoopDevice(image, reason);
-    if (!device) {
-        return false;
+    const LoopDevice device = attachLoopDevice(image);
+    isMounted = std::any_of(std::begin(FILE_SYSTEMS), std::end(FILE_SYSTEMS), [&](const char* type) {
+        return ::mount(device.path.c_str(), point.c_str(), type, MS_RDONLY | MS_NODEV | MS_NOSUID, nullptr) == 0;
+    });
+    if (!isMounted) {
+        throw KxNCommon::systemError("Cannot mount '" + image + "' at '" + point + "'");
     }
-    for (const char* type : FILE_SYSTEMS) {
-        if (::mount(device->path.c_str(), point.c_str(), type, MS_RDONLY | MS_NODEV | MS_NOSUID, nullptr) == 0) {
-            isMounted = true;
-            KxCRTE_LOG(2, "Korvex Container Service: Container tools mounted at %s", point.c_str());
-            return true;
-        }
-        reason = "Cannot mount '" + image + "' at '" + point + "': " + KxNCommon::systemText(errno);
-    }
-    return false;
+    KxCRTE_LOG(2, "Korvex Container Service: Container tools mounted at %s", point.c_str());
 }
 
 void ToolsMount::unmount() {

@@ -13,9 +13,9 @@ public:
     ToolsMount(const ToolsMount&) = delete;
     ToolsMount& operator=(const ToolsMount&) = delete;
 
-    /// True when the tools are in place, which they also are when something is mounted there already, or when there is
-    /// no image at all. On false `reason` says what failed.
-    bool mount(std::string& reason);
+    /// The tools are in place then, which they also are when something is mounted there already, or when there is no
+    /// image at all. Throws std::system_error.
+    void mount();
 
     /// Takes away what `mount` mounted. Containers that still run need the tools: then it stays, and the next `mount`
     /// finds it.

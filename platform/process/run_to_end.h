@@ -6,17 +6,11 @@
 #include <vector>
 
 #include "platform/net/cancellation.h"
+#include "platform/process/spawn.h"
 
-namespace KxNContainer {
+namespace KxNProcess {
 
-struct ChildCommand {
-    std::string executable;                ///< a path
-    std::vector<std::string> arguments;    ///< without the program's own name
-    std::vector<std::string> environment;  ///< all of it, "NAME=value" each
-    std::string workingDirectory;
-};
-
-struct ChildResult {
+struct RunResult {
     enum class End { Exited, NotStarted, TimedOut, Cancelled };
 
     End end = End::NotStarted;
@@ -25,17 +19,16 @@ struct ChildResult {
     std::string error;   ///< why it was not started
 };
 
-/// Runs `command` without a shell, with nothing to read, no descriptor of ours and signals at their defaults, and
-/// blocks until it has ended. At `deadline`, or when `cancellation` is given, it is told to end and after a moment
-/// killed.
+/// Runs `program`, whose executable is a path, and blocks until it has ended. At `deadline`, or when `cancellation` is
+/// given, it is told to end and after a moment killed. An exit status of 126 or 127 counts as not started.
 ///
 /// When this returns, whatever the program started has ended too, even what left its process group; the same holds
 /// when our process is killed meanwhile. (Where the system refuses us a PID namespace only the process group ends.)
-/// Any thread, which must live as long as the call.
-ChildResult runChild(const ChildCommand& command, const KxNNet::Cancellation& cancellation,
-                     std::chrono::steady_clock::time_point deadline);
+/// Any thread.
+RunResult runToEnd(const Program& program, const KxNNet::Cancellation& cancellation,
+                   std::chrono::steady_clock::time_point deadline);
 
 /// The first of `candidates` that can be executed; one without a '/' is looked for in PATH. Empty when there is none.
 std::string findExecutable(const std::vector<std::string>& candidates);
 
-}  // namespace KxNContainer
+}  // namespace KxNProcess

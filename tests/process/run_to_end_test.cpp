@@ -1,8 +1,8 @@
-#include "platform/process/child_process.h"
+#include "platform/process/run_to_end.h"
 
 #include "tests/support.h"
 
-using namespace KxNContainer;
+using namespace KxNProcess;
 using namespace KxNTests;
 
 #include <dirent.h>
@@ -13,11 +13,11 @@ using namespace KxNTests;
 
 namespace {
 
-using End = ChildResult::End;
+using End = RunResult::End;
 
-ChildResult runShell(const std::string& script, std::chrono::milliseconds limit = 20s,
-                     const KxNNet::Cancellation& cancellation = KxNNet::Cancellation()) {
-    return runChild({"/bin/sh", {"-c", script}, {"PATH=/usr/bin:/bin"}, "/"}, cancellation, Clock::now() + limit);
+RunResult runShell(const std::string& script, std::chrono::milliseconds limit = 20s,
+                   const KxNNet::Cancellation& cancellation = KxNNet::Cancellation()) {
+    return runToEnd({"/bin/sh", {"-c", script}, {"PATH=/usr/bin:/bin"}, "/"}, cancellation, Clock::now() + limit);
 }
 
 /// Number of processes on this machine that run `sleep SECONDS`.
@@ -39,8 +39,8 @@ TEST(Child, GetsItsArgumentsAndNothingElseOfUs) {
     const int leaking = ::open("/dev/null", O_RDONLY);  // without close-on-exec, on purpose
     ::signal(SIGPIPE, SIG_IGN);
     const std::string odd = "a b'\"; $(touch x) `y`\n*";
-    const ChildResult result =
-        runChild({"/bin/sh",
+    const RunResult result =
+        runToEnd({"/bin/sh",
                   {"-c",
                    "echo \"[$1]\"; pwd; env | sort | tr '\\n' ' '; echo; ls /proc/self/fd | tr '\\n' ' '; echo; cat;"
                    "grep SigIgn /proc/self/status; grep SigBlk /proc/self/status; echo problem >&2",
@@ -49,14 +49,15 @@ TEST(Child, GetsItsArgumentsAndNothingElseOfUs) {
                   directory.path("")},
                  KxNNet::Cancellation(), Clock::now() + 10s);
     ::close(leaking);
+    // Signals 32 and 33 are the C library's own business.
     EXPECT_EQ(result.end, End::Exited);
     const std::string here = std::filesystem::path(directory.path("")).parent_path();
     EXPECT_EQ(result.output, "[" + odd + "]\n" + here + "\nA=1 PATH=/usr/bin:/bin PWD=" + here +
-                                 " \n0 1 2 3 \nSigIgn:\t0000000000000000\nSigBlk:\t0000000000000000\nproblem\n");
+                                 " \n0 1 2 3 \nSigIgn:\t0000000180000000\nSigBlk:\t0000000000000000\nproblem\n");
 }
 
 TEST(Child, FloodOfOutputKeepsItsBeginningAndEndOnly) {
-    const ChildResult result = runShell("echo first; head -c 20000000 /dev/zero | tr '\\0' x; echo; echo last");
+    const RunResult result = runShell("echo first; head -c 20000000 /dev/zero | tr '\\0' x; echo; echo last");
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_LT(result.output.size(), 66000U);
     EXPECT_THAT(result.output, AllOf(StartsWith("first\nxxx"), EndsWith("xxx\nlast\n"), HasSubstr("bytes left out")));
@@ -76,11 +77,33 @@ TEST(Child, IsEndedWithAllThatItStarted) {
         SCOPED_TRACE(row.script);
         const std::string seconds = uniqueSeconds();
         const auto began = Clock::now();
-        const ChildResult result = runShell("S=" + seconds + "; " + row.script, row.timeout);
+        const RunResult result = runShell("S=" + seconds + "; " + row.script, row.timeout);
         EXPECT_EQ(result.end, row.end);
         EXPECT_EQ(result.output, "begun\n");
         EXPECT_LT(Clock::now() - began, 30s);
         EXPECT_EQ(countSleepers(seconds), 0);
+    }
+}
+
+TEST(Child, ThatCannotRunIsNotStarted) {
+    const TemporaryDirectory directory;
+    writeFile(directory.path("tool"), "#!/no/such/interpreter\n");
+    std::filesystem::permissions(directory.path("tool"), std::filesystem::perms::owner_all);
+    const struct {
+        std::string executable;
+        std::string workingDirectory;
+        const char* reason;
+    } cases[] = {
+        {directory.path("none"), "/", "No such file or directory"},
+        {directory.path("tool"), "/", "No such file or directory"},
+        {directory.path(""), "/", "Permission denied"},
+        {"/bin/true", directory.path("none"), "No such file or directory"},
+    };
+    for (const auto& row : cases) {
+        const RunResult result =
+            runToEnd({row.executable, {}, {}, row.workingDirectory}, KxNNet::Cancellation(), Clock::now() + 10s);
+        EXPECT_EQ(result.end, End::NotStarted);
+        EXPECT_EQ(result.error, "cannot run '" + row.executable + "': " + row.reason);
     }
 }
 
