@@ -9,41 +9,12 @@ namespace {
 
 constexpr std::string_view REPLACEMENT = "\xEF\xBF\xBD";
 
-struct Character {
-    enum Kind { VALID, INVALID, INCOMPLETE } kind;
-    std::size_t size;  ///< of the character, or of the part that one replacement stands for
-};
-
 bool isWithin(std::uint8_t byte, std::uint8_t lowest, std::uint8_t highest) {
     return byte >= lowest && byte <= highest;
 }
 
 bool isAscii(char byte) {
     return static_cast<std::uint8_t>(byte) < 0x80;
-}
-
-/// The character that begins with the first of `bytes`, which is there and not ASCII. After Unicode's table of
-/// well-formed byte sequences: only the second byte has a range that depends on the first.
-Character firstCharacter(std::string_view bytes) {
-    const auto at = [&](std::size_t index) { return static_cast<std::uint8_t>(bytes[index]); };
-    const std::uint8_t lead = at(0);
-    if (!isWithin(lead, 0xC2, 0xF4)) {
-        return {Character::INVALID, 1};
-    }
-    const std::size_t size = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-    std::uint8_t lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
-    std::uint8_t highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
-    for (std::size_t index = 1; index < size; ++index) {
-        if (index == bytes.size()) {
-            return {Character::INCOMPLETE, index};
-        }
-        if (!isWithin(at(index), lowest, highest)) {
-            return {Character::INVALID, index};
-        }
-        lowest = 0x80;
-        highest = 0xBF;
-    }
-    return {Character::VALID, size};
 }
 
 /// Goes through all of it without a branch, as most text is ASCII.
@@ -69,6 +40,29 @@ std::size_t asciiPrefix(std::string_view bytes) {
 
 }  // namespace
 
+// After Unicode's table of well-formed byte sequences: only the second byte has a range that depends on the first.
+Utf8Character firstCharacter(std::string_view bytes) {
+    const auto at = [&](std::size_t index) { return static_cast<std::uint8_t>(bytes[index]); };
+    const std::uint8_t lead = at(0);
+    if (!isWithin(lead, 0xC2, 0xF4)) {
+        return {Utf8Character::INVALID, 1};
+    }
+    const std::size_t size = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    std::uint8_t lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+    std::uint8_t highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+    for (std::size_t index = 1; index < size; ++index) {
+        if (index == bytes.size()) {
+            return {Utf8Character::INCOMPLETE, index};
+        }
+        if (!isWithin(at(index), lowest, highest)) {
+            return {Utf8Character::INVALID, index};
+        }
+        lowest = 0x80;
+        highest = 0xBF;
+    }
+    return {Utf8Character::VALID, size};
+}
+
 void Utf8Text::append(std::string_view bytes, std::string& text) {
     if (pendingSize == 0 && isAscii(bytes)) {
         text.append(bytes);
@@ -81,15 +75,15 @@ void Utf8Text::append(std::string_view bytes, std::string& text) {
             checked += asciiPrefix(bytes.substr(checked));
             continue;
         }
-        const Character character = firstCharacter(bytes.substr(checked));
-        if (character.kind == Character::VALID) {
+        const Utf8Character character = firstCharacter(bytes.substr(checked));
+        if (character.kind == Utf8Character::VALID) {
             checked += character.size;
             continue;
         }
         text.append(bytes.substr(0, checked));
         bytes.remove_prefix(checked + character.size);
         checked = 0;
-        if (character.kind == Character::INVALID) {
+        if (character.kind == Utf8Character::INVALID) {
             text.append(REPLACEMENT);
         } else {
             pendingSize = character.size;
@@ -102,8 +96,8 @@ void Utf8Text::append(std::string_view bytes, std::string& text) {
 void Utf8Text::completePending(std::string_view& bytes, std::string& text) {
     while (pendingSize > 0 && !bytes.empty()) {
         pending[pendingSize] = bytes.front();
-        const Character character = firstCharacter({pending.data(), pendingSize + 1});
-        if (character.kind == Character::INVALID) {
+        const Utf8Character character = firstCharacter({pending.data(), pendingSize + 1});
+        if (character.kind == Utf8Character::INVALID) {
             // The new byte does not belong to it: what was kept back is the whole part to be replaced.
             text.append(REPLACEMENT);
             pendingSize = 0;
@@ -111,7 +105,7 @@ void Utf8Text::completePending(std::string_view& bytes, std::string& text) {
         }
         bytes.remove_prefix(1);
         ++pendingSize;
-        if (character.kind == Character::VALID) {
+        if (character.kind == Utf8Character::VALID) {
             text.append(pending.data(), pendingSize);
             pendingSize = 0;
         }
@@ -123,6 +117,14 @@ void Utf8Text::finish(std::string& text) {
         text.append(REPLACEMENT);
         pendingSize = 0;
     }
+}
+
+std::string toUtf8(std::string_view bytes) {
+    Utf8Text utf8;
+    std::string text;
+    utf8.append(bytes, text);
+    utf8.finish(text);
+    return text;
 }
 
 }  // namespace KxNCommon

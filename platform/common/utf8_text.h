@@ -1,4 +1,4 @@
-// Makes valid UTF-8 of bytes that arrive in pieces.
+// UTF-8 of bytes from anywhere.
 #pragma once
 
 #include <array>
@@ -8,9 +8,17 @@
 
 namespace KxNCommon {
 
-/// What is not UTF-8 becomes U+FFFD, one for each maximal part of a character that could have begun one (the practice
-/// that Unicode recommends). A character that `append` got only the beginning of is kept back until the rest arrives,
-/// so every text is valid by itself.
+struct Utf8Character {
+    enum Kind { VALID, INVALID, INCOMPLETE } kind;
+    std::size_t size;  ///< of the character, or of the part of one that is there
+};
+
+/// The character that begins with the first of `bytes`, which is there and not ASCII.
+Utf8Character firstCharacter(std::string_view bytes);
+
+/// Makes valid UTF-8 of bytes that arrive in pieces. What is not UTF-8 becomes U+FFFD, one for each maximal part of a
+/// character that could have begun one (the practice that Unicode recommends). A character that `append` got only the
+/// beginning of is kept back until the rest arrives, so every text is valid by itself.
 class Utf8Text {
 public:
     /// Appends to `text` all characters that `bytes` complete.
@@ -25,5 +33,8 @@ private:
     std::array<char, 4> pending{};
     std::size_t pendingSize = 0;
 };
+
+/// `bytes` as `Utf8Text` makes text of them.
+std::string toUtf8(std::string_view bytes);
 
 }  // namespace KxNCommon

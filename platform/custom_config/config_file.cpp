@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "platform/common/atomic_file.h"
+#include "platform/common/text.h"
 #include "platform/custom_config/config_schema.h"
 
 namespace KxNConfigFile {
@@ -13,16 +14,11 @@ constexpr std::size_t MAX_FILE_BYTES = 1024 * 1024;
 constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";
 
 std::string_view trim(std::string_view text) {
-    constexpr std::string_view WHITE_SPACE = " \t\r\v\f";
-    const std::size_t first = text.find_first_not_of(WHITE_SPACE);
-    if (first == std::string_view::npos) {
-        return {};
-    }
-    return text.substr(first, text.find_last_not_of(WHITE_SPACE) - first + 1);
+    return KxNCommon::trim(text, " \t\r\v\f");
 }
 
 bool holdsControlCharacter(std::string_view text) {
-    return std::any_of(text.begin(), text.end(), [](unsigned char c) { return (c < 0x20 && c != '\t') || c == 0x7F; });
+    return std::any_of(text.begin(), text.end(), [](char c) { return KxNCommon::isControl(c) && c != '\t'; });
 }
 
 std::string quoted(std::string_view text) {

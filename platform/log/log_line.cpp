@@ -4,7 +4,9 @@
 #include <array>
 #include <charconv>
 #include <chrono>
-#include <cstdint>
+
+#include "platform/common/text.h"
+#include "platform/common/utf8_text.h"
 
 namespace KxNLogLine {
 
@@ -56,42 +58,16 @@ void appendTimestamp(std::pmr::string& line, const timespec& utc) {
     appendNumber(line, static_cast<unsigned>(utc.tv_nsec / 1'000'000), 3, 'Z');
 }
 
-// Line and paragraph separator, which some viewers obey.
-bool breaksLines(std::uint32_t codePoint) {
-    return codePoint == 0x2028 || codePoint == 0x2029;
-}
-
-// Length of the character beyond ASCII that begins `text`, 0 when it is malformed or may not be shown as it is.
+// Length of the character beyond ASCII that begins `text`, 0 when it is malformed or may not be shown as it is: a
+// control character (U+0080 to U+009F), or a line or paragraph separator, which some viewers obey.
 std::size_t showableLength(std::string_view text) {
-    const auto byteAt = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned lead = byteAt(0);
-    std::size_t length;
-    std::uint32_t codePoint;
-    std::uint32_t lowest;
-    if (lead >= 0xF0 && lead <= 0xF4) {
-        length = 4, codePoint = lead & 0x07u, lowest = 0x10000;
-    } else if (lead >= 0xE0 && lead <= 0xEF) {
-        length = 3, codePoint = lead & 0x0Fu, lowest = 0x800;
-    } else if (lead >= 0xC2 && lead <= 0xDF) {
-        length = 2, codePoint = lead & 0x1Fu, lowest = 0xA0;  // U+0080 to U+009F are control characters
-    } else {
-        return 0;
-    }
-    if (text.size() < length) {
-        return 0;
-    }
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byteAt(i) & 0xC0u) != 0x80u) {
-            return 0;
-        }
-        codePoint = codePoint << 6 | (byteAt(i) & 0x3Fu);
-    }
-    const bool isSurrogate = codePoint >= 0xD800 && codePoint <= 0xDFFF;
-    return codePoint < lowest || codePoint > 0x10FFFF || isSurrogate || breaksLines(codePoint) ? 0 : length;
+    const auto [kind, size] = KxNCommon::firstCharacter(text);
+    const bool isShown = kind == KxNCommon::Utf8Character::VALID && !(text[0] == '\xC2' && text[1] < '\xA0') &&
+                         !text.starts_with("\xE2\x80\xA8") && !text.starts_with("\xE2\x80\xA9");
+    return isShown ? size : 0;
 }
 
-void appendEscape(std::pmr::string& line, unsigned char byte) {
-    constexpr std::string_view HEX = "0123456789abcdef";
+void appendEscape(std::pmr::string& line, char byte) {
     switch (byte) {
         case '\n':
             line.append("\\n");
@@ -104,8 +80,7 @@ void appendEscape(std::pmr::string& line, unsigned char byte) {
             break;
         default:
             line.append("\\x");
-            line.push_back(HEX[byte >> 4]);
-            line.push_back(HEX[byte & 0x0Fu]);
+            KxNCommon::appendHex(line, byte);
     }
 }
 
@@ -128,15 +103,14 @@ void appendEscaped(std::pmr::string& line, std::string_view text) {
     std::size_t shown = 0;  // up to here `text` is in `line`
     std::size_t at = 0;
     while (at < text.size()) {
-        const auto byte = static_cast<unsigned char>(text[at]);
-        const bool isPlain = byte >= 0x20 && byte < 0x7F;
-        const std::size_t length = isPlain ? 1 : byte >= 0x80 ? showableLength(text.substr(at)) : 0;
+        const bool isAscii = (text[at] & 0x80) == 0;
+        const std::size_t length = isAscii ? !KxNCommon::isControl(text[at]) : showableLength(text.substr(at));
         if (length > 0) {
             at += length;
             continue;
         }
         line.append(text.substr(shown, at - shown));
-        appendEscape(line, byte);
+        appendEscape(line, text[at]);
         shown = ++at;
     }
     line.append(text.substr(shown));

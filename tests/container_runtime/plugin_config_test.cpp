@@ -17,13 +17,11 @@ TEST(PluginFileName, NameAndVersion) {
         {"web.crp", {"web", "1.0"}},     {".crp", {"", "1.0"}},
         {"_2.crp", {"", "2"}},           {"web_.crp", {"web", ""}},
     };
-    PluginIdentity identity;
     for (const auto& row : cases) {
-        EXPECT_TRUE(KxNContainer::parsePluginFileName(row.fileName, identity)) << row.fileName;
-        EXPECT_EQ(identity, row.identity) << row.fileName;
+        EXPECT_EQ(parsePluginFileName(row.fileName), row.identity) << row.fileName;
     }
     for (const char* fileName : {"web.CRP", "web", "crp", "", "web.crp.bak"}) {
-        EXPECT_FALSE(KxNContainer::parsePluginFileName(fileName, identity)) << fileName;
+        EXPECT_FALSE(parsePluginFileName(fileName)) << fileName;
     }
 }
 

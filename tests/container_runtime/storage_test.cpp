@@ -18,17 +18,23 @@ TEST(UserStorage, IsNeitherMissingNorFullNorReadOnly) {
         ::mount("tmpfs", directory.path("").c_str(), "tmpfs", 0, "size=32m") != 0) {
         GTEST_SKIP() << "needs root to mount a small disk";
     }
-    std::string message;
-    EXPECT_FALSE(hasValidUserStorage(directory.path("missing"), message));
-    EXPECT_THAT(message, AllOf(HasSubstr("missing"), HasSubstr("No such file or directory")));
-    EXPECT_TRUE(hasValidUserStorage(directory.path(""), message)) << message;
+    const auto problem = [](const std::string& path) -> std::string {
+        try {
+            checkUserStorage(path);
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+        return {};
+    };
+    EXPECT_THAT(problem(directory.path("missing")), EndsWith("missing' cannot be used: No such file or directory"));
+    EXPECT_EQ(problem(directory.path("")), "");
+    writeFile(directory.path("file"), "");
+    EXPECT_THAT(problem(directory.path("file")), EndsWith("is not a directory"));
     std::ofstream(directory.path("filler")) << std::string(20 << 20, 'x');
-    EXPECT_FALSE(hasValidUserStorage(directory.path(""), message));
-    EXPECT_THAT(message, AllOf(HasSubstr("is full"), HasSubstr("12288 KiB free")));
+    EXPECT_THAT(problem(directory.path("")), EndsWith("is full: 12288 KiB free, at least 16384 KiB needed"));
     std::filesystem::remove(directory.path("filler"));
     ASSERT_EQ(::mount("none", directory.path("").c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
-    EXPECT_FALSE(hasValidUserStorage(directory.path(""), message));
-    EXPECT_THAT(message, HasSubstr("Read-only file system"));
+    EXPECT_THAT(problem(directory.path("")), EndsWith("cannot be written: Read-only file system"));
     ::umount(directory.path("").c_str());
 }
 

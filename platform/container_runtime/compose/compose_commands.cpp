@@ -167,15 +167,14 @@ ComposeCommands::Code ComposeCommands::runInTurn(Job& job) {
         job.message = job.cannot("the compose tool '" + setup.tools.front() + "' is not installed");
         return TOOL_NOT_RUN;
     }
-    std::string reason;
-    const auto before = findComposeProject(setup.askPodman, job.project, reason);
-    if (!before) {
-        job.message = job.cannot(reason);
+    const ComposeProject before = findComposeProject(setup.askPodman, job.project);
+    if (!before.problem.empty()) {
+        job.message = job.cannot(before.problem);
         return NO_PODMAN;
     }
     const KxNProcess::RunResult outcome = runTool(job, job.words.arguments);
     job.output = readableOutput(outcome.output);
-    return interpret(job, outcome, *before);
+    return interpret(job, outcome, before);
 }
 
 ComposeCommands::Code ComposeCommands::interpret(Job& job, const KxNProcess::RunResult& outcome,
@@ -210,8 +209,7 @@ ComposeCommands::Code ComposeCommands::explainFailure(Job& job, const KxNProcess
     job.message = job.cannot(words.empty() ? "the compose tool ended with status " + std::to_string(outcome.exitCode) +
                                                  " and said nothing"
                                            : words);
-    std::string reason;
-    return findComposeProject(setup.askPodman, job.project, reason) ? FAILED : NO_PODMAN;
+    return findComposeProject(setup.askPodman, job.project).problem.empty() ? FAILED : NO_PODMAN;
 }
 
 ComposeCommands::Code ComposeCommands::judgeSuccess(Job& job, const ComposeProject& before) {
@@ -219,9 +217,8 @@ ComposeCommands::Code ComposeCommands::judgeSuccess(Job& job, const ComposeProje
     bool hasCreated = false;
     switch (job.command) {
         case ComposeCommand::Create: {
-            std::string ignored;
-            const auto after = findComposeProject(setup.askPodman, job.project, ignored);
-            hasCreated = !after || after->objects != before.objects;
+            const ComposeProject after = findComposeProject(setup.askPodman, job.project);
+            hasCreated = !after.problem.empty() || after.objects != before.objects;
             hadNothingToDo = !hasCreated;
             break;
         }

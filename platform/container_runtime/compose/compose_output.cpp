@@ -6,6 +6,7 @@
 #include <sstream>
 #include <vector>
 
+#include "platform/common/text.h"
 #include "platform/common/utf8_text.h"
 
 namespace KxNContainer {
@@ -24,20 +25,15 @@ std::size_t escapeLength(std::string_view text) {
     return static_cast<std::size_t>(last - text.begin()) + (last == text.end() ? 0 : 1);
 }
 
-bool isProgress(const std::string& line) {
+bool isProgress(std::string_view line) {
     constexpr std::array<std::string_view, 4> ends = {" ...", " ... done", " ... failed", " ... error"};
     return std::any_of(ends.begin(), ends.end(), [&line](std::string_view end) { return line.ends_with(end); });
 }
 
 /// Says nothing about the cause. The Debian package of the tool prints its exit status, too.
-bool isEmptyPhrase(const std::string& line) {
+bool isEmptyPhrase(std::string_view line) {
     return line.empty() || line == "1" || line.ends_with("Encountered errors while bringing up the project.") ||
            isProgress(line);
-}
-
-std::string trimmed(const std::string& line) {
-    const std::size_t first = line.find_first_not_of(" \t");
-    return first == std::string::npos ? "" : line.substr(first, line.find_last_not_of(" \t") - first + 1);
 }
 
 /// Only the last line of a stack trace is for users; it follows the indented ones.
@@ -75,30 +71,25 @@ std::string readableOutput(std::string_view output) {
             length = escapeLength(output);
         } else if (character == '\r') {
             bytes += output.starts_with("\r\n") ? "" : "\n";
-        } else if (character == '\n' || character == '\t' ||
-                   (static_cast<unsigned char>(character) >= 0x20 && character != 0x7f)) {
+        } else if (character == '\n' || character == '\t' || !KxNCommon::isControl(character)) {
             bytes += character;
         }
         output.remove_prefix(length);
     }
-    std::string text;
-    KxNCommon::Utf8Text utf8;
-    utf8.append(bytes, text);
-    utf8.finish(text);
-    return text;
+    return KxNCommon::toUtf8(bytes);
 }
 
 std::string lastWords(const std::string& output) {
     std::vector<std::string> lines;
     std::istringstream stream(output);
     for (std::string line; std::getline(stream, line);) {
-        if (!isEmptyPhrase(trimmed(line))) {
+        if (!isEmptyPhrase(KxNCommon::trim(line))) {
             lines.push_back(line);
         }
     }
     dropStackTrace(lines);
     for (std::string& line : lines) {
-        line = trimmed(line);
+        line = std::string(KxNCommon::trim(line));
     }
     const auto isMarked = [](const std::string& line) { return line.starts_with(ERROR_MARK); };
     const auto afterMarked = std::find_if(lines.rbegin(), lines.rend(), isMarked);

@@ -47,16 +47,16 @@ ComposeProject readProject(const AskPodman& askPodman, const std::string& name) 
 
 }  // namespace
 
-std::optional<ComposeProject> findComposeProject(const AskPodman& askPodman, const std::string& name,
-                                                 std::string& reason) {
+ComposeProject findComposeProject(const AskPodman& askPodman, const std::string& name) {
+    ComposeProject unknown;
     try {
         return readProject(askPodman, name);
     } catch (const KxNJson::json::exception& exception) {
-        reason = std::string("Podman gave an answer that cannot be used: ") + exception.what();
+        unknown.problem = std::string("Podman gave an answer that cannot be used: ") + exception.what();
     } catch (const std::exception& exception) {
-        reason = exception.what();
+        unknown.problem = exception.what();
     }
-    return std::nullopt;
+    return unknown;
 }
 
 }  // namespace KxNContainer

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <functional>
-#include <optional>
 #include <set>
 #include <string>
 
@@ -18,11 +17,10 @@ struct ComposeProject {
     std::size_t containers = 0;
     std::size_t runningContainers = 0;
     std::size_t networks = 0;
+    std::string problem;  ///< why Podman does not say what there is; empty when it does
 };
 
-/// Asks Podman for the objects that docker-compose labelled with the project `name`. None when Podman does not say,
-/// and then `reason` says why.
-std::optional<ComposeProject> findComposeProject(const AskPodman& askPodman, const std::string& name,
-                                                 std::string& reason);
+/// Asks Podman for the objects that docker-compose labelled with the project `name`.
+ComposeProject findComposeProject(const AskPodman& askPodman, const std::string& name);
 
 }  // namespace KxNContainer

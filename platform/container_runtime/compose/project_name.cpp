@@ -2,24 +2,16 @@
 
 #include <openssl/sha.h>
 
+#include "platform/common/text.h"
+
 namespace KxNContainer {
 
 namespace {
 
-void appendHex(std::string& text, unsigned char byte) {
-    constexpr char digits[] = "0123456789abcdef";
-    text += digits[byte >> 4];
-    text += digits[byte & 15];
-}
-
 std::string sha256(const std::string& text) {
     unsigned char digest[SHA256_DIGEST_LENGTH];
     ::SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest);
-    std::string hex;
-    for (const unsigned char byte : digest) {
-        appendHex(hex, byte);
-    }
-    return hex;
+    return KxNCommon::toHex({reinterpret_cast<const char*>(digest), sizeof digest});
 }
 
 }  // namespace
@@ -34,7 +26,7 @@ std::string projectName(const std::string& fileName) {
             name += character;
         } else {
             name += '_';
-            appendHex(name, static_cast<unsigned char>(character));
+            KxNCommon::appendHex(name, character);
         }
     }
     // Podman names files after networks, and those are named after the project. Above, a '_' never follows another.

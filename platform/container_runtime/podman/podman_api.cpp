@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "KxJson.h"
+#include "platform/common/text.h"
 
 namespace KxNContainer {
 
@@ -19,24 +20,12 @@ constexpr std::chrono::seconds SHORT_CALL{120};
 constexpr std::chrono::seconds STOP_MARGIN{30};
 constexpr std::int64_t LONGEST_STOP = 10LL * 365 * 24 * 3600;
 
-bool isAlphanumeric(char c) {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-}
-
-bool isHexDigit(char c) {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f');
-}
-
 bool mayStandInTarget(char c) {
-    return isAlphanumeric(c) || std::string_view("-._~!$&'()*+,;=:@/?").find(c) != std::string_view::npos;
+    return KxNCommon::isAlphanumeric(c) || std::string_view("-._~!$&'()*+,;=:@/?").find(c) != std::string_view::npos;
 }
 
 bool mayStandInHeaderName(char c) {
-    return isAlphanumeric(c) || std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
-}
-
-bool isControl(char c) {
-    return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7F;
+    return KxNCommon::isAlphanumeric(c) || std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
 }
 
 struct Path {
@@ -69,17 +58,16 @@ KxNJson::json parseJson(const std::string& text) {
 }  // namespace
 
 std::string requestTarget(std::string_view path) {
-    constexpr std::string_view DIGITS = "0123456789ABCDEF";
     std::string target(API_ROOT);
     for (std::size_t index = 0; index < path.size(); ++index) {
         const char c = path[index];
-        const bool isEscape =
-            c == '%' && index + 2 < path.size() && isHexDigit(path[index + 1]) && isHexDigit(path[index + 2]);
+        const bool isEscape = c == '%' && index + 2 < path.size() && KxNCommon::hexDigit(path[index + 1]) >= 0 &&
+                              KxNCommon::hexDigit(path[index + 2]) >= 0;
         if (isEscape || mayStandInTarget(c)) {
             target += c;
         } else {
-            const auto byte = static_cast<unsigned char>(c);
-            target += {'%', DIGITS[byte >> 4], DIGITS[byte & 15]};
+            target += '%';
+            KxNCommon::appendHex(target, c, KxNCommon::UPPER_CASE_DIGITS);
         }
     }
     return target;
@@ -94,7 +82,7 @@ std::optional<HeaderLine> parseHeaderLine(std::string_view line) {
     std::string_view value = line.substr(colon + 1);
     value.remove_prefix(std::min(value.find_first_not_of(" \t"), value.size()));
     if (!std::all_of(name.begin(), name.end(), mayStandInHeaderName) ||
-        std::any_of(value.begin(), value.end(), isControl)) {
+        std::any_of(value.begin(), value.end(), [](char c) { return KxNCommon::isControl(c) && c != '\t'; })) {
         return std::nullopt;
     }
     return HeaderLine{name, value};

@@ -1,4 +1,6 @@
 // The operations of the container runtime that read and write its files: settings, storage and plugins.
+#include <exception>
+
 #include "platform/container_runtime/container_impl.h"
 #include "platform/container_runtime/stores/user_storage.h"
 
@@ -32,12 +34,15 @@ std::uint32_t KxCContainer::GetMaxAllowedCpuCoreCount() {
 }
 
 bool KxCContainer::HasValidUserStorage(std::string* message) {
-    std::string reason;
-    const bool isValid = hasValidUserStorage(USER_STORAGE, reason);
-    if (!isValid && message != nullptr) {
-        *message = reason;
+    try {
+        checkUserStorage(USER_STORAGE);
+        return true;
+    } catch (const std::exception& problem) {
+        if (message != nullptr) {
+            *message = problem.what();
+        }
+        return false;
     }
-    return isValid;
 }
 
 bool KxCContainer::TriggerInventoryTreeScan() {

@@ -5,14 +5,14 @@
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
-#include <string_view>
+#include <stdexcept>
 #include <system_error>
 #include <tuple>
 #include <utility>
 
 #include "KxLog.h"
 #include "platform/common/atomic_file.h"
-#include "platform/container_runtime/stores/json_object.h"
+#include "platform/container_runtime/stores/json_file.h"
 
 namespace KxNContainer {
 
@@ -54,28 +54,29 @@ struct PluginConfig::PluginFile {
     std::int64_t modified;
 };
 
-bool parsePluginFileName(const std::string& fileName, PluginIdentity& identity) {
+std::optional<PluginIdentity> parsePluginFileName(std::string_view fileName) {
     constexpr std::string_view extension = ".crp";
-    if (fileName.size() < extension.size() ||
-        fileName.compare(fileName.size() - extension.size(), extension.size(), extension) != 0) {
-        return false;
+    if (!fileName.ends_with(extension)) {
+        return std::nullopt;
     }
-    const std::string stem = fileName.substr(0, fileName.size() - extension.size());
+    const std::string stem(fileName.substr(0, fileName.size() - extension.size()));
     const std::size_t separator = stem.rfind('_');
     if (separator == std::string::npos) {
-        identity = {stem, "1.0"};
-    } else {
-        identity = {stem.substr(0, separator), stem.substr(separator + 1)};
+        return PluginIdentity{stem, "1.0"};
     }
-    return true;
+    return PluginIdentity{stem.substr(0, separator), stem.substr(separator + 1)};
 }
 
 PluginConfig::PluginConfig(std::string pluginsDirectory, std::string configurationFile)
     : directory(std::move(pluginsDirectory)), configFile(std::move(configurationFile)) {}
 
 KxNJson::json PluginConfig::list() const {
-    KxNJson::json document;
-    const bool isConfigKnown = load(document);
+    KxNJson::json document = {{DEACTIVATED, KxNJson::json::array()}};
+    try {
+        document = load();
+    } catch (const std::runtime_error& error) {
+        KxCRTE_LOG(4, "Korvex Container Service: %s", error.what());
+    }
     KxNJson::json plugins = KxNJson::json::array();
     for (const PluginFile& file : readDirectory()) {
         plugins.push_back({{NAME, file.identity.name},
@@ -83,7 +84,7 @@ KxNJson::json PluginConfig::list() const {
                            {"fileName", file.fileName},
                            {"size", file.size},
                            {"modified", file.modified},
-                           {"isDeactivated", isConfigKnown && isDeactivated(document, file.identity)}});
+                           {"isDeactivated", isDeactivated(document, file.identity)}});
     }
     return {{"plugins", std::move(plugins)}};
 }
@@ -96,15 +97,13 @@ PluginConfig::Code PluginConfig::deactivate(const PluginIdentity& plugin) {
     if (!hasFile(plugin)) {
         return NO_SUCH_PLUGIN;
     }
-    KxNJson::json document;
-    if (!load(document)) {
-        return NOT_WRITTEN;
-    }
-    if (isDeactivated(document, plugin)) {
-        return ALREADY_SO;
-    }
-    document.at(DEACTIVATED).push_back({{NAME, plugin.name}, {VERSION, plugin.version}});
-    return store(document) ? CHANGED : NOT_WRITTEN;
+    return change([&](KxNJson::json& document) {
+        if (isDeactivated(document, plugin)) {
+            return ALREADY_SO;
+        }
+        document.at(DEACTIVATED).push_back({{NAME, plugin.name}, {VERSION, plugin.version}});
+        return CHANGED;
+    });
 }
 
 PluginConfig::Code PluginConfig::activate(const PluginIdentity& plugin) {
@@ -118,25 +117,39 @@ PluginConfig::Code PluginConfig::dropEntry(const std::string& fileName) {
     if (fileName.empty()) {
         return EMPTY_ARGUMENT;
     }
-    PluginIdentity plugin;
-    if (!parsePluginFileName(fileName, plugin)) {
-        return NO_SUCH_PLUGIN;
-    }
-    return forget(plugin);
+    const auto plugin = parsePluginFileName(fileName);
+    return plugin ? forget(*plugin) : NO_SUCH_PLUGIN;
 }
 
 /// Takes the plugin's entry away, so that it counts as activated.
 PluginConfig::Code PluginConfig::forget(const PluginIdentity& plugin) {
     const std::lock_guard lock(mutex);
-    KxNJson::json document;
-    if (!load(document)) {
+    return change([&](KxNJson::json& document) {
+        if (!isDeactivated(document, plugin)) {
+            return hasFile(plugin) ? ALREADY_SO : NO_SUCH_PLUGIN;
+        }
+        removeEntries(document, plugin);
+        return CHANGED;
+    });
+}
+
+/// Writes what `apply` makes of the configuration, where it says that it has changed it.
+PluginConfig::Code PluginConfig::change(const std::function<Code(KxNJson::json&)>& apply) const {
+    try {
+        KxNJson::json document = load();
+        const Code code = apply(document);
+        if (code == CHANGED) {
+            try {
+                writeJsonFile(configFile, document);
+            } catch (const std::runtime_error& error) {
+                throw std::runtime_error(std::string("The plugin configuration was not written: ") + error.what());
+            }
+        }
+        return code;
+    } catch (const std::runtime_error& error) {
+        KxCRTE_LOG(4, "Korvex Container Service: %s", error.what());
         return NOT_WRITTEN;
     }
-    if (!isDeactivated(document, plugin)) {
-        return hasFile(plugin) ? ALREADY_SO : NO_SUCH_PLUGIN;
-    }
-    removeEntries(document, plugin);
-    return store(document) ? CHANGED : NOT_WRITTEN;
 }
 
 void PluginConfig::scanDirectory() const {
@@ -163,11 +176,12 @@ std::vector<PluginConfig::PluginFile> PluginConfig::readDirectory() const {
     for (const std::filesystem::directory_iterator end; !failure && entry != end; entry.increment(failure)) {
         PluginFile file{};
         file.fileName = entry->path().filename().string();
+        const auto identity = parsePluginFileName(file.fileName);
         struct stat status {};
-        if (!parsePluginFileName(file.fileName, file.identity) || ::stat(entry->path().c_str(), &status) != 0 ||
-            !S_ISREG(status.st_mode)) {
+        if (!identity || ::stat(entry->path().c_str(), &status) != 0 || !S_ISREG(status.st_mode)) {
             continue;
         }
+        file.identity = *identity;
         file.size = static_cast<std::uint64_t>(status.st_size);
         file.modified = static_cast<std::int64_t>(status.st_mtim.tv_sec);
         files.push_back(std::move(file));
@@ -185,45 +199,33 @@ bool PluginConfig::hasFile(const PluginIdentity& plugin) const {
     return std::any_of(files.begin(), files.end(), [&](const PluginFile& file) { return file.identity == plugin; });
 }
 
-bool PluginConfig::load(KxNJson::json& document) const {
+/// Holds an array of entries always. Throws std::runtime_error when the file cannot be used.
+KxNJson::json PluginConfig::load() const {
     std::string text;
     std::string error;
-    document = KxNJson::json::object();
-    const KxNCommon::ReadResult result = KxNCommon::readSmallFile(configFile, MAX_JSON_FILE_BYTES, text, error);
-    if (result == KxNCommon::ReadResult::Ok) {
-        if (!parseJsonObject(text, document, error)) {
-            error = "'" + configFile + "' is broken: " + error;
-        } else if (document.contains(DEACTIVATED) && !document.at(DEACTIVATED).is_array()) {
-            error = "'" + configFile + "' is broken: \"deactivated\" is not an array";
-        }
-    } else if (result == KxNCommon::ReadResult::Missing) {
-        error.clear();
+    KxNJson::json document = KxNJson::json::object();
+    switch (KxNCommon::readSmallFile(configFile, MAX_JSON_FILE_BYTES, text, error)) {
+        case KxNCommon::ReadResult::Missing:
+            error.clear();
+            break;
+        case KxNCommon::ReadResult::Ok:
+            try {
+                document = parseJsonObject(text);
+            } catch (const std::invalid_argument& broken) {
+                error = "'" + configFile + "' is broken: " + broken.what();
+            }
+            break;
+        default:
+            break;
+    }
+    KxNJson::json& entries = document.emplace(DEACTIVATED, KxNJson::json::array()).first.value();
+    if (error.empty() && !entries.is_array()) {
+        error = "'" + configFile + "' is broken: \"deactivated\" is not an array";
     }
     if (!error.empty()) {
-        KxCRTE_LOG(4, "Korvex Container Service: The plugin configuration cannot be used: %s", error.c_str());
-        return false;
+        throw std::runtime_error("The plugin configuration cannot be used: " + error);
     }
-    if (!document.contains(DEACTIVATED)) {
-        document[DEACTIVATED] = KxNJson::json::array();
-    }
-    return true;
-}
-
-bool PluginConfig::store(const KxNJson::json& document) const {
-    std::error_code ignored;  // a directory that cannot be made shows in the next step
-    std::filesystem::create_directories(std::filesystem::path(configFile).parent_path(), ignored);
-    std::string error;
-    std::string text;
-    try {
-        text = formatJsonFile(document);
-    } catch (const KxNJson::json::exception& exception) {
-        error = exception.what();
-    }
-    if (text.empty() || !KxNCommon::replaceFile(configFile, text, 0644, error)) {
-        KxCRTE_LOG(4, "Korvex Container Service: The plugin configuration was not written: %s", error.c_str());
-        return false;
-    }
-    return true;
+    return document;
 }
 
 }  // namespace KxNContainer

@@ -1,8 +1,11 @@
 // Plugins of the container runtime: the files of a directory, and the list of those that are deactivated.
 #pragma once
 
+#include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "KxJson.h"
@@ -17,8 +20,8 @@ struct PluginIdentity {
     bool operator==(const PluginIdentity& other) const = default;
 };
 
-/// False for a name that does not end in ".crp".
-bool parsePluginFileName(const std::string& fileName, PluginIdentity& identity);
+/// None for a name that does not end in ".crp".
+std::optional<PluginIdentity> parsePluginFileName(std::string_view fileName);
 
 /// The configuration file is {"deactivated": [{"name", "version"}]}; what else it holds survives every rewrite. One
 /// that is not of that form is reported and never overwritten. All operations may be called from any thread.
@@ -47,8 +50,8 @@ private:
     std::vector<PluginFile> readDirectory() const;
     Code forget(const PluginIdentity& plugin);
     bool hasFile(const PluginIdentity& plugin) const;
-    bool load(KxNJson::json& document) const;
-    bool store(const KxNJson::json& document) const;
+    Code change(const std::function<Code(KxNJson::json&)>& apply) const;
+    KxNJson::json load() const;
 
     const std::string directory;
     const std::string configFile;

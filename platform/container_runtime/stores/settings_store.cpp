@@ -7,14 +7,14 @@
 #include <cstdint>
 #include <filesystem>
 #include <limits>
-#include <optional>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
 #include "KxLog.h"
 #include "platform/common/atomic_file.h"
 #include "platform/common/system_text.h"
-#include "platform/container_runtime/stores/json_object.h"
+#include "platform/container_runtime/stores/json_file.h"
 
 namespace KxNContainer {
 
@@ -25,38 +25,27 @@ constexpr const char* CORES_NUM = "cores_num";
 constexpr const char* ENABLED = "enabled";
 constexpr std::int32_t DEFAULT_TCP_PORT = 2376;
 
-std::optional<std::int32_t> asInt32(const KxNJson::json& value) {
-    using Limits = std::numeric_limits<std::int32_t>;
-    if (value.is_number_unsigned()) {
-        const auto number = value.get<std::uint64_t>();
-        return number <= static_cast<std::uint64_t>(Limits::max()) ? std::optional(static_cast<std::int32_t>(number))
-                                                                   : std::nullopt;
-    }
-    if (value.is_number_integer()) {
-        const auto number = value.get<std::int64_t>();
-        return number >= Limits::min() && number <= Limits::max() ? std::optional(static_cast<std::int32_t>(number))
-                                                                  : std::nullopt;
-    }
-    return std::nullopt;
+bool isInt32(const KxNJson::json& value) {
+    constexpr std::uint64_t LARGEST = std::numeric_limits<std::int32_t>::max();
+    return value.is_number_unsigned()
+               ? value.get<std::uint64_t>() <= LARGEST
+               : value.is_number_integer() && std::in_range<std::int32_t>(value.get<std::int64_t>());
 }
 
-std::optional<bool> asBool(const KxNJson::json& value) {
-    return value.is_boolean() ? std::optional(value.get<bool>()) : std::nullopt;
+bool isBool(const KxNJson::json& value) {
+    return value.is_boolean();
 }
 
-template <typename Value, typename Convert>
+template <typename Value>
 Value valueOf(const std::string& path, const KxNJson::json& document, const char* key, Value defaultValue,
-              const char* expectation, Convert convert) {
+              const char* expectation, bool (*isExpected)(const KxNJson::json&)) {
     const auto found = document.find(key);
-    if (found == document.end()) {
-        return defaultValue;
-    }
-    const std::optional<Value> value = convert(*found);
-    if (!value) {
+    if (found != document.end() && !isExpected(*found)) {
         KxCRTE_LOG(4, "Korvex Container Service: '%s' in the settings file '%s' is not %s, its default applies", key,
                    path.c_str(), expectation);
+        return defaultValue;
     }
-    return value.value_or(defaultValue);
+    return found == document.end() ? defaultValue : found->get<Value>();
 }
 
 /// Renames without ever replacing what bears the new name.
@@ -126,11 +115,10 @@ bool SettingsStore::change(const KxNJson::json& changes) {
     for (const auto& [key, value] : changes.items()) {
         document[key] = value;
     }
-    std::error_code ignored;  // a directory that cannot be made shows in the next step
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
-    std::string error;
-    if (!KxNCommon::replaceFile(path, formatJsonFile(document), 0644, error)) {
-        KxCRTE_LOG(4, "Korvex Container Service: Settings were not written: %s", error.c_str());
+    try {
+        writeJsonFile(path, document);
+    } catch (const std::runtime_error& error) {
+        KxCRTE_LOG(4, "Korvex Container Service: Settings were not written: %s", error.what());
         return false;
     }
     publish(document);
@@ -158,8 +146,11 @@ SettingsStore::LoadResult SettingsStore::load(KxNJson::json& document) const {
         case KxNCommon::ReadResult::Ok:
             break;
     }
-    if (parseJsonObject(text, document, error)) {
+    try {
+        document = parseJsonObject(text);
         return LoadResult::Loaded;
+    } catch (const std::invalid_argument& broken) {
+        error = broken.what();
     }
     return setAside(error) ? LoadResult::NoFile : LoadResult::Unusable;
 }
@@ -182,11 +173,11 @@ bool SettingsStore::setAside(const std::string& reason) const {
 }
 
 SettingsStore::Values SettingsStore::interpret(const KxNJson::json& document) const {
-    constexpr const char* integer = "a 32-bit integer";
+    constexpr const char* INTEGER = "a 32-bit integer";
     Values result{};
-    result.user.tcpPort = valueOf<std::int32_t>(path, document, TCP_PORT, DEFAULT_TCP_PORT, integer, asInt32);
-    result.user.coresNum = valueOf<std::int32_t>(path, document, CORES_NUM, maximumCores, integer, asInt32);
-    result.isEnabled = valueOf<bool>(path, document, ENABLED, true, "true or false", asBool);
+    result.user.tcpPort = valueOf(path, document, TCP_PORT, DEFAULT_TCP_PORT, INTEGER, isInt32);
+    result.user.coresNum = valueOf(path, document, CORES_NUM, maximumCores, INTEGER, isInt32);
+    result.isEnabled = valueOf(path, document, ENABLED, true, "true or false", isBool);
     return result;
 }
 

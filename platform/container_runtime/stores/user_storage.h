@@ -12,8 +12,8 @@ inline constexpr const char* USER_STORAGE = "/userstorage1";
 /// only known when it is uploaded.
 inline constexpr std::uint64_t MINIMUM_USER_STORAGE_BYTES = 16ULL << 20;
 
-/// Whether `directory` is a directory that can be written (which is tried) and has room. On false `message` says what
-/// is wrong, and where. Any thread.
-bool hasValidUserStorage(const std::string& directory, std::string& message);
+/// Throws std::runtime_error, which says what is wrong and where, unless `directory` is a directory that can be written
+/// (which is tried) and has room. Any thread.
+void checkUserStorage(const std::string& directory);
 
 }  // namespace KxNContainer

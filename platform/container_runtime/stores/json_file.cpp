@@ -1,0 +1,40 @@
+#include "platform/container_runtime/stores/json_file.h"
+
+#include <filesystem>
+#include <stdexcept>
+
+#include "KxJson.h"
+#include "platform/common/atomic_file.h"
+#include "platform/json/json_text.h"
+
+namespace KxNContainer {
+
+KxNJson::json parseJsonObject(const std::string& text) {
+    constexpr int maxDepth = 32;  // what is written here nests three deep; other releases may add to it
+    try {
+        KxNJson::json parsed = KxNJson::parseJsonText(text, maxDepth);
+        if (parsed.is_object()) {
+            return parsed;
+        }
+    } catch (const KxNJson::json::exception& exception) {
+        throw std::invalid_argument(exception.what());
+    }
+    throw std::invalid_argument("not a JSON object");
+}
+
+void writeJsonFile(const std::string& path, const KxNJson::json& object) {
+    std::string text;
+    try {
+        text = object.dump(4, ' ', false, KxNJson::Utf8ErrorMode::strict) + "\n";
+    } catch (const KxNJson::json::exception& exception) {
+        throw std::runtime_error(exception.what());
+    }
+    std::error_code ignored;  // a directory that cannot be made shows in the next step
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+    std::string error;
+    if (!KxNCommon::replaceFile(path, text, 0644, error)) {
+        throw std::runtime_error(error);
+    }
+}
+
+}  // namespace KxNContainer
