@@ -1,37 +1,30 @@
 #include "platform/web_api/access/audit.h"
 
+#include <algorithm>
+
+#include "platform/common/text.h"
+
 namespace KxNTamberWebApi {
 
 namespace {
 
 constexpr std::size_t MAXIMUM_VALUE = 256;
 
-bool isPlain(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-           std::string_view("-._:/{}@+%").find(c) != std::string_view::npos;
-}
-
 bool isPlain(std::string_view value) {
-    for (const char c : value) {
-        if (!isPlain(c)) {
-            return false;
-        }
-    }
-    return true;
+    return std::all_of(value.begin(), value.end(), [](char c) {
+        return KxNCommon::isAlphanumeric(c) || std::string_view("-._:/{}@+%").find(c) != std::string_view::npos;
+    });
 }
 
 void appendQuoted(std::string& line, std::string_view value) {
-    constexpr std::string_view digits = "0123456789abcdef";
     line += '"';
     for (const char c : value) {
-        const auto byte = static_cast<unsigned char>(c);
         if (c == '"' || c == '\\') {
             line += '\\';
             line += c;
-        } else if (byte < 0x20 || byte > 0x7e) {
+        } else if (KxNCommon::isControl(c) || static_cast<unsigned char>(c) > 0x7e) {
             line += "\\x";
-            line += digits[byte >> 4];
-            line += digits[byte & 15];
+            KxNCommon::appendHex(line, c);
         } else {
             line += c;
         }

@@ -2,17 +2,18 @@
 
 #include <algorithm>
 
+#include "platform/common/text.h"
 #include "platform/web_api/http/header_parameters.h"
 
 namespace KxNTamberWebApi {
 
 std::optional<std::string_view> parseBearer(std::string_view authorization) {
-    authorization = trimBlanks(authorization);
+    authorization = KxNCommon::trim(authorization);
     constexpr std::string_view scheme = "Bearer ";
     if (!equalsIgnoringCase(authorization.substr(0, scheme.size()), scheme)) {
         return std::nullopt;
     }
-    const std::string_view token = trimBlanks(authorization.substr(scheme.size()));
+    const std::string_view token = KxNCommon::trim(authorization.substr(scheme.size()));
     const auto endsToken = [](char c) { return c == ' ' || c == '\t' || c == ','; };
     if (token.empty() || std::any_of(token.begin(), token.end(), endsToken)) {
         return std::nullopt;
@@ -25,7 +26,7 @@ OfferedSubprotocols parseSubprotocols(std::string_view list) {
     OfferedSubprotocols offered;
     while (!list.empty()) {
         const std::size_t comma = list.find(',');
-        const std::string_view name = trimBlanks(list.substr(0, comma));
+        const std::string_view name = KxNCommon::trim(list.substr(0, comma));
         list = comma == std::string_view::npos ? std::string_view() : list.substr(comma + 1);
         if (name == LOG_SUBPROTOCOL) {
             offered.offersLogs = true;

@@ -12,6 +12,7 @@
 
 #include "platform/common/atomic_file.h"
 #include "platform/common/system_text.h"
+#include "platform/common/text.h"
 #include "platform/common/unique_fd.h"
 
 namespace KxNTamberWebApi {
@@ -65,23 +66,13 @@ Loaded loadToken(const std::string& path, std::string& token, std::string& error
         error = fileLabel(path) + " " + fault;
         return Loaded::failed;
     }
-    std::array<char, MAXIMUM_LENGTH + 3> text;  // one more than a token and its line end
-    std::size_t size = 0;
-    while (size < text.size()) {
-        const ssize_t count = ::read(file.get(), text.data() + size, text.size() - size);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count < 0) {
-            error = fileLabel(path) + " cannot be read: " + KxNCommon::systemText(errno);
-            return Loaded::failed;
-        }
-        if (count == 0) {
-            break;
-        }
-        size += static_cast<std::size_t>(count);
+    std::array<char, MAXIMUM_LENGTH + 3> text;                          // one more than a token and its line end
+    const ssize_t size = ::read(file.get(), text.data(), text.size());  // of a regular file, so it comes at once
+    if (size < 0) {
+        error = fileLabel(path) + " cannot be read: " + KxNCommon::systemText(errno);
+        return Loaded::failed;
     }
-    std::string_view line(text.data(), size);
+    std::string_view line(text.data(), static_cast<std::size_t>(size));
     for (const char end : {'\n', '\r'}) {
         if (!line.empty() && line.back() == end) {
             line.remove_suffix(1);
@@ -105,18 +96,12 @@ bool makeDirectories(const std::filesystem::path& directory) {
 }
 
 bool makeToken(const std::string& path, std::string& error) {
-    std::array<unsigned char, 32> random;
+    std::array<char, 32> random;
     if (::getrandom(random.data(), random.size(), 0) != static_cast<ssize_t>(random.size())) {
         error = "no random bits for " + fileLabel(path) + ": " + KxNCommon::systemText(errno);
         return false;
     }
-    constexpr std::string_view digits = "0123456789abcdef";
-    std::string text;
-    for (const unsigned char byte : random) {
-        text += digits[byte >> 4];
-        text += digits[byte & 15];
-    }
-    text += '\n';
+    std::string text = KxNCommon::toHex({random.data(), random.size()}) + '\n';
     std::string reason;
     const bool isWritten = KxNCommon::replaceFile(path, text, PRIVATE_MODE, reason);
     OPENSSL_cleanse(random.data(), random.size());

@@ -181,8 +181,7 @@ json makeAnswers(const KxSOperationSchema* schema, const std::string& operationI
     for (const LibraryAnswer& answer : LIBRARY_ANSWERS) {
         if (isGiven(answer, needsToken, bodyKind, isWebSocket) && answers.count(answer.status) == 0) {
             shared.insert(answer.status);
-            answers[answer.status] = {
-                {"$ref", "#/components/responses/" + std::string(findStatusTitle(answer.status))}};
+            answers[answer.status] = {{"$ref", "#/components/responses/" + findStatusTitle(answer.status)}};
         }
     }
     json made = json::object();
@@ -246,7 +245,7 @@ json makeComponents(const KxSApiSchemas* schemas, bool needsToken, const std::se
     json& responses = components["responses"];
     for (const LibraryAnswer& answer : LIBRARY_ANSWERS) {
         if (shared.count(answer.status) != 0) {
-            responses[std::string(findStatusTitle(answer.status))] = makeProblemAnswer(answer.description);
+            responses[findStatusTitle(answer.status)] = makeProblemAnswer(answer.description);
         }
     }
     if (needsToken) {

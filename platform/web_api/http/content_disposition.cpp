@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "platform/common/text.h"
 #include "platform/web_api/http/header_parameters.h"
 #include "platform/web_api/routing/request_target.h"
 
@@ -11,8 +12,7 @@ namespace KxNTamberWebApi {
 namespace {
 
 bool hasControl(std::string_view text) {
-    return std::any_of(text.begin(), text.end(),
-                       [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; });
+    return std::any_of(text.begin(), text.end(), KxNCommon::isControl);
 }
 
 void replaceAll(std::string& text, std::string_view from, std::string_view to) {

@@ -1,39 +1,28 @@
 #include "platform/web_api/http/header_parameters.h"
 
 #include <algorithm>
+#include <boost/beast/core/string.hpp>
+
+#include "platform/common/text.h"
 
 namespace KxNTamberWebApi {
 
-namespace {
-
-char lowerCased(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-}  // namespace
+using KxNCommon::trim;
 
 std::string toLowerCase(std::string_view text) {
     std::string lower(text);
-    std::transform(lower.begin(), lower.end(), lower.begin(), lowerCased);
+    std::transform(lower.begin(), lower.end(), lower.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; });
     return lower;
 }
 
 bool equalsIgnoringCase(std::string_view left, std::string_view right) {
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [](char a, char b) { return lowerCased(a) == lowerCased(b); });
-}
-
-std::string_view trimBlanks(std::string_view text) {
-    const std::size_t begin = text.find_first_not_of(" \t");
-    if (begin == std::string_view::npos) {
-        return {};
-    }
-    return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
+    return boost::beast::iequals(left, right);
 }
 
 HeaderParameters::HeaderParameters(std::string_view field) {
     const std::size_t semicolon = field.find(';');
-    first = trimBlanks(field.substr(0, semicolon));
+    first = trim(field.substr(0, semicolon));
     rest = semicolon == std::string_view::npos ? std::string_view() : field.substr(semicolon);
 }
 
@@ -56,9 +45,9 @@ bool takeQuoted(std::string_view& text, std::string& value) {
 }  // namespace
 
 std::optional<HeaderParameters::Parameter> HeaderParameters::next() {
-    rest = trimBlanks(rest);
+    rest = trim(rest);
     while (!rest.empty() && rest.front() == ';') {
-        rest = trimBlanks(rest.substr(1));
+        rest = trim(rest.substr(1));
     }
     if (rest.empty()) {
         return std::nullopt;
@@ -69,18 +58,18 @@ std::optional<HeaderParameters::Parameter> HeaderParameters::next() {
         isMalformed = true;
         return std::nullopt;
     }
-    Parameter parameter{toLowerCase(trimBlanks(rest.substr(0, nameEnd))), {}};
-    rest = trimBlanks(rest.substr(nameEnd + 1));
+    Parameter parameter{toLowerCase(trim(rest.substr(0, nameEnd))), {}};
+    rest = trim(rest.substr(nameEnd + 1));
 
     const bool isQuoted = !rest.empty() && rest.front() == '"';
     if (!isQuoted) {
         const std::size_t end = std::min(rest.find(';'), rest.size());
-        parameter.value = trimBlanks(rest.substr(0, end));
+        parameter.value = trim(rest.substr(0, end));
         rest.remove_prefix(end);
         return parameter;
     }
     isMalformed = !takeQuoted(rest, parameter.value);
-    rest = trimBlanks(rest);
+    rest = trim(rest);
     isMalformed = isMalformed || (!rest.empty() && rest.front() != ';');
     if (isMalformed) {
         return std::nullopt;

@@ -35,7 +35,4 @@ private:
 std::string toLowerCase(std::string_view text);
 bool equalsIgnoringCase(std::string_view left, std::string_view right);
 
-/// Without blanks and tabs at both ends.
-std::string_view trimBlanks(std::string_view text);
-
 }  // namespace KxNTamberWebApi

@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "platform/common/text.h"
 #include "platform/web_api/http/content_disposition.h"
 #include "platform/web_api/http/header_parameters.h"
 
@@ -38,7 +39,7 @@ bool parseHeaders(std::string_view block, PartHeaders& headers) {
         }
         if (text.front() == ' ' || text.front() == '\t') {  // the line before goes on
             if (last != nullptr) {
-                last->append(" ").append(trimBlanks(text));
+                last->append(" ").append(KxNCommon::trim(text));
             }
             continue;
         }
@@ -46,13 +47,13 @@ bool parseHeaders(std::string_view block, PartHeaders& headers) {
         if (colon == 0 || colon == std::string_view::npos) {
             return false;
         }
-        const std::string_view name = trimBlanks(text.substr(0, colon));
+        const std::string_view name = KxNCommon::trim(text.substr(0, colon));
         last = equalsIgnoringCase(name, "content-disposition")         ? &headers.contentDisposition
                : equalsIgnoringCase(name, "content-type")              ? &headers.contentType
                : equalsIgnoringCase(name, "content-transfer-encoding") ? &headers.transferEncoding
                                                                        : nullptr;
         if (last != nullptr) {
-            *last = trimBlanks(text.substr(colon + 1));
+            *last = KxNCommon::trim(text.substr(colon + 1));
         }
     }
     return true;
@@ -154,7 +155,7 @@ std::string_view MultipartReader::takeAfterBoundary(std::string_view piece) {
     while (!piece.empty()) {
         line += piece.front();
         piece.remove_prefix(1);
-        const std::string_view text = trimBlanks(line);
+        const std::string_view text = KxNCommon::trim(line);
         if (text == LINE_END) {
             line.clear();
             state = State::headers;

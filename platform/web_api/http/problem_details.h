@@ -12,7 +12,6 @@ inline constexpr std::string_view PROBLEM_MEDIA_TYPE = "application/problem+json
 std::string makeProblemDetails(int status, std::string_view title, std::string_view detail);
 
 /// The HTTP reason phrase in upper camel case, which is the title of the library's own refusals: 404 gives "NotFound".
-/// "Error" for a status that has none here.
-std::string_view findStatusTitle(int status);
+std::string findStatusTitle(int status);
 
 }  // namespace KxNTamberWebApi

@@ -5,6 +5,7 @@
 #include <boost/beast/http/rfc7230.hpp>
 #include <cstdint>
 
+#include "platform/common/text.h"
 #include "platform/web_api/http/header_parameters.h"
 
 namespace KxNTamberWebApi {
@@ -27,7 +28,7 @@ std::optional<Refusal> checkFraming(const RequestHead& request) {
     if (hasCoding && (request.version() < 11 || request.count(field::content_length) > 0)) {
         return Refusal{400, "The length of the body is ambiguous"};
     }
-    if (hasCoding && !equalsIgnoringCase(trimBlanks(request[field::transfer_encoding]), "chunked")) {
+    if (hasCoding && !equalsIgnoringCase(KxNCommon::trim(request[field::transfer_encoding]), "chunked")) {
         return Refusal{501, "The only transfer coding is chunked"};
     }
     if (request.count(field::expect) > 0 && !equalsIgnoringCase(request[field::expect], "100-continue")) {

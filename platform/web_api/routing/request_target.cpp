@@ -2,23 +2,15 @@
 
 #include <charconv>
 
+#include "platform/common/text.h"
 #include "platform/web_api/http/header_parameters.h"
 
 namespace KxNTamberWebApi {
 
+using KxNCommon::hexDigit;
+using KxNCommon::isControl;
+
 namespace {
-
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    const char lower = static_cast<char>(c | 0x20);
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
-
-bool isControl(char c) {
-    return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
-}
 
 /// Takes one decoded character off the front.
 char takeDecoded(std::string_view& text) {
