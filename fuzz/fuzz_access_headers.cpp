@@ -1,8 +1,4 @@
 // The fields that decide who gets in: Authorization, Sec-WebSocket-Protocol, Host and Origin; and the audit line.
-#include <algorithm>
-#include <cstdint>
-#include <string>
-#include <string_view>
 
 #include "fuzz/require.h"
 #include "platform/web_api/access/audit.h"

@@ -1,8 +1,4 @@
 // Whatever the compose tool prints, what is shown of it is text.
-#include <algorithm>
-#include <cstdint>
-#include <string>
-#include <string_view>
 
 #include "KxJson.h"
 #include "fuzz/require.h"
@@ -14,10 +10,7 @@ namespace {
 
 bool isText(const std::string& text) {
     KxNJson::json(text).dump();  // throws on invalid UTF-8
-    return std::all_of(text.begin(), text.end(), [](char character) {
-        return character == '\n' || character == '\t' ||
-               (static_cast<unsigned char>(character) >= 0x20 && character != 0x7f);
-    });
+    return !hasControl(text, "\n\t");
 }
 
 }  // namespace

@@ -1,9 +1,5 @@
 // Whatever a container writes and however it is cut, the same valid text comes out, and not more than three bytes for
 // one.
-#include <algorithm>
-#include <cstdint>
-#include <string>
-#include <string_view>
 
 #include "fuzz/require.h"
 #include "platform/container_runtime/logs/log_frames.h"
@@ -35,8 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     LogText log(isFramed);
     log.append(bytes, whole);
     log.finish(whole);
-    KX_REQUIRE(isValid(whole));
-    KX_REQUIRE(whole.size() <= 3 * bytes.size());
+    KX_REQUIRE(isValid(whole) && whole.size() <= 3 * bytes.size());
 
     std::string joined;
     LogText cutLog(isFramed);
@@ -47,7 +42,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         joined += text;
     }
     cutLog.finish(joined);
-    KX_REQUIRE(joined == whole);
-    KX_REQUIRE(cutLog.isBroken() == log.isBroken());
+    KX_REQUIRE(joined == whole && cutLog.isBroken() == log.isBroken());
     return 0;
 }

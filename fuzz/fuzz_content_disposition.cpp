@@ -1,22 +1,9 @@
 // Whatever a Content-Disposition or Content-Type field holds, no path and no control character comes out of it.
-#include <algorithm>
-#include <cstdint>
-#include <string>
-#include <string_view>
 
 #include "fuzz/require.h"
 #include "platform/web_api/http/content_disposition.h"
 
 using namespace KxNTamberWebApi;
-
-namespace {
-
-bool hasControl(std::string_view text) {
-    return std::any_of(text.begin(), text.end(),
-                       [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; });
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view value(reinterpret_cast<const char*>(data), size);

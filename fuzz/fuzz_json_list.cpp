@@ -1,7 +1,5 @@
 // Whatever Podman sends as a list: the selection is what a full parse would give.
 #include <array>
-#include <string>
-#include <string_view>
 
 #include "KxJson.h"
 #include "KxJsonText.h"
@@ -18,16 +16,10 @@ constexpr std::array<const char*, 3> KEYS{"Id", "Names", "Labels"};
 bool selectByFullParse(std::string_view text, json& selection) {
     const json list = json::parse(text, nullptr, false);
     selection = json::array();
-    if (list.is_null()) {
-        return true;
-    }
-    if (!list.is_array()) {
-        return false;
+    if (!list.is_array() || !std::all_of(list.begin(), list.end(), [](const json& each) { return each.is_object(); })) {
+        return list.is_null();
     }
     for (const json& record : list) {
-        if (!record.is_object()) {
-            return false;
-        }
         json selected = json::object();
         for (const char* key : KEYS) {
             if (record.contains(key)) {

@@ -1,8 +1,5 @@
 // A multipart body means the same however it is cut.
-#include <cstdint>
 #include <memory>
-#include <string>
-#include <string_view>
 
 #include "fuzz/require.h"
 #include "platform/web_api/http/multipart_reader.h"

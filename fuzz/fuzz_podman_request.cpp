@@ -1,8 +1,4 @@
 // Whatever a path or a header line holds, the request to Podman stays one request with the lines that were meant.
-#include <algorithm>
-#include <cstdint>
-#include <string>
-#include <string_view>
 
 #include "fuzz/require.h"
 #include "platform/container_runtime/podman/podman_api.h"

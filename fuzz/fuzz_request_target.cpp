@@ -1,8 +1,5 @@
 // Any request target gives an answer, and values that reach a handler keep their promises.
-#include <cstdint>
 #include <cstring>
-#include <string>
-#include <string_view>
 
 #include "api/endpoints.h"
 #include "fuzz/require.h"
@@ -18,24 +15,16 @@ void checkValues(const RouteMatch& match, std::size_t targetSize) {
     for (; *value != nullptr; ++value) {
         const std::string_view text = (*value)->text;
         KX_REQUIRE(text.size() <= targetSize);
-        if ((*value)->location == LOCATION_PATH) {
-            KX_REQUIRE(findPathParameterFault(text) == nullptr);
-        }
-        if ((*value)->type == TYPE_BOOLEAN) {
-            KX_REQUIRE(parseBoolean(text) == (*value)->boolean);
-        }
-        if ((*value)->type == TYPE_INT64) {
-            KX_REQUIRE(parseInt64(text) == (*value)->integer);
-        }
+        KX_REQUIRE((*value)->location != LOCATION_PATH || findPathParameterFault(text) == nullptr);
+        KX_REQUIRE((*value)->type != TYPE_BOOLEAN || parseBoolean(text) == (*value)->boolean);
+        KX_REQUIRE((*value)->type != TYPE_INT64 || parseInt64(text) == (*value)->integer);
     }
     KX_REQUIRE(value - match.values() >= 1);  // the version at least
 }
 
 void requireSame(const RouteMatch& left, const RouteMatch& right) {
-    KX_REQUIRE(left.outcome == right.outcome);
-    KX_REQUIRE(left.endpoint == right.endpoint);
-    KX_REQUIRE(left.allow == right.allow);
-    KX_REQUIRE(left.detail == right.detail);
+    KX_REQUIRE(left.outcome == right.outcome && left.endpoint == right.endpoint);
+    KX_REQUIRE(left.allow == right.allow && left.detail == right.detail);
     const auto* const* a = left.values();
     const auto* const* b = right.values();
     for (; *a != nullptr && *b != nullptr; ++a, ++b) {
@@ -46,19 +35,17 @@ void requireSame(const RouteMatch& left, const RouteMatch& right) {
 
 /// The same target with each character of its path escaped means the same.
 std::string escapePath(std::string_view path) {
-    constexpr std::string_view digits = "0123456789ABCDEF";
     std::string escaped;
     for (std::size_t i = 0; i < path.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(path[i]);
         if (path[i] == '/') {
             escaped += '/';
         } else if (path[i] == '%') {
             escaped += path.substr(i, 3);
             i += 2;
         } else {
-            escaped += '%';
-            escaped += digits[byte >> 4];
-            escaped += digits[byte & 15];
+            char code[4];
+            std::snprintf(code, sizeof(code), "%%%02X", static_cast<unsigned char>(path[i]));
+            escaped += code;
         }
     }
     return escaped;

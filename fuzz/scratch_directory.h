@@ -3,7 +3,6 @@
 
 #include <unistd.h>
 
-#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -11,9 +10,7 @@
 
 class ScratchDirectory {
 public:
-    ScratchDirectory() : root("/dev/shm/kx-fuzz-" + std::to_string(::getpid())) {
-        std::filesystem::create_directories(root);
-    }
+    ScratchDirectory() { std::filesystem::create_directories(root); }
     ~ScratchDirectory() { std::filesystem::remove_all(root); }
     ScratchDirectory(const ScratchDirectory&) = delete;
     ScratchDirectory& operator=(const ScratchDirectory&) = delete;
@@ -30,5 +27,5 @@ public:
     }
 
 private:
-    const std::string root;
+    const std::string root = "/dev/shm/kx-fuzz-" + std::to_string(::getpid());
 };

@@ -147,6 +147,6 @@ private:
     /// Guards `uploadSessions` only. Never taken while a session's own mutex is held.
     KxNRtosAbstraction::KxCMutex uploadSessionsMutex{nullptr};
 
-    /// Begins with the one bucket and the maximum load factor 1.0 of a new map.
+    /// Open uploads by the thread that carries them.
     std::unordered_map<std::thread::id, std::shared_ptr<KxSUploadSession>> uploadSessions;
 };

@@ -22,8 +22,8 @@ struct KxCContainerHandler::KxSCertificateKind {
     KxEOperation remove;
     const char* fileName;
     const char* name;
-    const char* deletedName;  ///< what the delete's line calls it
-    const char* missingName;  ///< what the refusal of a finish without a file calls it
+    const char* deletedName;  ///< what the log line of its deletion calls it
+    const char* missingName;  ///< what the refusal of an upload without a file calls it
     bool isSecret;            ///< whether only its owner may read the file
 
     static const KxSCertificateKind CERTIFICATE;
@@ -36,7 +36,7 @@ constexpr KxCContainerHandler::KxSCertificateKind KxCContainerHandler::KxSCertif
     .remove = KxEOperation::DELETE_CERTIFICATE,
     .fileName = "server.crt",
     .name = "TLS certificate",
-    .deletedName = "CA certificate",  // as this line has always been worded
+    .deletedName = "CA certificate",  // the deletion of either certificate is logged in the same words
     .missingName = "TLS certificate",
     .isSecret = false,
 };

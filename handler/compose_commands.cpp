@@ -56,7 +56,7 @@ void answerComposeResult(int code, const json& result, KxCErrorListPool& pool, K
 
 }  // namespace
 
-/// The name goes to the runtime as it came: what it means is the runtime's to say.
+/// The runtime alone checks the name: even an empty one is handed over as it came.
 void KxCContainerHandler::runCompose(const KxSComposeCommand& command, KxCErrorListPool& pool, const char* name,
                                      KxCResponse& response) {
     const OperationScope scope(command.operation);

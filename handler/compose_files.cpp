@@ -42,7 +42,7 @@ void KxCContainerHandler::UploadComposeFile(KxCErrorListPool& pool, const KxCReq
         return;
     }
     const std::string path = finishUploadSession();
-    // A status that cannot be read says nothing about the upload: it is raised.
+    // Where the system cannot tell whether the file is there, the exception of `exists` leaves the operation.
     if (path.empty() || !std::filesystem::exists(path)) {
         answerBadRequest(pool, response, "No compose YAML file was uploaded");
         return;

@@ -22,13 +22,13 @@ constexpr const char* CONTAINER_KEYS[] = {"Id", "Names", "Image", "Created", "St
 struct KxCContainerHandler::KxSContainerAction {
     KxEOperation operation;
     const KxNPodman::Request& request;
-    const char* beginning;     ///< as the first word of a line
-    const char* doing;         ///< the same word inside a message
-    const char* done;          ///< what has then happened
+    const char* beginning;     ///< "Starting", of the log line before the request
+    const char* doing;         ///< "starting", of the message of a failure
+    const char* done;          ///< "started", of the log line of a success
     const char* alreadyState;  ///< what a 304 says the container already was; null where 304 is a failure
     bool needsForce;           ///< whether a 409 says that the container runs and was not to be forced
-    const char* requestBegin;  ///< Podman's request in the failure line, before the name
-    const char* requestEnd;    ///< and behind it
+    const char* requestBegin;  ///< Podman's request in the log line of a failure, up to the name
+    const char* requestEnd;    ///< and from the name on
 };
 
 void KxCContainerHandler::changeContainer(const KxSContainerAction& action, KxCErrorListPool& pool, const char* name,
@@ -46,7 +46,7 @@ void KxCContainerHandler::changeContainer(const KxSContainerAction& action, KxCE
 
     const PodmanReply reply = KxNPodman::execute(*container, action.request, name, query);
     const std::string quotedName = "'" + std::string(name) + "'";
-    // Of all successes only 204 counts.
+    // Of the statuses 200 to 299 only 204 is a success.
     if (reply.status == HTTP_NOT_MODIFIED && action.alreadyState != nullptr) {
         response.setEmptyBody(pool, HTTP_NOT_MODIFIED);
         KxCRTE_LOG(1, "Korvex Container Service: Container '%s' was already %s", name, action.alreadyState);

@@ -74,7 +74,7 @@ void KxCContainerHandler::UploadPlugin(KxCErrorListPool& pool, const KxCRequest&
         return;
     }
     const std::string path = finishUploadSession();
-    // A status that cannot be read says nothing about the upload: it is raised.
+    // Where the system cannot tell whether the file is there, the exception of `exists` leaves the operation.
     if (path.empty() || !std::filesystem::exists(path)) {
         answerBadRequest(pool, response,
                          "No CRP plugin file was uploaded. Make sure the name of the file is not empty and has a .crp "
@@ -111,7 +111,7 @@ void KxCContainerHandler::DeletePlugin(KxCErrorListPool& pool, const KxCRequest&
     }
 
     deleteFile(pool, path.c_str(), response);
-    // Also for a file that was never there: what is left of it in the configuration goes too.
+    // The configuration may name a file that was not there: its entry goes unless the file is there still.
     std::error_code error;
     if (std::filesystem::exists(path, error)) {
         KxCRTE_LOG_Impl(3, "Korvex Container Service: Plugin file '%s' still exists after deleteFile", path.c_str());

@@ -7,6 +7,8 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,26 +19,19 @@
 namespace KxNDoubles {
 
 struct World {
-    World();
-
     /// Every call and every log line in the order in which they happened, each ended by a newline. A log line is its
     /// level, ": ", and the text behind the service's prefix.
     std::string journal;
-    void note(const std::string& line);  ///< any thread
 
     int lowestLogLevel = 0;
-    bool isNoted = true;  ///< false while calls are too many to be of interest
+    std::set<std::string> failing;  ///< the calls that fail, by the first words of their notes
 
     // Container runtime
     bool isEnabled = true;
     int status = KxNContainer::KxCContainer::STARTED;
-    bool initResult = true;
-    bool startResult = true;
     KxCCTESettings::KxSUserSettings settings{2376, 2};
     std::uint32_t maximumCores = 4;
-    bool areSettingsWritten = true;
     std::string storageProblem;  ///< empty: the user storage is valid
-    bool isInventoryWritten = true;
     KxNContainer::PodmanReply podman{"", 200};
     std::function<void()> duringPodman;  ///< called while Podman works
     int composeCode = 0;
@@ -46,16 +41,30 @@ struct World {
 
     // Process
     std::map<std::string, std::string> options;
-    std::string failingServerCall;  ///< adds an error to the pool; "create" also makes no server
-    bool isSingleton = true;
     std::function<void()> onInitialized;
-    bool isProfilerActive = true;
-    std::unique_ptr<KxCErrorListPool> masterErrors;
+    std::unique_ptr<KxCErrorListPool> masterErrors = std::make_unique<KxCErrorListPool>();
+    std::atomic<int> answeredStatus = 0;  ///< of the last response
+
+    World& addLine(const std::string& line);  ///< any thread
 };
 
 /// The one world. `reset` makes a new one before each test.
 World& world();
 void reset();
+
+/// Writes the parts into the journal, one behind the other. Any thread.
+template <typename... Parts>
+World& note(const Parts&... parts) {
+    std::ostringstream line;
+    (line << ... << parts);
+    return world().addLine(line.str());
+}
+
+/// Notes a call with its arguments; false when it is to fail.
+template <typename... Parts>
+bool succeeds(const std::string& call, const Parts&... arguments) {
+    return !note(call, arguments...).failing.contains(call);
+}
 
 /// Message tables registered at the moment; outlives every world.
 std::vector<const KxResText*>& messageTables();

@@ -1,6 +1,8 @@
 // Double of the container runtime library.
 #include "tests/doubles/World.h"
 
+using KxNDoubles::note;
+using KxNDoubles::succeeds;
 using KxNDoubles::world;
 using KxNJson::json;
 
@@ -8,41 +10,27 @@ namespace KxNContainer {
 
 namespace {
 
-const char* methodName(KxCCurlHandler::MethodType method) {
-    constexpr const char* names[] = {"GET", "POST", "DELETE"};
-    return names[static_cast<int>(method)];
-}
-
 std::string describe(const std::string& path, KxCCurlHandler::MethodType method,
                      const std::vector<std::string>& headers) {
-    std::string text = std::string(methodName(method)) + " " + path;
+    constexpr const char* methods[] = {"GET ", "POST ", "DELETE "};
+    std::string text = methods[static_cast<int>(method)] + path;
     for (const std::string& header : headers) {
         text += " [" + header + "]";
     }
     return text;
 }
 
-bool noted(const std::string& call, bool result) {
-    world().note(call);
-    return result;
-}
-
 int compose(const char* command, const char* fileName, json& result) {
-    world().note(std::string(command) + " " + fileName + " " + result.dump());
-    result = world().composeResult;
-    return world().composeCode;
-}
-
-int plugin(const std::string& call) {
-    world().note(call);
-    return world().pluginCode;
+    const KxNDoubles::World& answers = note(command, " ", fileName, " ", result.dump());
+    result = answers.composeResult;
+    return answers.composeCode;
 }
 
 }  // namespace
 
 struct KxCContainer::Impl {};
 struct KxCContainer::KxSLogStreamSession {
-    ~KxSLogStreamSession() { world().note("session destroyed"); }
+    ~KxSLogStreamSession() { note("session destroyed"); }
 };
 
 KxCContainer::KxCContainer() = default;
@@ -53,55 +41,46 @@ KxCContainer* KxCContainer::GetInstance() {
 }
 
 bool KxCContainer::init() {
-    return noted("init", world().initResult);
+    return succeeds("init");
 }
 bool KxCContainer::Start() {
-    return noted("Start", world().startResult);
+    return succeeds("Start");
 }
 bool KxCContainer::Stop() {
-    return noted("Stop", true);
+    return succeeds("Stop");
 }
 bool KxCContainer::IsContainerServiceEnabled(bool readAnew) {
-    return noted(readAnew ? "enabled, read anew?" : "enabled?", world().isEnabled);
+    return note(readAnew ? "enabled, read anew?" : "enabled?").isEnabled;
 }
 int KxCContainer::GetContainerServiceStatus(bool readAnew) {
-    world().note(readAnew ? "status, read anew?" : "status?");
-    return world().status;
+    return note(readAnew ? "status, read anew?" : "status?").status;
 }
 bool KxCContainer::EnableContainerService() {
-    world().isEnabled = world().isEnabled || world().areSettingsWritten;
-    return noted("EnableContainerService", world().areSettingsWritten);
+    return succeeds("Enable") && (world().isEnabled = true);
 }
 bool KxCContainer::DisableContainerService() {
-    world().isEnabled = world().isEnabled && !world().areSettingsWritten;
-    return noted("DisableContainerService", world().areSettingsWritten);
+    return succeeds("Disable") && !(world().isEnabled = false);
 }
 KxCCTESettings::KxSUserSettings KxCContainer::GetContainerServiceUserSettings() {
-    world().note("GetContainerServiceUserSettings");
-    return world().settings;
+    return note("settings?").settings;
 }
 bool KxCContainer::SetContainerServiceUserSettings(const KxCCTESettings::KxSUserSettings& settings) {
-    return noted(
-        "SetContainerServiceUserSettings " + std::to_string(settings.tcpPort) + " " + std::to_string(settings.coresNum),
-        world().areSettingsWritten);
+    return succeeds("SetSettings", " ", settings.tcpPort, " ", settings.coresNum);
 }
 std::uint32_t KxCContainer::GetMaxAllowedCpuCoreCount() {
-    world().note("GetMaxAllowedCpuCoreCount");
-    return world().maximumCores;
+    return note("maximum?").maximumCores;
 }
 bool KxCContainer::HasValidUserStorage(std::string* message) {
-    *message = world().storageProblem;
-    return noted("HasValidUserStorage", world().storageProblem.empty());
+    return (*message = note("storage?").storageProblem).empty();
 }
 bool KxCContainer::TriggerInventoryTreeScan() {
-    return noted("TriggerInventoryTreeScan", world().isInventoryWritten);
+    return succeeds("TriggerInventoryTreeScan");
 }
 
 PodmanReply KxCContainer::ExecutePodmanRequest(const std::string& path, KxCCurlHandler::MethodType method,
                                                const std::vector<std::string>& headers, const std::string& body,
                                                bool isLongRunning) {
-    world().note(describe(path, method, headers) + (body.empty() ? "" : " body " + body) +
-                 (isLongRunning ? " long-running" : ""));
+    note(describe(path, method, headers), body.empty() ? "" : " body ", body, isLongRunning ? " long-running" : "");
     if (world().duringPodman) {
         world().duringPodman();
     }
@@ -111,17 +90,15 @@ PodmanReply KxCContainer::StreamPodmanRequest(const std::string& path, KxCCurlHa
                                               const std::vector<std::string>& headers, KxCErrorListPool&,
                                               std::shared_ptr<KxSLogStreamSession> session,
                                               KxNTamberWebApi::KxCWebSocket*) {
-    world().note("stream " + describe(path, method, headers) + " session held by " +
-                 std::to_string(session.use_count()));
-    return world().podman;
+    return note("stream ", describe(path, method, headers), " session held by ", session.use_count()).podman;
 }
 std::shared_ptr<KxCContainer::KxSLogStreamSession> KxCContainer::RegisterLogStreamSession(
     KxNTamberWebApi::KxCWebSocket*, const std::string& containerName) {
-    world().note("register log stream " + containerName);
+    note("register log stream ", containerName);
     return std::make_shared<KxSLogStreamSession>();
 }
 void KxCContainer::UnregisterLogStreamSession(KxNTamberWebApi::KxCWebSocket*) {
-    world().note("unregister log stream");
+    note("unregister log stream");
 }
 void KxCContainer::LogStreamCloseHandler(const void*, std::uint32_t, KxNTamberWebApi::KxCWebSocket*) {}
 
@@ -139,20 +116,19 @@ int KxCContainer::RemoveCompose(const char* fileName, json& result) {
 }
 
 json KxCContainer::listPlugins() {
-    world().note("listPlugins");
-    return world().plugins;
+    return note("listPlugins").plugins;
 }
 int KxCContainer::addPluginToConfig(const std::string& name, const std::string& version) {
-    return plugin("addPluginToConfig " + name + " " + version);
+    return note("deactivate ", name, " ", version).pluginCode;
 }
 int KxCContainer::removePluginFromConfig(const std::string& name, const std::string& version) {
-    return plugin("removePluginFromConfig " + name + " " + version);
+    return note("activate ", name, " ", version).pluginCode;
 }
 int KxCContainer::removePluginFromConfigByFileName(const std::string& fileName) {
-    return plugin("removePluginFromConfigByFileName " + fileName);
+    return note("forget ", fileName).pluginCode;
 }
 void KxCContainer::scanContainerPluginsDir() {
-    world().note("scanContainerPluginsDir");
+    note("scanContainerPluginsDir");
 }
 
 }  // namespace KxNContainer

@@ -1,4 +1,5 @@
-// Doubles of log, error manager, message manager, clock, configuration, RTOS layer and profiler.
+// Doubles of log, error manager, message manager, clock, configuration, RTOS layer and profiler. Their singletons are
+// never destroyed: what runs at exit uses them.
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
@@ -13,24 +14,9 @@
 
 namespace KxNDoubles {
 
-namespace {
-
-std::unique_ptr<World>& holder() {
+static std::unique_ptr<World>& holder() {
     static auto& instance = *new std::unique_ptr<World>(new World);
     return instance;
-}
-
-std::mutex journalMutex;
-
-}  // namespace
-
-World::World() : masterErrors(std::make_unique<KxCErrorListPool>()) {}
-
-void World::note(const std::string& line) {
-    const std::lock_guard lock(journalMutex);
-    if (isNoted) {
-        journal += line + "\n";
-    }
 }
 
 World& world() {
@@ -41,6 +27,13 @@ void reset() {
     holder() = std::make_unique<World>();
 }
 
+World& World::addLine(const std::string& line) {
+    static std::mutex mutex;
+    const std::lock_guard lock(mutex);
+    journal += line + "\n";
+    return *this;
+}
+
 std::vector<const KxResText*>& messageTables() {
     static auto& tables = *new std::vector<const KxResText*>;
     return tables;
@@ -48,6 +41,8 @@ std::vector<const KxResText*>& messageTables() {
 
 }  // namespace KxNDoubles
 
+using KxNDoubles::note;
+using KxNDoubles::succeeds;
 using KxNDoubles::world;
 
 bool KxCRTE_LOG_IsLevelEnabled(int level) {
@@ -55,20 +50,17 @@ bool KxCRTE_LOG_IsLevelEnabled(int level) {
 }
 
 void KxCRTE_LOG_Impl(int level, const char* format, ...) {
+    if (level < world().lowestLogLevel) {
+        return;
+    }
     va_list arguments;
     va_start(arguments, format);
-    char* text = nullptr;
-    if (vasprintf(&text, format, arguments) < 0) {
-        text = nullptr;
-    }
+    char* formatted = nullptr;
+    const std::string text = vasprintf(&formatted, format, arguments) < 0 ? "" : formatted;
     va_end(arguments);
-    const std::string line = text != nullptr ? text : "";
-    std::free(text);
+    std::free(formatted);
     const std::string prefix = "Korvex Container Service: ";
-    if (level >= world().lowestLogLevel) {
-        world().note(std::to_string(level) + ": " +
-                     (line.starts_with(prefix) ? line.substr(prefix.size()) : "WITHOUT PREFIX " + line));
-    }
+    note(level, ": ", text.starts_with(prefix) ? text.substr(prefix.size()) : "WITHOUT PREFIX " + text);
 }
 
 struct KxCErrorListPool::State {};
@@ -76,7 +68,7 @@ KxCErrorListPool::KxCErrorListPool() = default;
 KxCErrorListPool::~KxCErrorListPool() = default;
 void KxCErrorListPool::addError(std::uint32_t, std::string_view detail) {
     ++count;
-    world().note("error added: " + std::string(detail));
+    note("error added: ", detail);
 }
 std::uint32_t KxCErrorListPool::getErrorCount() const {
     return count;
@@ -84,17 +76,15 @@ std::uint32_t KxCErrorListPool::getErrorCount() const {
 
 std::atomic<KxCErrorManager*> KxCErrorManager::instance{nullptr};
 KxCErrorManager* KxCErrorManager::getSingleton() {
-    world().note("KxCErrorManager::getSingleton");
+    note("KxCErrorManager::getSingleton");
     static auto& made = *new KxCErrorManager;
-    instance = &made;
-    return &made;
+    return instance = &made;
 }
 KxCErrorListPool& KxCErrorManager::getMasterErrorList() {
-    world().note("getMasterErrorList");
-    return *world().masterErrors;
+    return *note("getMasterErrorList").masterErrors;
 }
 void KxCErrorManager::sendErrorList(KxCErrorListPool&, int destination) {
-    world().note("sendErrorList " + std::to_string(destination));
+    note("sendErrorList ", destination);
 }
 void KxCErrorManager::_registerMessages(const KxResText* table) {
     KxNDoubles::messageTables().push_back(table);
@@ -108,17 +98,17 @@ KxCMessageManagerClient* KxCMessageManagerClient::getInstance() {
     return &instance;
 }
 void KxCMessageManagerClient::init(KxCErrorListPool&) {
-    world().note("messages init");
+    note("messages init");
 }
 void KxCMessageManagerClient::flushMessageBuffer(KxCErrorListPool&, int milliseconds) {
-    world().note("flushMessageBuffer " + std::to_string(milliseconds));
+    note("flushMessageBuffer ", milliseconds);
 }
 void KxCMessageManagerClient::closeClient() {
-    world().note("closeClient");
+    note("closeClient");
 }
 
 void KxCVorrelClock::init(KxCErrorListPool&) {
-    world().note("clock init");
+    note("clock init");
 }
 
 struct KxCCustomConfig::Contents {};
@@ -130,42 +120,37 @@ KxCCustomConfig* KxCCustomConfig::getInstance() {
 }
 std::string KxCCustomConfig::getOption(const char* section, const char* option, const char* defaultValue,
                                        bool mandatory) const {
-    world().note(std::string("getOption ") + section + " " + option + " " + defaultValue +
-                 (mandatory ? " mandatory" : ""));
-    const auto found = world().options.find(option);
-    return found != world().options.end() ? found->second : defaultValue;
+    note("getOption ", section, " ", option, " ", defaultValue, mandatory ? " mandatory" : "");
+    return world().options.try_emplace(option, defaultValue).first->second;
 }
 
 namespace KxNRtosAbstraction {
 
 bool isSingletonProcess(int waitMilliseconds) {
-    world().note("isSingletonProcess " + std::to_string(waitMilliseconds));
-    return world().isSingleton;
+    return succeeds("isSingletonProcess", " ", waitMilliseconds);
 }
 void installSignalHandler(KxCErrorListPool&, int signalNumber, SignalHandler) {
-    world().note("installSignalHandler " + std::to_string(signalNumber));
+    note("installSignalHandler ", signalNumber);
 }
 void removeSignalHandler(KxCErrorListPool&, int signalNumber) {
-    world().note("removeSignalHandler " + std::to_string(signalNumber));
+    note("removeSignalHandler ", signalNumber);
 }
 void setServiceInitialized() {
-    world().note("setServiceInitialized");
+    note("setServiceInitialized");
     if (world().onInitialized) {
         world().onInitialized();
     }
 }
 
-struct KxCMutex::State {
-    std::mutex mutex;
-};
+struct KxCMutex::State : std::mutex {};
 KxCMutex::KxCMutex(const char*) : state(std::make_unique<State>()) {}
 KxCMutex::~KxCMutex() = default;
 bool KxCMutex::lock(int) {
-    state->mutex.lock();
+    state->lock();
     return true;
 }
 void KxCMutex::unlock() {
-    state->mutex.unlock();
+    state->unlock();
 }
 
 }  // namespace KxNRtosAbstraction
@@ -175,19 +160,17 @@ KxCProfiler& KxCProfiler::getInstance() {
     return instance;
 }
 bool KxCProfiler::open(const char* sourceName, std::uint32_t sourceNumber) {
-    world().note(std::string("profiler open ") + sourceName + " " + std::to_string(sourceNumber));
-    active = world().isProfilerActive;
-    return active;
+    return active = succeeds("profiler open", " ", sourceName, " ", sourceNumber);
 }
 std::uint32_t KxCProfiler::registerEvent(const char* name) {
     static std::uint32_t next = 1000;
-    world().note(std::string("profiler event ") + name);
-    return next++;
+    note("profiler event ", name, " is ", ++next);
+    return next;
 }
-void KxCProfiler::emit(std::uint32_t, std::uint32_t code, std::uint32_t index) {
-    world().note("profiler " + std::to_string(code) + " " + std::to_string(index));
+void KxCProfiler::emit(std::uint32_t event, std::uint32_t code, std::uint32_t index) {
+    note("profiler ", event, " ", code, " ", index);
 }
 void KxCProfiler::close() {
-    world().note("profiler close");
+    note("profiler close");
     active = false;
 }

@@ -6,7 +6,8 @@
 #include "KxTamberWebApi/KxServer.h"
 #include "tests/doubles/World.h"
 
-using KxNDoubles::world;
+using KxNDoubles::note;
+using KxNDoubles::succeeds;
 
 namespace KxNTamberWebApi {
 
@@ -15,29 +16,35 @@ namespace {
 const KxSTamberWebApiParameterValue* find(const KxSTamberWebApiParameterValue* const* values, const char* name,
                                           std::uint32_t location, std::uint32_t type) {
     for (; values != nullptr && *values != nullptr; ++values) {
-        const KxSTamberWebApiParameterValue& value = **values;
-        if (std::strcmp(value.name, name) == 0 && value.location == location && value.type == type) {
-            return &value;
+        if (std::strcmp((*values)->name, name) == 0 && (*values)->location == location && (*values)->type == type) {
+            return *values;
         }
     }
     return nullptr;
 }
 
-void serverCall(KxCErrorListPool& pool, const std::string& call) {
-    world().note("server " + call);
-    if (world().failingServerCall == call.substr(0, call.find(' '))) {
+template <typename... Parts>
+void answer(int status, const Parts&... parts) {
+    note(parts...).answeredStatus = status;
+}
+
+template <typename... Parts>
+bool callServer(KxCErrorListPool& pool, const std::string& call, const Parts&... arguments) {
+    const bool isDone = succeeds("server " + call, arguments...);
+    if (!isDone) {
         pool.addError(0, "server " + call + " failed");
     }
+    return isDone;
 }
 
 }  // namespace
 
 KxCHandler::KxCHandler() = default;
 KxCHandler::~KxCHandler() {
-    world().note("handler destroyed");
+    note("handler destroyed");
 }
 void KxCHandler::detach() {
-    world().note("handler detached");
+    note("handler detached");
 }
 const char* KxCHandler::getStringParam(const KxSTamberWebApiParameterValue* const* values, const char* name,
                                        std::uint32_t location) {
@@ -59,17 +66,16 @@ void KxCHandler::setErrorImplementationMissing(KxCErrorListPool& pool, const cha
 }
 
 void KxCResponse::setError(KxCErrorListPool&, int code, const char* statusName, const char* message, int flag) {
-    world().note("error " + std::to_string(code) + " " + statusName + ": " + message +
-                 (flag == 1 ? "" : " WITH FLAG " + std::to_string(flag)));
+    answer(code, statusName, " ", code, ": ", message, flag == 1 ? "" : " WITH ANOTHER FLAG");
 }
 void KxCResponse::setJsonBody(KxCErrorListPool&, int code, const KxNJson::json* document) {
-    world().note("json " + std::to_string(code) + " " + document->dump());
+    answer(code, "json ", code, " ", document->dump());
 }
 void KxCResponse::setJsonBody(KxCErrorListPool&, int code, const char* text) {
-    world().note("text " + std::to_string(code) + " " + text);
+    answer(code, "text ", code, " ", text);
 }
 void KxCResponse::setEmptyBody(KxCErrorListPool&, int code) {
-    world().note("empty " + std::to_string(code));
+    answer(code == 0 ? 204 : code, "empty ", code);
 }
 void KxCResponse::switchWebSocket(KxCErrorListPool&, const char* name, KxCWebSocket::DataCallback dataCallback,
                                   const void* dataContext, std::uint32_t dataLength,
@@ -78,44 +84,40 @@ void KxCResponse::switchWebSocket(KxCErrorListPool&, const char* name, KxCWebSoc
     const bool isAsAgreed = dataCallback == nullptr && dataContext == nullptr && dataLength == 0 &&
                             closeCallback == &KxNContainer::KxCContainer::LogStreamCloseHandler &&
                             closeContext == nullptr && closeLength == 0;
-    world().note(std::string("switch ") + name + (isAsAgreed ? "" : " WITH OTHER CALLBACKS"));
+    answer(101, "switch ", name, isAsAgreed ? "" : " WITH OTHER CALLBACKS");
 }
 
 struct KxCWebSocket::State {};
 KxCWebSocket::KxCWebSocket(std::shared_ptr<State> given) : state(std::move(given)) {}
 KxCWebSocket::~KxCWebSocket() {
-    world().note("socket destroyed");
+    note("socket destroyed");
 }
 bool KxCWebSocket::sendText(KxCErrorListPool&, const char* text, std::size_t length, int timeoutMilliseconds,
                             bool joinable) {
-    world().note("sendText '" + std::string(text, length) + "' " + std::to_string(timeoutMilliseconds) +
-                 (joinable ? " joinable" : ""));
+    note("sendText '", std::string(text, length), "' ", timeoutMilliseconds, joinable ? " joinable" : "");
     return true;
 }
 
 struct KxCServer::State {};
 KxCServer::KxCServer(std::unique_ptr<State> given) : state(std::move(given)) {}
 KxCServer::~KxCServer() {
-    world().note("server destroyed");
+    note("server destroyed");
 }
 std::unique_ptr<KxCServer> KxCServer::create(KxCErrorListPool& pool, std::uint32_t requestThreads) {
-    serverCall(pool, "create " + std::to_string(requestThreads));
-    if (world().failingServerCall == "create") {
-        return nullptr;
-    }
-    return std::unique_ptr<KxCServer>(new KxCServer(std::make_unique<State>()));
+    const bool isMade = callServer(pool, "create", " ", requestThreads);
+    return std::unique_ptr<KxCServer>(isMade ? new KxCServer(std::make_unique<State>()) : nullptr);
 }
 void KxCServer::init(KxCErrorListPool& pool) {
-    serverCall(pool, "init");
+    callServer(pool, "init");
 }
 void KxCServer::registerHandler(KxCErrorListPool& pool, KxCHandler*) {
-    serverCall(pool, "registerHandler");
+    callServer(pool, "registerHandler");
 }
 void KxCServer::start(KxCErrorListPool& pool, std::uint32_t stopGraceSeconds) {
-    serverCall(pool, "start " + std::to_string(stopGraceSeconds));
+    callServer(pool, "start", " ", stopGraceSeconds);
 }
 void KxCServer::stop(KxCErrorListPool& pool) {
-    serverCall(pool, "stop");
+    callServer(pool, "stop");
 }
 
 }  // namespace KxNTamberWebApi

@@ -46,6 +46,7 @@ TEST(ErrorManager, SendsEachErrorOnceWithItsMessageAndTheProgramsName) {
     KxCErrorManager& manager = *KxCErrorManager::getSingleton();
     KxCErrorListPool pool;
     pool.addError(17, "/mnt: No space left on device");
+    pool.addError(17, "");
     pool.addError(99, "no such message");
     OpenClient client;
     manager.sendErrorList(pool, 0);
@@ -53,9 +54,10 @@ TEST(ErrorManager, SendsEachErrorOnceWithItsMessageAndTheProgramsName) {
     const std::string log = client.close();
     KxCErrorManager::_unregisterMessages(texts);
     EXPECT_THAT(log, HasSubstr("ERROR Test Program: The disk is full: /mnt: No space left on device\n"));
-    EXPECT_THAT(log, HasSubstr("ERROR Test Program: no such message\n"));
-    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 2);
-    EXPECT_EQ(pool.getErrorCount(), 2u);
+    EXPECT_THAT(log, HasSubstr("ERROR Test Program: The disk is full\n"));
+    EXPECT_THAT(log, EndsWith("ERROR Test Program: no such message\n"));
+    EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 3);
+    EXPECT_EQ(pool.getErrorCount(), 3u);
     EXPECT_EQ(KxCErrorManager::findMessage(17), "");
 }
 
@@ -67,7 +69,7 @@ TEST(ErrorManager, AnErrorOfTheMasterListIsSeenAtOnceAndNotAgain) {
     OpenClient later;
     manager.sendErrorList(manager.getMasterErrorList(), 0);
     EXPECT_EQ(later.close(), "");
-    EXPECT_GE(manager.getMasterErrorList().getErrorCount(), 1u);
+    EXPECT_EQ(manager.getMasterErrorList().getErrorCount(), 1u);
 }
 
 TEST(MessageManager, AClosedClientKeepsTheNewest256Messages) {

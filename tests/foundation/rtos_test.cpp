@@ -21,7 +21,7 @@ namespace {
 
 using namespace KxNRtosAbstraction;
 
-TEST(InstanceLock, HoldsUntilItsProcessDiesAndNotLongerInAChild) {
+TEST(InstanceLock, HoldsUntilItsProcessDiesAndNotLongerInAChildAndNeedsItsFile) {
     const std::string path = testing::TempDir() + "kx-" + std::to_string(::getpid()) + ".lock";
     std::array<int, 2> ready;
     ASSERT_EQ(::pipe2(ready.data(), O_CLOEXEC), 0);
@@ -41,19 +41,16 @@ TEST(InstanceLock, HoldsUntilItsProcessDiesAndNotLongerInAChild) {
     pid_t child = -1;
     ASSERT_EQ(::read(ready[0], &child, sizeof(child)), static_cast<ssize_t>(sizeof(child)));
     const auto started = Clock::now();
-    EXPECT_FALSE(lockInstance(path, 0));
-    EXPECT_LT(Clock::now() - started, 10s);
     EXPECT_FALSE(lockInstance(path, 200));
     EXPECT_GE(Clock::now() - started, 200ms);
+    EXPECT_FALSE(lockInstance(path, 0));
+    EXPECT_LT(Clock::now() - started, 10s);
     auto waiting = std::async(std::launch::async, [&] { return static_cast<bool>(lockInstance(path, 10'000)); });
     ::kill(holder, SIGKILL);
     ::waitpid(holder, nullptr, 0);
     EXPECT_TRUE(waiting.get());
     ::kill(child, SIGKILL);
     ::unlink(path.c_str());
-}
-
-TEST(InstanceLock, AFileThatCannotBeUsedIsNoClaim) {
     testing::internal::CaptureStderr();
     EXPECT_FALSE(lockInstance("/nonexistent/directory/lock", 0));
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
@@ -93,7 +90,9 @@ TEST(Signals, AHandlerRunsOnAThreadOfThePlatformAndRemovalWaitsForIt) {
     removal.get();
     EXPECT_TRUE(isDefaultAction(SIGUSR1));
     EXPECT_EQ(pool.getErrorCount(), 1u);
+    errno = 77;
     ::raise(SIGUSR2);
+    EXPECT_EQ(errno, 77);
     EXPECT_TRUE(waitFor([&] { return pool.getErrorCount() == 2; }));
     removeSignalHandler(pool, SIGUSR2);
     EXPECT_EQ(pool.takeErrors().back().detail, "signal " + std::to_string(SIGUSR2));
@@ -110,43 +109,63 @@ TEST(Signals, AHandlerMayRemoveItself) {
 }
 
 TEST(Signals, WhatCannotBeCaughtIsAnError) {
-    for (const int number : {SIGKILL, 0, -1, 1000}) {
+    const auto checkRefusal = [](auto change, int number, const std::string& reason) {
         KxCErrorListPool pool;
-        installSignalHandler(pool, number, countDelivery);
+        change(pool, number);
         ASSERT_EQ(pool.getErrorCount(), 1u);
-        EXPECT_THAT(pool.takeErrors()[0].detail, HasSubstr(std::to_string(number)));
+        EXPECT_EQ(pool.takeErrors()[0].detail, reason);
+    };
+    const auto install = [](KxCErrorListPool& pool, int number) { installSignalHandler(pool, number, countDelivery); };
+    for (const int number : {0, -1, NSIG, 1000}) {
+        const std::string reason = " failed: there is no signal " + std::to_string(number);
+        checkRefusal(install, number, "Installing the handler" + reason);
+        checkRefusal(removeSignalHandler, number, "Restoring the default action" + reason);
     }
+    checkRefusal(install, SIGKILL, "Installing the handler for signal 9 failed: Invalid argument");
+    checkRefusal(removeSignalHandler, SIGKILL, "Restoring the default action for signal 9 failed: Invalid argument");
 }
 
-// A service manager that listens at the address in NOTIFY_SOCKET; a path it has elsewhere, for the packaged service.
-TEST(ServiceInitialized, ReachesAServiceManagerAtAnAbstractAddress) {
-    const std::string address = "@kx-notify-" + std::to_string(::getpid());
-    const KxNCommon::UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    sockaddr_un name{};
-    name.sun_family = AF_UNIX;
-    address.copy(name.sun_path, sizeof(name.sun_path) - 1);
-    name.sun_path[0] = '\0';
-    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + address.size());
-    ASSERT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&name), size), 0);
+/// What setServiceInitialized logs when NOTIFY_SOCKET holds `address`.
+std::string logOfNotification(const std::string& address) {
+    testing::internal::CaptureStderr();
     ::setenv("NOTIFY_SOCKET", address.c_str(), 1);
     setServiceInitialized();
-    std::array<char, 100> text{};
-    EXPECT_GT(::recv(socket.get(), text.data(), text.size(), MSG_DONTWAIT), 0);
-    EXPECT_STREQ(text.data(), "READY=1");
+    return testing::internal::GetCapturedStderr();
+}
+
+TEST(ServiceInitialized, ReachesAServiceManagerAtAPathAndAtAnAbstractAddress) {
+    for (const std::string& address :
+         {"@kx-notify-" + std::to_string(::getpid()), testing::TempDir() + "kx-notify-" + std::to_string(::getpid())}) {
+        const KxNCommon::UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        sockaddr_un name{};
+        name.sun_family = AF_UNIX;
+        address.copy(name.sun_path, sizeof(name.sun_path) - 1);
+        name.sun_path[0] = address[0] == '@' ? '\0' : '/';
+        const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + address.size());
+        ASSERT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&name), size), 0);
+        EXPECT_EQ(logOfNotification(address), "");
+        ::unlink(address.c_str());
+        std::array<char, 100> text{};
+        EXPECT_EQ(::recv(socket.get(), text.data(), text.size(), MSG_DONTWAIT), 7);
+        EXPECT_STREQ(text.data(), "READY=1");
+    }
 }
 
 TEST(ServiceInitialized, WithoutAServiceManagerNothingIsSaidAndAnUnreachableOneIsAWarning) {
-    for (const std::string& address :
-         {std::string("/nonexistent/socket"), std::string("vsock:1"), std::string(300, '/')}) {
-        testing::internal::CaptureStderr();
-        ::setenv("NOTIFY_SOCKET", address.c_str(), 1);
-        setServiceInitialized();
-        EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("WARNING Korvex Container Service: "));
+    const std::string none = "NOTIFY_SOCKET names no Unix socket";
+    const std::string absent = "No such file or directory";
+    for (const auto& [address, reason] : {std::pair("/nonexistent/socket"s, absent),
+                                          {"vsock:1", none},
+                                          {std::string(107, '/'), "Connection refused"},
+                                          {std::string(108, '/'), none}}) {
+        EXPECT_THAT(logOfNotification(address),
+                    EndsWith("WARNING Korvex Container Service: The service manager was not told that the service is "
+                             "ready (" +
+                             address + "): " + reason + "\n"));
     }
+    EXPECT_EQ(logOfNotification(""), "");
     ::unsetenv("NOTIFY_SOCKET");
-    testing::internal::CaptureStderr();
     setServiceInitialized();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 TEST(Mutex, ATimedLockGivesUpInTimeAndTakesAFreeOneAtOnce) {
@@ -158,13 +177,14 @@ TEST(Mutex, ATimedLockGivesUpInTimeAndTakesAFreeOneAtOnce) {
         EXPECT_FALSE(mutex.lock(50));
         EXPECT_GE(Clock::now() - started, 50ms);
     }).join();
-    std::thread waiting([&] {
+    auto waiting = std::async(std::launch::async, [&] {
         EXPECT_TRUE(mutex.lock(-1));
         mutex.unlock();
     });
+    EXPECT_EQ(waiting.wait_for(50ms), std::future_status::timeout);
     lock.unlock();
     lock.unlock();
-    waiting.join();
+    waiting.get();
     EXPECT_TRUE(mutex.lock(0));
     mutex.unlock();
 }

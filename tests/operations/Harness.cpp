@@ -5,6 +5,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <deque>
+
+#include "api/schemas.h"
 
 namespace KxNTests {
 
@@ -24,77 +27,98 @@ class PrivateFileSystem : public testing::Environment {
 
 [[maybe_unused]] const auto* const environment = testing::AddGlobalTestEnvironment(new PrivateFileSystem);
 
-/// The values as the library hands them over.
-std::vector<const Value*> pointersTo(const std::vector<Value>& values) {
-    std::vector<const Value*> pointers;
-    for (const Value& value : values) {
-        pointers.push_back(&value);
+/// Whether the API's description names `status` as an answer of the operation.
+bool isDescribed(const KxSTamberWebApiEndpoint& endpoint, int status) {
+    const auto* operation = KxNCre::SCHEMAS.operations;
+    while (std::strcmp(operation->operationId, endpoint.operationId) != 0) {
+        ++operation;
     }
-    pointers.push_back(nullptr);
-    return pointers;
-}
-
-/// The response double writes into the journal and never looks at its state.
-KxNTamberWebApi::KxCResponse::State& noState() {
-    static int nothing;
-    return reinterpret_cast<KxNTamberWebApi::KxCResponse::State&>(nothing);
+    const auto* answer = operation->answers;
+    while (answer->status != 0 && answer->status != status) {
+        ++answer;
+    }
+    return answer->status != 0;
 }
 
 }  // namespace
 
-std::string Operations::call(KxNCre::KxEEndpoint endpoint, const std::vector<Value>& values,
-                             const std::optional<json>& body) {
+const KxSTamberWebApiEndpoint& endpointOf(const std::string& operation) {
+    const auto* endpoint = KxNCre::ENDPOINTS;
+    while ((*endpoint)->operationId != operation) {
+        ++endpoint;
+    }
+    return **endpoint;
+}
+
+Operations::Operations() {
+    std::filesystem::remove_all("/mnt/cfdrive");
+    std::filesystem::remove_all("/userstorage1/container_rte");
+    KxNDoubles::reset();
+    handler.emplace();
+}
+
+std::string Operations::call(const std::string& request) {
+    std::istringstream parts(request);
+    std::string operation;
+    std::getline(parts, operation, ';');
+    const bool isSocket = operation == "getContainerLogsSetWebSocket";
+    const KxSTamberWebApiEndpoint& endpoint = endpointOf(isSocket ? "getContainerLogs" : operation);
+
+    std::deque<std::string> texts;
+    std::deque<KxSTamberWebApiParameterValue> values;
+    std::vector<const KxSTamberWebApiParameterValue*> pointers;
+    json content;
+    KxNTamberWebApi::KxSBody body{nullptr};
+    for (std::string part; std::getline(parts, part, ';');) {
+        const std::string key = part.substr(0, part.find('='));
+        const std::string& text = texts.emplace_back(part.substr(key.size() + 1));
+        if (key == "body") {
+            EXPECT_EQ(endpoint.bodyKinds[0], KxNTamberWebApi::BODY_JSON);
+            content = json::parse(text);
+            body.content = &content;
+            continue;
+        }
+        const auto* parameter = endpoint.parameters;
+        while ((*parameter)->name != key) {
+            ++parameter;
+        }
+        const std::uint32_t flags = (*parameter)->flags;
+        values.push_back({(*parameter)->name, flags >> 8 & 0xFF, flags & 0xFF, text.c_str(), text == "true",
+                          std::strtoll(text.c_str(), nullptr, 10)});
+        pointers.push_back(&values.back());
+    }
+    pointers.push_back(nullptr);
+
     world().journal.clear();
-    KxNTamberWebApi::KxCRequest request(KxNCre::ENDPOINTS[endpoint - 1]);
-    KxNTamberWebApi::KxCResponse response(noState());
-    const KxNTamberWebApi::KxSBody requestBody{body ? &*body : nullptr};
-    EXPECT_TRUE(handler->handleRequest(pool, &request, &requestBody, pointersTo(values).data(), &response));
-    return world().journal;
+    KxNTamberWebApi::KxCRequest received(&endpoint);
+    if (isSocket) {
+        auto* socket = new KxNTamberWebApi::KxCWebSocket(nullptr);
+        EXPECT_TRUE(handler->handleWebSocket(pool, &endpoint, pointers.data(), socket));
+    } else {
+        EXPECT_TRUE(handler->handleRequest(pool, &received, &body, pointers.data(), &response));
+        EXPECT_TRUE(isDescribed(endpoint, world().answeredStatus)) << operation << ' ' << world().answeredStatus;
+    }
+    return world().journal.substr(0, world().journal.size() - 1);
 }
 
-void Operations::finish(KxNCre::KxEEndpoint endpoint) {
-    KxCErrorListPool errors;
-    KxNTamberWebApi::KxCRequest request(KxNCre::ENDPOINTS[endpoint - 1]);
-    KxNTamberWebApi::KxCResponse response(noState());
-    EXPECT_TRUE(handler->handleRequest(errors, &request, nullptr, pointersTo({}).data(), &response));
+void Operations::check(const std::string& request, const std::string& begun, const std::vector<Row>& rows) {
+    for (const Row& row : rows) {
+        if (!row.podman.empty()) {
+            world().podman = {row.podman.size() > 4 ? row.podman.substr(4) : "", std::stoi(row.podman)};
+        }
+        std::string journal = row.journal;
+        if (const std::size_t mark = journal.find('^'); mark != std::string::npos) {
+            journal.replace(mark, 1, begun);
+        }
+        EXPECT_EQ(call(request + row.request), journal) << request + row.request << " when Podman says " << row.podman;
+    }
 }
 
-std::string Operations::callWebSocket(const std::vector<Value>& values) {
-    world().journal.clear();
-    auto* socket = new KxNTamberWebApi::KxCWebSocket(nullptr);
-    EXPECT_TRUE(handler->handleWebSocket(pool, KxNCre::ENDPOINTS[KxNCre::ENDPOINT_GET_CONTAINER_LOGS - 1],
-                                         pointersTo(values).data(), socket));
-    return world().journal;
-}
-
-std::int32_t Operations::chunk(KxNCre::KxEEndpoint endpoint, const char* fileName, std::string_view data,
+std::int32_t Operations::chunk(const std::string& operation, const char* fileName, std::string_view data,
                                std::uint64_t offset) {
-    return static_cast<std::int32_t>(handler->handleUploadChunk(KxNCre::ENDPOINTS[endpoint - 1], "/target",
-                                                                "text/plain", fileName, "", data.data(), offset,
+    return static_cast<std::int32_t>(handler->handleUploadChunk(&endpointOf(operation), "/target", "text/plain",
+                                                                fileName, "", data.data(), offset,
                                                                 static_cast<std::uint32_t>(data.size())));
-}
-
-void Operations::checkAnswers(KxNCre::KxEEndpoint endpoint, const std::vector<Value>& values,
-                              const std::vector<PodmanCase>& cases) {
-    for (const auto& [status, answer, journal] : cases) {
-        world().podman = {answer, status};
-        EXPECT_EQ(call(endpoint, values), expected(journal));
-    }
-}
-
-void Operations::checkBodies(KxNCre::KxEEndpoint endpoint, const std::vector<Value>& values,
-                             const std::vector<BodyCase>& cases) {
-    for (const auto& [body, journal] : cases) {
-        EXPECT_EQ(call(endpoint, values, body), expected(journal));
-    }
-}
-
-std::string expected(std::string journal) {
-    const std::string mark = "<guard>\n";
-    if (const auto at = journal.find(mark); at != std::string::npos) {
-        journal.replace(at, mark.size(), "enabled?\nstatus?\n");
-    }
-    return journal.starts_with('\n') ? journal.substr(1) : journal;
 }
 
 }  // namespace KxNTests

@@ -1,4 +1,4 @@
-// Calls operations the way the web API server library does and gives back what they did.
+// Calls operations the way the web API server library does, and compares what they did with the rows of a table.
 #pragma once
 
 #include <cstdint>
@@ -15,66 +15,37 @@ namespace KxNTests {
 using KxNDoubles::world;
 using KxNJson::json;
 
-/// A parameter that the request holds; the texts must outlive the call.
-using Value = KxSTamberWebApiParameterValue;
+/// "enabled?" and "status?" are the questions of the guard, here of one that passes.
+inline const std::string GUARD = "enabled?\nstatus?\n";
 
-inline Value name(const char* text) {
-    return {"name", KxNTamberWebApi::LOCATION_PATH, KxNTamberWebApi::TYPE_TEXT, text, false, 0};
-}
-inline Value text(const char* key, const char* value) {
-    return {key, KxNTamberWebApi::LOCATION_QUERY, KxNTamberWebApi::TYPE_TEXT, value, false, 0};
-}
-inline Value flag(const char* key, bool value) {
-    return {key, KxNTamberWebApi::LOCATION_QUERY, KxNTamberWebApi::TYPE_BOOLEAN, nullptr, value, 0};
-}
-inline Value number(const char* key, std::int64_t value) {
-    return {key, KxNTamberWebApi::LOCATION_QUERY, KxNTamberWebApi::TYPE_INT64, nullptr, false, value};
-}
-
-/// What Podman answers a request, and the journal that this must leave.
-struct PodmanCase {
-    int status;
-    std::string answer;
-    std::string journal;
+struct Row {
+    std::string request;  ///< what follows the part that the rows share
+    std::string podman;   ///< Podman's status and, behind a space, body; empty for 200 without a body
+    std::string journal;  ///< without its last newline; "^" stands for the part that the rows share
 };
 
-/// A body and the journal that a request with it must leave.
-struct BodyCase {
-    std::optional<json> body;
-    std::string journal;
-};
-
+/// Each test begins with a new world, a new handler, and none of the managed directories.
 class Operations : public testing::Test {
 protected:
-    Operations() {
-        KxNDoubles::reset();
-        handler.emplace();
-    }
+    Operations();
 
-    /// Sends a request to `endpoint` and returns the journal of it alone.
-    std::string call(KxNCre::KxEEndpoint endpoint, const std::vector<Value>& values = {},
-                     const std::optional<json>& body = std::nullopt);
+    /// Makes a request and returns its journal without the last newline. The request is an operation's id and what it
+    /// is given: "id;parameter=value;body=JSON". getContainerLogsSetWebSocket is the second phase of a log stream. An
+    /// answer must be one that the API's description names.
+    std::string call(const std::string& request);
 
-    /// The second phase of the log stream.
-    std::string callWebSocket(const std::vector<Value>& values);
+    void check(const std::string& request, const std::string& begun, const std::vector<Row>& rows);
 
     /// Hands over one chunk; 0 or -1.
-    std::int32_t chunk(KxNCre::KxEEndpoint endpoint, const char* fileName, std::string_view data,
+    std::int32_t chunk(const std::string& operation, const char* fileName, std::string_view data,
                        std::uint64_t offset = 0);
-
-    /// Finishes the calling thread's upload like `call`, but leaves the journal alone. Any thread.
-    void finish(KxNCre::KxEEndpoint endpoint);
-
-    void checkAnswers(KxNCre::KxEEndpoint endpoint, const std::vector<Value>& values,
-                      const std::vector<PodmanCase>& cases);
-    void checkBodies(KxNCre::KxEEndpoint endpoint, const std::vector<Value>& values,
-                     const std::vector<BodyCase>& cases);
 
     std::optional<KxCContainerHandler> handler;
     KxCErrorListPool pool;
+    int nothing = 0;  ///< the double of a response has no state
+    KxNTamberWebApi::KxCResponse response{reinterpret_cast<KxNTamberWebApi::KxCResponse::State&>(nothing)};
 };
 
-/// Replaces "<guard>" by the questions of a guard that passes, and takes the newline off the front.
-std::string expected(std::string journal);
+const KxSTamberWebApiEndpoint& endpointOf(const std::string& operation);
 
 }  // namespace KxNTests
