@@ -87,7 +87,7 @@ def is_said(words, literals, runs=3):
 def check_texts(description, texts):
     """Every operation that is described is there, and what the texts say stands in the source."""
     known = {operation["operationId"]: operation for _, _, operation in operations(description)}
-    code = "".join(path.read_text() for folder in SOURCES for path in (ROOT / folder).glob("*.[ch]*"))
+    code = "".join(path.read_text() for folder in SOURCES for path in (ROOT / folder).rglob("*.[ch]*"))
     code = re.sub(r'"\s*\n\s*"', "", code)  # as the compiler joins them
     literals = "\n".join(re.findall(r'"((?:[^"\\\n]|\\.)*)"', code))
     for name, own in texts.items():

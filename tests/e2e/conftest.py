@@ -1,6 +1,7 @@
 """Fixtures of the end-to-end tests: the built program against a real Podman, inside the sandbox.
 
-scripts/test-e2e runs them. One program runs at a time, as on a device; the tests of a module share one where they can.
+scripts/test-e2e runs them, in two sandboxes at once that share the tests. In each, one program runs at a time, as on a
+device; the tests that need nothing special share one, and come first.
 """
 
 import os
@@ -13,7 +14,8 @@ import sys
 
 import pytest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts/lib"))
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path[:0] = [str(ROOT / "scripts/lib"), str(ROOT / "tests/openapi")]
 import service as kx  # noqa: E402
 from description import Description  # noqa: E402
 
@@ -25,6 +27,40 @@ kx.require_sandbox()
 
 def pytest_addoption(parser):
     parser.addoption("--program", required=True, help="the executable to test")
+    parser.addoption("--claims", type=pathlib.Path, help="a directory: of the runs that share it, each takes some of the tests")
+    parser.addoption("--from-end", action="store_true", help="begin with the last test")
+
+
+@pytest.hookimpl(trylast=True)
+def pytest_collection_modifyitems(config, items):
+    items.sort(key=lambda item: "service" not in item.fixturenames)
+    if config.getoption("--from-end"):
+        items.reverse()
+
+
+def claim(item):
+    """Whether the test is this run's: each is the first one's that comes to it."""
+    claims = item.config.getoption("--claims")
+    try:
+        if claims:
+            (claims / item.nodeid.replace("/", "|")[-250:]).mkdir()
+        return True
+    except FileExistsError:
+        return False
+
+
+def pytest_runtestloop(session):
+    if session.testsfailed or session.config.option.collectonly:
+        return None  # pytest's own loop reports it
+    items = filter(claim, session.items)
+    item = next(items, None)
+    while item:
+        following = next(items, None)
+        item.config.hook.pytest_runtest_protocol(item=item, nextitem=following)
+        if session.shouldfail or session.shouldstop:
+            raise session.Failed(session.shouldfail or session.shouldstop)
+        item = following
+    return True
 
 
 def clear_state():
@@ -43,32 +79,27 @@ def clear_state():
         path.unlink()
 
 
-def check_log(running, exit_status, expected_status):
-    """What holds for every run: its exit status, the form of its log, and that no secret stands in it."""
-    log = running.log()
-    assert exit_status == expected_status, log[-5000:]
-    strangers = [line for line in log.splitlines() if PREFIX not in line]
-    assert not strangers, "\n".join(strangers[:40])
-    assert PREFIX + PREFIX not in log
-    if kx.TOKEN_FILE.exists() and running.token():
-        assert running.token() not in log
-    assert not re.search(r"BEGIN [A-Z ]*PRIVATE KEY", log)
-
-
-def judge_answers(running):
-    """From here on each answer of the service must be one that its description knows."""
-    if running.port and not kx.TLS_FILE.exists():
-        answer = running.request("GET", "/openapi.json", token=kx.TOKEN_FILE.exists())
-        running.judge = Description(answer.json(), kx.BASE).check
+def end(running, expected_status=0, number=signal.SIGTERM, ended=False):
+    """Ends a run, unless it has ended; what holds for every run: its exit status, the form of its log, that no secret
+    stands in it."""
+    with running:
+        status = running.process.wait(20) if ended else running.stop(number)
+        log = running.log()
+        assert status == expected_status, log[-5000:]
+        strangers = [line for line in log.splitlines() if PREFIX not in line]
+        assert not strangers, "\n".join(strangers[:40])
+        assert PREFIX + PREFIX not in log
+        if kx.TOKEN_FILE.exists() and running.token():
+            assert running.token() not in log
+        assert not re.search(r"BEGIN [A-Z ]*PRIVATE KEY", log)
 
 
 class Programs:
-    """The runs of the program: one shared by the tests of a module, and those that single tests start."""
+    """The runs of the program: one that tests share, and those that single tests start."""
 
     def __init__(self, program, logs):
         self.program, self.logs = program, logs
-        self.shared, self.module = None, None
-        self.started = []
+        self.shared, self.started = None, []
 
     def start(self, options=None, environment=None, ready=True):
         """Starts the program on the state that is there: start({"Section.Key": value}, {"VARIABLE": value}).
@@ -79,26 +110,24 @@ class Programs:
         self.started.append(running)
         if ready:
             running.wait_ready()
-            judge_answers(running)
+            if running.port and not kx.TLS_FILE.exists():  # each answer must be one that the service's description knows
+                document = running.request("GET", "/openapi.json", token=kx.TOKEN_FILE.exists()).json()
+                running.judge = Description(document, kx.BASE).check
         return running
 
-    def share(self, module):
-        if self.shared is None or self.module != module:
-            self.end_shared()
+    def share(self):
+        if self.shared is None:
             clear_state()
-            self.shared, self.module = self.start(), module
-            self.started.remove(self.shared)
+            self.shared = self.start()
         return self.shared
 
-    def end_shared(self):
-        running, self.shared = self.shared, None
-        if running:
-            with running:
-                check_log(running, running.stop(), 0)
-
-    def kill_started(self):
+    def end_all(self):
+        """Ends what still runs; a test that expects another status than 0 has ended its program itself."""
+        self.shared = None
         while self.started:
-            self.started.pop().__exit__()
+            running = self.started.pop()
+            if running.process.poll() is None:
+                end(running)
 
 
 @pytest.fixture(scope="session")
@@ -106,33 +135,25 @@ def programs(request, tmp_path_factory):
     kx.make_image()
     programs = Programs(request.config.getoption("--program"), tmp_path_factory)
     yield programs
-    programs.end_shared()
+    programs.end_all()
 
 
 @pytest.fixture
-def service(request, programs):
-    """A service on a fresh device, shared by the tests of a module, with a busybox image in Podman."""
-    return programs.share(request.module)
-
-
-@pytest.fixture
-def device(programs):
-    """A fresh device without a running service."""
-    programs.end_shared()
-    clear_state()
-    yield
-    programs.kill_started()
+def service(programs):
+    """A service that tests share, with a busybox image in Podman."""
+    return programs.share()
 
 
 @pytest.fixture
 def start_service(programs):
-    return programs.start
+    """Programs.start on a fresh device."""
+    programs.end_all()
+    clear_state()
+    yield programs.start
+    programs.end_all()
 
 
 @pytest.fixture
-def fresh_service(device, start_service):
+def fresh_service(start_service):
     """A service of its own for one test, on a fresh device."""
-    running = start_service()
-    yield running
-    if running.process.poll() is None:
-        check_log(running, running.stop(), 0)
+    return start_service()

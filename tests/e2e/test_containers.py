@@ -5,7 +5,7 @@ import pathlib
 import time
 
 import pytest
-from conftest import PREFIX, check_log, kx
+from conftest import PREFIX, end, kx
 
 STUBBORN = "trap '' TERM; while :; do sleep 0.1; done"
 
@@ -53,27 +53,17 @@ def test_container_lives_as_told(service):
 
     create("life")
     assert service.request("DELETE", "/containers/life").status == 204
+    for method, path in [("POST", "life/start"), ("POST", "life/stop?timeout=1"), ("DELETE", "life?force=true")]:
+        answer = service.request(method, "/containers/" + path)
+        assert (answer.status, answer.detail()) == (404, "Container 'life' does not exist")
 
 
 def test_stop_gives_the_container_its_time(service):
     kx.podman("run", "-d", "--name", "stubborn", "--stop-timeout", "100", kx.IMAGE, "/bin/sh", "-c", STUBBORN)
     begin = time.monotonic()
-    assert service.request("POST", "/containers/stubborn/stop?timeout=2").status == 204
-    assert 2 <= time.monotonic() - begin < 50
+    assert service.request("POST", "/containers/stubborn/stop?timeout=1").status == 204
+    assert 1 <= time.monotonic() - begin < 50
     assert pid_of("stubborn") == 0
-
-
-@pytest.mark.parametrize("method, path, status, detail", [
-    ("POST", "/containers/ghost/start", 404, "Container 'ghost' does not exist"),
-    ("POST", "/containers/ghost/stop?timeout=1", 404, "Container 'ghost' does not exist"),
-    ("DELETE", "/containers/ghost?force=true", 404, "Container 'ghost' does not exist"),
-    ("POST", "/containers//start", 400, "Container name must be provided"),
-    ("POST", "/containers//stop", 400, "Container name must be provided"),
-    ("DELETE", "/containers/", 400, "Container name must be provided"),
-])
-def test_missing_container_is_named(service, method, path, status, detail):
-    answer = service.request(method, path)
-    assert (answer.status, answer.detail()) == (status, detail)
 
 
 def test_container_that_cannot_start_quotes_podman(service):
@@ -88,10 +78,9 @@ def test_container_that_cannot_start_quotes_podman(service):
 @pytest.mark.skipif(len(os.sched_getaffinity(0)) < 2, reason="one CPU cannot be told from all")
 def test_containers_run_on_the_configured_number_of_cpus(fresh_service, start_service):
     assert fresh_service.request("PATCH", "/settings", {"cores_num": 1}).status == 200
-    check_log(fresh_service, fresh_service.stop(), 0)
+    end(fresh_service)
     running = start_service()
     create("narrow")
     assert running.request("POST", "/containers/narrow/start").status == 204
     status = pathlib.Path(f"/proc/{pid_of('narrow')}/status").read_text()
     assert status.split("Cpus_allowed_list:")[1].split()[0].isdigit()
-    check_log(running, running.stop(), 0)

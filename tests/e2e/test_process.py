@@ -6,11 +6,10 @@ import signal
 import socket
 
 import pytest
-from conftest import PREFIX, check_log, kx
+from conftest import PREFIX, end, kx
 
 MARKER = pathlib.Path("/run/KxContainerRTE.enabled")
 SETTINGS = pathlib.Path("/mnt/cfdrive/containers/container_rte_settings.json")
-
 
 
 def in_order(log, *texts):
@@ -22,7 +21,7 @@ def in_order(log, *texts):
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
-def test_serves_from_start_to_signal(device, start_service, number):
+def test_serves_from_start_to_signal(start_service, number):
     running = start_service()
     assert MARKER.read_bytes() == b"1\n"
     assert running.request("GET", "/settings").json()["service_state"] == "started"
@@ -32,7 +31,7 @@ def test_serves_from_start_to_signal(device, start_service, number):
                       for pid in pathlib.Path(f"/proc/{running.pid}/task/{thread}/children").read_text().split()]
     assert podman_service
 
-    check_log(running, running.stop(number), 0)
+    end(running, number=number)
     in_order(running.log(), PREFIX + "TAMBER WebApi server started", f"Shutdown requested (signal {number}).",
              "Shutdown requested (eventfd).")
     assert f":{running.port}" in running.log() or f"port {running.port}" in running.log()
@@ -43,24 +42,24 @@ def test_serves_from_start_to_signal(device, start_service, number):
 
 def test_second_instance_leaves_the_first_alone(fresh_service, start_service):
     second = start_service(ready=False)
-    check_log(second, second.process.wait(20), 1)
+    end(second, 1, ended=True)
     assert PREFIX + "Another instance of the container service is already running" in second.log()
     assert MARKER.exists()
     assert fresh_service.request("GET", "/containers").status == 200
 
 
-def test_killed_service_can_be_started_again(device, start_service):
+def test_killed_service_can_be_started_again(start_service):
     first = start_service()
     first.kill()
     assert MARKER.exists()
     second = start_service()
     assert second.request("GET", "/containers").status == 200
     assert second.token() == first.token()
-    check_log(second, second.stop(), 0)
+    end(second)
     assert not MARKER.exists()
 
 
-def test_disabled_service_answers_settings_only(device, start_service):
+def test_disabled_service_answers_settings_only(start_service):
     SETTINGS.parent.mkdir(parents=True)
     SETTINGS.write_text('{"enabled": false}')
     MARKER.write_text("1\n")
@@ -75,41 +74,42 @@ def test_disabled_service_answers_settings_only(device, start_service):
     assert running.request("DELETE", "/containers/").detail() == "Container name must be provided"
     assert running.request("PATCH", "/settings/enable", {"enabled": True}).json() == {"enabled": True}
     assert running.request("GET", "/containers").detail() == "Container service is not started"
-    check_log(running, running.stop(), 0)
 
 
-def test_port_in_use_is_an_error_that_names_it(device, start_service):
+def test_port_in_use_is_an_error_that_names_it(start_service):
     with socket.socket() as taken:
         taken.bind(("127.0.0.1", 0))
         taken.listen()
         port = taken.getsockname()[1]
         running = start_service({"WebApi.Port": port})
         assert running.port is None
-        check_log(running, running.stop(), 1)
+        end(running, 1)
     log = running.log()
     assert "127.0.0.1" in log and str(port) in log and os.strerror(98) in log
     assert "TAMBER WebApi server started" not in log
     assert PREFIX + "Something went wrong!" in log
 
 
-@pytest.mark.parametrize("line, words, part", [
-    ("[WebApi]\nPort = eighty", [":2:", "Port", "eighty"], "server"),
-    ("[WebApi]\nPort = 65536", [":2:", "Port", "65536"], "server"),
-    ("[WebApi]\nPort = 0\nPrt = 1", [":3:", "Prt"], "server"),
-    ("[WebApi]\nPort = 0\nAuth = maybe", [":3:", "Auth", "maybe"], "server"),
-    ("[WebApi]\nPort = 0\nAuth = none\nAddress = 0.0.0.0", ["0.0.0.0"], "server"),
-    ("[WebApi]\nPort = 0\nAddress = 0.0.0.0", ["0.0.0.0"], "server"),
-    ("[WebApi]\nPort = 0\n[ContainerRuntime]\nPodmanTransport = pigeon", [":4:", "PodmanTransport"], "runtime"),
-], ids=range(7))
-def test_bad_configuration_stops_the_part_that_needs_it(device, start_service, line, words, part):
+def test_bad_configuration_stops_the_part_that_needs_it(start_service):
     path = pathlib.Path("/run/kx-bad.conf")
-    path.write_text(line + "\n")
-    running = start_service(environment={"KX_CUSTOM_CONFIG": str(path)})
-    log = running.log()
-    assert any(all(word in entry for word in words) for entry in log.splitlines()), log
-    if part == "server":
-        assert running.port is None
-    else:
-        assert running.request("GET", "/settings").json()["service_state"] == "failed"
-        assert running.request("GET", "/containers").detail() == "Container service is not started"
-    check_log(running, running.stop(), 1)
+    for text, words, part in [
+            ("[WebApi]\nPort = eighty", [":2:", "Port", "eighty"], "server"),
+            ("[WebApi]\nPort = 65536", [":2:", "Port", "65536"], "server"),
+            ("[WebApi]\nPort = 0\nPrt = 1", [":3:", "Prt"], "server"),
+            ("[WebApi]\nPort = 0\nAuth = maybe", [":3:", "Auth", "maybe"], "server"),
+            ("[WebApi]\nPort = 0\nAuth = none\nAddress = 0.0.0.0", ["0.0.0.0"], "server"),
+            ("[WebApi]\nPort = 0\nAddress = 0.0.0.0", ["0.0.0.0"], "server"),
+            ("[WebApi]\nPort = 0\n[ContainerRuntime]\nPodmanTransport = pigeon", [":4:", "PodmanTransport"], "runtime"),
+            ("[WebApi]\nPort = 0", ["podman"], "search path")]:
+        path.write_text(text + "\n")
+        environment = {"PATH": "/nonexistent"} if part == "search path" else {}
+        running = start_service(environment={"KX_CUSTOM_CONFIG": str(path), **environment})
+        if part == "server":
+            assert running.port is None
+        else:
+            assert running.request("GET", "/settings").json()["service_state"] == "failed"
+            assert running.request("GET", "/containers").detail() == "Container service is not started"
+        end(running, 1)
+        log = running.log()
+        assert any(all(word in entry for word in words) for entry in log.splitlines()), log
+        assert PREFIX + "Something went wrong!" in log

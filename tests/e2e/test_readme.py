@@ -1,17 +1,15 @@
 """The commands of the README's tour, run as they stand there."""
 
 import os
-import pathlib
 import re
 import subprocess
 
-import service as kx
+from conftest import ROOT, kx
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
 CONTAINER = ["sh", "-c", "while :; do date; sleep 1; done"]
 
 
-def test_every_command_of_the_tour_works(device, start_service, tmp_path):
+def test_every_command_of_the_tour_works(start_service, tmp_path):
     start_service({"WebApi.Port": 8460})
     kx.podman("run", "-d", "--name", "hello", kx.IMAGE, *CONTAINER)
     run = tmp_path / "build/run"
@@ -27,4 +25,3 @@ def test_every_command_of_the_tour_works(device, start_service, tmp_path):
                             timeout=600, env=os.environ)
     assert result.returncode == 0, result.stdout + result.stderr
     assert '"containers":[{"Id"' in result.stdout
-    print(result.stdout)

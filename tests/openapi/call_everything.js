@@ -1,5 +1,5 @@
 // call_everything.js DESCRIPTION URL TOKEN IMAGE-ARCHIVE COMPOSE-FILE: makes every call of a running service with a client
-// that openapi-client-axios builds from the description. For call_service.py.
+// that openapi-client-axios builds from the description, and prints the answers for call_service.py, which judges them.
 "use strict";
 
 const fs = require("fs");
@@ -80,36 +80,23 @@ async function main() {
     const api = new OpenAPIClientAxios({
         definition: description,
         withServer: {url},
-        axiosConfigDefaults: {headers: {Authorization: `Bearer ${token}`}, validateStatus: () => true, timeout: 60000},
+        axiosConfigDefaults: {
+            headers: {Authorization: `Bearer ${token}`}, validateStatus: () => true, timeout: 60000, responseType: "text",
+            transformResponse: data => data,
+        },
     });
     const client = await api.init();
-    const problems = [];
+    const answers = [];
     for (const [operation, expected, parameters, body] of CALLS) {
         const data = typeof body === "function" ? body() : body;
         const headers = Buffer.isBuffer(data) ? {"Content-Type": "application/octet-stream"} : {};
         const answer = await client[operation](parameters, data, {headers});
-        if (answer.status !== expected) {
-            problems.push(`${operation} answers ${answer.status} instead of ${expected}: ${JSON.stringify(answer.data)}`);
-        }
-        if (!(answer.status in api.getOperation(operation).responses)) {
-            problems.push(`${operation} answers ${answer.status}, which is not described`);
-        }
+        const {method} = api.getOperation(operation);
+        const target = answer.config.url.startsWith(url) ? answer.config.url.slice(url.length) : answer.config.url;
+        answers.push({operation, expected, method: method.toUpperCase(), path: target, status: answer.status,
+                      type: answer.headers["content-type"], body: answer.data});
     }
-    const called = new Set(CALLS.map(([operation]) => operation));
-    for (const {operationId} of api.getOperations()) {
-        if (!called.has(operationId)) {
-            problems.push(`${operationId} is not called: add it here`);
-        }
-    }
-    const unauthorized = await client.getSettings({}, null, {headers: {Authorization: "Bearer wrong"}});
-    if (unauthorized.status !== 401) {
-        problems.push(`getSettings answers ${unauthorized.status} to a wrong token`);
-    }
-    console.log(`${CALLS.length} calls of ${called.size} operations, ${problems.length} not answered as described`);
-    if (problems.length > 0) {
-        console.error(problems.join("\n"));
-        process.exitCode = 1;
-    }
+    console.log(JSON.stringify(answers));
 }
 
 main();

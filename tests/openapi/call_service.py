@@ -1,7 +1,8 @@
 #!/usr/bin/python3
-"""call_service.py PROGRAM FILE: starts the program, keeps the description of its API in FILE, and has call_everything.js
-call it. For the sandbox."""
+"""call_service.py PROGRAM FILE: starts the program, keeps the description of its API in FILE, has call_everything.js call
+it, and judges the answers by the description. For the sandbox."""
 
+import json
 import pathlib
 import subprocess
 import sys
@@ -9,6 +10,7 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "scripts/lib"))
 import service as kx  # noqa: E402
+from description import Description  # noqa: E402
 
 
 def make_things_to_call():
@@ -22,20 +24,40 @@ def make_things_to_call():
     return archive
 
 
+def judge(document, answers):
+    """What is wrong with the answers."""
+    description = Description(document, kx.BASE)
+    for answer in answers:
+        headers = {"Content-Type": answer.get("type")}
+        if answer["status"] != answer["expected"]:
+            yield f"{answer['operation']} does not answer {answer['expected']}: {answer}"
+        if str(answer["status"]) not in description.operation(answer["method"], answer["path"])["responses"]:
+            yield f"{answer['operation']} answers {answer['status']}, which is not described"
+        try:
+            description.check(answer["method"], answer["path"], kx.Answer(answer["status"], headers, answer["body"].encode()))
+        except Exception as error:  # of jsonschema, too
+            yield f"{answer['operation']}: {error}"
+    called = {answer["operation"] for answer in answers}
+    for operation in (operation for item in document["paths"].values() for operation in item.values()):
+        if isinstance(operation, dict) and operation["operationId"] not in called:
+            yield f"{operation['operationId']} is not called: add it to call_everything.js"
+
+
 def main():
     kx.require_sandbox()
-    program, description = sys.argv[1:]
+    program, file = sys.argv[1:]
     archive = make_things_to_call()
     log = pathlib.Path("/run/service.log")
     with kx.Service(program, log, {"WebApi.Port": 0}) as running:
         running.wait_ready()
-        pathlib.Path(description).write_bytes(running.request("GET", "/openapi.json").body)
-        result = subprocess.run(["node", ROOT / "tests/openapi/call_everything.js", description,
-                                 f"http://127.0.0.1:{running.port}{kx.BASE}", running.token(), archive,
-                                 ROOT / "docs/examples/web.yml"], timeout=600)
+        document = running.request("GET", "/openapi.json")
+        pathlib.Path(file).write_bytes(document.body)
+        calls = subprocess.run(["node", ROOT / "tests/openapi/call_everything.js", file, f"http://127.0.0.1:{running.port}{kx.BASE}",
+                                running.token(), archive, ROOT / "docs/examples/web.yml"], stdout=subprocess.PIPE, timeout=600)
         status = running.stop()
-    if result.returncode or status:
-        sys.exit(f"{log.read_text()}\nThe calls ended with {result.returncode}, the service with {status}.")
+    problems = list(judge(document.json(), json.loads(calls.stdout))) if calls.returncode == 0 else ["the client failed"]
+    if problems or status:
+        sys.exit("\n".join([log.read_text(), *problems, f"The service ended with {status}."]))
 
 
 if __name__ == "__main__":
