@@ -3,7 +3,6 @@
 All of them run inside the sandbox that scripts/bench makes, where the fixed paths are private.
 """
 
-import os
 import pathlib
 import shutil
 import socket
