@@ -1,6 +1,7 @@
 """Runs the measurements; scripts/bench is the command."""
 
 import argparse
+import functools
 import pathlib
 import resource
 import sys
@@ -9,19 +10,37 @@ import time
 from bench import costs, footprint, plots, report, requests, streams, uploads
 from bench.measurement import Effort, Growth, Row
 
-MEASUREMENTS = {
+PLAIN_OR_TLS = {  # take as `tls` which
     "settings": requests.settings,
-    "list": requests.container_list,
-    "upload": uploads.upload,
-    "stream": streams.stream,
-    "start": footprint.start,
     "connections": footprint.connections,
+    "upload": uploads.uploads,
+    "streams": streams.stream_growth,
     "streams-in-turn": streams.streams_in_turn,
+}
+
+
+def over_tls(measure):
+    def measure_over_tls(effort, directory):
+        results = measure(effort, directory, tls=True)
+        for result in results:
+            result.name += "-tls"
+            result.what += ", over TLS"
+        return results
+
+    return measure_over_tls
+
+
+MEASUREMENTS = {
+    **{name: functools.partial(measure, tls=False) for name, measure in PLAIN_OR_TLS.items()},
+    **{f"{name}-tls": over_tls(measure) for name, measure in PLAIN_OR_TLS.items()},
+    "handshake": requests.handshake,
+    "list": requests.container_list,
+    "log": streams.ended_log,
+    "stream": streams.double_stream,
+    "start": footprint.start,
     "executable": footprint.executable,
     "growth-list": requests.list_growth,
     "growth-clients": requests.client_growth,
-    "growth-upload": uploads.upload_growth,
-    "growth-streams": streams.stream_growth,
     "costs": costs.costs,
 }
 

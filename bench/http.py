@@ -1,28 +1,48 @@
-"""Clients that cost little, so that what is measured is the server: one plain HTTP connection, a bulk upload, a WebSocket
-opening, and wrk.
+"""HTTP clients over plain TCP, TLS or a Unix socket: single requests, uploads, WebSocket openings; and wrk. Where a client
+must cost less than the server that it loads, bench/client.cpp is used.
 """
 
+import dataclasses
 import os
 import re
 import socket
+import ssl
 import struct
 import subprocess
-import time
+
+CLIENT_TLS = ssl.SSLContext(ssl.PROTOCOL_TLS_CLIENT)
+CLIENT_TLS.check_hostname = False
+CLIENT_TLS.verify_mode = ssl.CERT_NONE
+
+
+@dataclasses.dataclass(frozen=True)
+class Address:
+    """A port of this machine."""
+
+    port: int
+    tls: bool = False
+
+    def scheme(self):
+        return "https" if self.tls else "http"
+
+    def url(self, target):
+        return f"{self.scheme()}://127.0.0.1:{self.port}{target}"
 
 
 def connect(address):
-    """`address` is (host, port), or the path of a Unix socket."""
-    family = socket.AF_UNIX if isinstance(address, str) else socket.AF_INET
-    connection = socket.socket(family, socket.SOCK_STREAM)
+    """`address` is an Address, or the path of a Unix socket."""
+    connection = socket.socket(socket.AF_INET if isinstance(address, Address) else socket.AF_UNIX, socket.SOCK_STREAM)
     connection.settimeout(60)
     try:
-        connection.connect(address)
-        if family == socket.AF_INET:
-            connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        if not isinstance(address, Address):
+            connection.connect(address)
+            return connection
+        connection.connect(("127.0.0.1", address.port))
+        connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        return CLIENT_TLS.wrap_socket(connection) if address.tls else connection
     except OSError:
         connection.close()
         raise
-    return connection
 
 
 def cut(connection):
@@ -93,26 +113,29 @@ def join_chunks(encoded):
 
 
 def upload(address, method, target, headers, path):
-    """Sends the file as the raw body, without copying it through this process. Returns the seconds until the answer."""
+    """Sends the file as the raw body."""
     with open(path, "rb") as file, Connection(address) as connection:
-        size = os.fstat(file.fileno()).st_size
-        started = time.perf_counter()
-        connection.socket.sendall(head(method, target, {**headers, "Content-Length": size,
-                                                        "Content-Type": "application/octet-stream"}))
+        connection.socket.sendall(upload_head(method, target, headers, path))
         connection.socket.sendfile(file)
         status, _, body = connection.exchange(b"")
-        seconds = time.perf_counter() - started
     if not 200 <= status < 300:
         raise RuntimeError(f"upload to {target} was answered {status}: {body!r}")
-    return seconds
+
+
+def upload_head(method, target, headers, path):
+    return head(method, target, {**headers, "Content-Length": os.path.getsize(path),
+                                 "Content-Type": "application/octet-stream"})
+
+
+def websocket_head(target, headers):
+    return head("GET", target, {**headers, "Connection": "Upgrade", "Upgrade": "websocket", "Sec-WebSocket-Version": "13",
+                                "Sec-WebSocket-Key": "a3gtYmVuY2gta2V5LTAwMQ=="})
 
 
 def open_websocket(address, target, headers):
     """Returns the socket after the upgrade, and what came with the answer."""
     connection = connect(address)
-    connection.sendall(head("GET", target, {**headers, "Connection": "Upgrade", "Upgrade": "websocket",
-                                            "Sec-WebSocket-Version": "13",
-                                            "Sec-WebSocket-Key": "a3gtYmVuY2gta2V5LTAwMQ=="}))
+    connection.sendall(websocket_head(target, headers))
     received = b""
     while b"\r\n\r\n" not in received:
         piece = connection.recv(1 << 16)

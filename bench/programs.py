@@ -3,7 +3,6 @@
 All of them run inside the sandbox that scripts/bench makes, where the fixed paths are private.
 """
 
-import os
 import pathlib
 import shutil
 import socket
@@ -17,7 +16,7 @@ from bench import http
 from bench.usage import Usage
 
 EXECUTABLE = kx.ROOT / "build/release/kx-container-service"
-WEBSOCKET_READER = kx.ROOT / "build/bench/bench/kx-bench-websocket-reader"
+CLIENT = kx.ROOT / "build/bench/bench/kx-bench-client"
 API = kx.BASE
 SERVER_CPU, CLIENT_CPU = "0", "1"
 
@@ -34,16 +33,48 @@ def pinned(cpu):
     return ["taskset", "-c", cpu] if cpu else []
 
 
+def certificate(directory):
+    """The pair of files that every TLS server of a run shows: server.crt and server.key."""
+    pair = directory / "server.crt", directory / "server.key"
+    if not all(file.exists() for file in pair):
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
+                        "-subj", "/CN=127.0.0.1", "-days", "3650", "-out", pair[0], "-keyout", pair[1]],
+                       check=True, capture_output=True)
+    return pair
+
+
+def client(command, address, head, *arguments, cpu=None):
+    """Runs bench/client.cpp; gives the figures that it prints."""
+    result = subprocess.run([*pinned(cpu), CLIENT, command, address.scheme(), str(address.port), head,
+                             *map(str, arguments)], capture_output=True, text=True)
+    if result.returncode != 0:
+        raise RuntimeError(f"{command} on port {address.port}: {result.stderr}")
+    return [float(figure) for figure in result.stdout.split()]
+
+
+def require_same_cipher(*programs):
+    """What TLS costs depends on it."""
+    ciphers = set()
+    for program in programs:
+        with http.Connection(program.address) as connection:
+            ciphers.add(connection.socket.cipher())
+    if len(ciphers) != 1:
+        raise RuntimeError(f"the servers do not agree on a cipher: {ciphers}")
+
+
 class Service(kx.Service):
     """The shipped program; `options` are keys of its [WebApi] section."""
 
-    def __init__(self, directory, cpu=None, prefix=(), **options):
-        port = free_port()
+    def __init__(self, directory, cpu=None, tls=False, prefix=(), **options):
+        kx.TLS_FILE.parent.mkdir(parents=True, exist_ok=True)
+        for file in certificate(directory):
+            installed = kx.TLS_FILE.with_name(file.name)
+            shutil.copy(file, installed) if tls else installed.unlink(missing_ok=True)
+        self.address = http.Address(free_port(), tls)
         super().__init__(EXECUTABLE, directory / "service.log",
-                         {"WebApi.Port": port, **{f"WebApi.{key}": value for key, value in options.items()}},
+                         {"WebApi.Port": self.address.port,
+                          **{f"WebApi.{key}": value for key, value in options.items()}},
                          prefix=[*pinned(cpu), *prefix])
-        self.port = port
-        self.address = ("127.0.0.1", port)
         self.usage = Usage(self.pid)
 
     def __enter__(self):
@@ -67,7 +98,7 @@ class Service(kx.Service):
             return connection.request("GET", API + target, self.headers())
 
     def url(self, target):
-        return f"http://127.0.0.1:{self.port}{API}{target}"
+        return self.address.url(API + target)
 
 
 class Program:
@@ -111,12 +142,16 @@ class Program:
 class Nginx(Program):
     """One nginx worker that answers `body` with `headers` at /fixed and stores what is PUT below /store/."""
 
-    def __init__(self, directory, cpu=None, body="{}", headers=None):
-        self.port = free_port()
-        self.address = ("127.0.0.1", self.port)
+    def __init__(self, directory, cpu=None, tls=False, body="{}", headers=None):
+        self.address = http.Address(free_port(), tls)
         self.store = directory / "nginx/store"
         for path in (self.store, directory / "nginx/partial"):
             path.mkdir(parents=True, exist_ok=True)
+        listen, secure = f"listen 127.0.0.1:{self.address.port} backlog=4096", ""
+        if tls:
+            listen += " ssl"
+            secure = "ssl_certificate {}; ssl_certificate_key {}; ssl_protocols TLSv1.2 TLSv1.3;".format(
+                *certificate(directory))
         extra = "".join(f'add_header {name} "{value}"; ' for name, value in (headers or {}).items())
         configuration = directory / "nginx/nginx.conf"
         configuration.write_text(f"""
@@ -131,12 +166,14 @@ http {{
     access_log off;
     server_tokens off;
     keepalive_requests 1000000000;
+    keepalive_timeout 600s;
     tcp_nodelay on;
     client_max_body_size 0;
     client_body_buffer_size 1m;
     client_body_temp_path {directory}/nginx/partial;
     server {{
-        listen 127.0.0.1:{self.port} backlog=4096;
+        {listen};
+        {secure}
         location = /fixed {{ default_type application/json; {extra} return 200 '{body}'; }}
         location /store/ {{ root {directory}/nginx; dav_methods PUT; create_full_put_path on; }}
     }}
@@ -151,38 +188,26 @@ http {{
         return self
 
     def url(self, target):
-        return f"http://127.0.0.1:{self.port}{target}"
+        return self.address.url(target)
 
 
 class Podman(Program):
-    """The real Podman, on its usual socket or on a TCP port."""
+    """The real Podman, on its usual socket."""
 
-    def __init__(self, directory, cpu=None, tcp=False):
-        if tcp:
-            self.address = ("127.0.0.1", free_port())
-            listen = f"tcp:127.0.0.1:{self.address[1]}"
-        else:
-            self.address = kx.PODMAN_SOCKET
-            listen = f"unix://{kx.PODMAN_SOCKET}"
-        super().__init__("podman-tcp" if tcp else "podman", ["podman", "system", "service", "--time=0", listen],
-                         directory, cpu)
+    def __init__(self, directory):
+        super().__init__("podman", ["podman", "system", "service", "--time=0", f"unix://{kx.PODMAN_SOCKET}"], directory)
 
     def __enter__(self):
         self.wait_for(self._ping)
         return self
 
     def _ping(self):
-        with http.Connection(self.address) as connection:
+        with http.Connection(kx.PODMAN_SOCKET) as connection:
             connection.request("GET", "/_ping")
-
-    def url(self, target):
-        return f"http://127.0.0.1:{self.address[1]}{target}"
 
 
 class PodmanDouble(Program):
     """Our own quick stand-in for Podman (see podman_double), on Podman's usual socket."""
-
-    address = kx.PODMAN_SOCKET
 
     def __init__(self, directory, containers=10):
         pathlib.Path(kx.PODMAN_SOCKET).unlink(missing_ok=True)

@@ -1,5 +1,6 @@
 """Requests: what they cost in CPU time, how many a second, and what the way through the service adds."""
 
+import contextlib
 import json
 import statistics
 import time
@@ -13,26 +14,26 @@ NOT_REPEATED = {"content-type", "content-length", "date", "connection", "server"
 CONNECTIONS = 64
 
 
-def settings(effort, directory):
-    """GET /settings against nginx with the same answer, and against Podman's own cheapest request."""
-    nginx_cpu, own_cpu, own_rate, podman_rate = [], [], [], []
-    with programs.PodmanDouble(directory), programs.Service(directory, programs.SERVER_CPU) as service:
+@contextlib.contextmanager
+def beside_nginx(directory, tls):
+    """The service and nginx on one CPU, both of which answer GET /settings alike."""
+    with programs.PodmanDouble(directory), programs.Service(directory, programs.SERVER_CPU, tls) as service:
         _, headers, body = service.get(SETTINGS)
         repeated = {name: value for name, value in headers.items() if name not in NOT_REPEATED}
-        with programs.Nginx(directory, programs.SERVER_CPU, body.decode(), repeated) as nginx, \
-                programs.Podman(directory, programs.SERVER_CPU, tcp=True) as podman:
-            for _ in range(effort.rounds(7)):
-                nginx_cpu.append(rate_per_cpu_second(nginx, nginx.url("/fixed"), {}, effort)[0])
-                per_cpu_second, per_second = rate_per_cpu_second(service, service.url(SETTINGS), service.headers(), effort)
-                own_cpu.append(per_cpu_second)
-                own_rate.append(per_second)
-                podman_rate.append(rate_per_cpu_second(podman, podman.url("/_ping"), {}, effort)[1])
-    return [
-        Row("settings-cpu", "GET /settings, requests per second of CPU time", "1/s", own_cpu,
-            "nginx, one worker, the same answer", nginx_cpu, 0.7, "ratio"),
-        Row("settings-rate", "GET /settings, requests per second", "1/s", own_rate,
-            "Podman's /_ping over TCP", podman_rate, 2.5, "ratio"),
-    ]
+        with programs.Nginx(directory, programs.SERVER_CPU, tls, body.decode(), repeated) as nginx:
+            if tls:
+                programs.require_same_cipher(service, nginx)
+            yield service, nginx
+
+
+def settings(effort, directory, tls):
+    own, reference = [], []
+    with beside_nginx(directory, tls) as (service, nginx):
+        for _ in range(effort.rounds(7)):
+            reference.append(rate_per_cpu_second(nginx, nginx.url("/fixed"), {}, effort)[0])
+            own.append(rate_per_cpu_second(service, service.url(SETTINGS), service.headers(), effort)[0])
+    return [Row("settings", "GET /settings, requests per second of CPU time", "1/s", own, "nginx, the same answer", reference,
+                0.9 if tls else 0.95, "ratio")]
 
 
 def rate_per_cpu_second(program, url, headers, effort, connections=CONNECTIONS):
@@ -40,6 +41,30 @@ def rate_per_cpu_second(program, url, headers, effort, connections=CONNECTIONS):
     before = program.usage.cpu_seconds()
     count, rate = http.wrk(url, headers, connections, effort.seconds(4), programs.CLIENT_CPU)
     return count / (program.usage.cpu_seconds() - before), rate
+
+
+def handshake(effort, directory):
+    """A connection with a full handshake for each request."""
+    own, reference = [], []
+    with beside_nginx(directory, tls=True) as (service, nginx):
+        for _ in range(effort.rounds(7)):
+            rate, nginx_tickets = connections_per_cpu_second(nginx, "/fixed", {}, effort)
+            reference.append(rate)
+            rate, tickets = connections_per_cpu_second(service, programs.API + SETTINGS, service.headers(), effort)
+            own.append(rate)
+    return [Row("handshake", "TLS handshake and one request, per second of CPU time", "1/s", own, "nginx, the same answer",
+                reference, 1.0, "ratio", note=f"{tickets:.3g} session tickets a connection, nginx's {nginx_tickets:.3g}")]
+
+
+def connections_per_cpu_second(program, target, headers, effort):
+    """Returns connections per second of the server's CPU time, and the session tickets of each."""
+    head = http.head("GET", target, {**headers, "Connection": "close"})
+    before = program.usage.cpu_seconds()
+    count, _, resumed, tickets = programs.client("handshakes", program.address, head, effort.seconds(4), 16,
+                                                 cpu=programs.CLIENT_CPU)
+    if resumed:
+        raise RuntimeError("a session was resumed")
+    return count / (program.usage.cpu_seconds() - before), tickets / count
 
 
 def container_list(effort, directory):
@@ -101,11 +126,9 @@ def list_growth(effort, directory):
 def client_growth(effort, directory):
     clients = [1, 4, 16, 64, 256]
     lines = {"the service": [], "nginx": []}
-    with programs.PodmanDouble(directory), programs.Service(directory, programs.SERVER_CPU) as service:
-        _, _, body = service.get(SETTINGS)
-        with programs.Nginx(directory, programs.SERVER_CPU, body.decode()) as nginx:
-            for count in clients:
-                lines["nginx"].append(rate_per_cpu_second(nginx, nginx.url("/fixed"), {}, effort, count)[1])
-                lines["the service"].append(rate_per_cpu_second(service, service.url(SETTINGS), service.headers(), effort,
-                                                                count)[1])
+    with beside_nginx(directory, tls=False) as (service, nginx):
+        for count in clients:
+            lines["nginx"].append(rate_per_cpu_second(nginx, nginx.url("/fixed"), {}, effort, count)[1])
+            lines["the service"].append(rate_per_cpu_second(service, service.url(SETTINGS), service.headers(), effort,
+                                                            count)[1])
     return [Growth("growth-clients", "GET /settings, requests per second", "clients at once", "1/s", clients, lines)]

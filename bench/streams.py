@@ -1,6 +1,6 @@
 """Log streams: how fast one is, what many cost, and what is left of ten thousand that came and went."""
 
-import os
+import ssl
 import subprocess
 import time
 
@@ -9,62 +9,70 @@ from bench.measurement import Growth, Row
 from bench.podman_double import FRAME, LINE
 from bench.programs import kx
 
-LOG_BYTES = 128 << 20
+MIB = 1 << 20
+LOG_BYTES = 100 * MIB
 
 
 def log_target(name, query=""):
     return f"{programs.API}/containers/{name}/logs/ws{query}"
 
 
-def read_with_curl(name, seconds):
-    """Reads the log straight from Podman for some time. Returns its bytes per second, without Podman's framing."""
-    output = subprocess.run(
-        ["curl", "-s", "--max-time", str(seconds), "--unix-socket", kx.PODMAN_SOCKET, "-o", "/dev/null",
-         "-w", "%{http_code} %{size_download} %{time_total}",
-         f"http://podman/v1.41/containers/{name}/logs?follow=true&stdout=true&stderr=true"],
-        capture_output=True, text=True).stdout.split()
-    if output[0] != "200":
-        raise RuntimeError(f"Podman answered {output[0]}")
-    return int(output[1]) / float(output[2]) * len(LINE) / len(FRAME)
+def read_through_service(service, name, seconds, ended=False):
+    """Reads the log through the service for some time, or to its end where the container has ended. Returns its bytes, the
+    seconds of the clock, those of the service's CPU time, and the number of messages."""
+    before = service.usage.cpu_seconds()
+    size, clock, messages, closed = programs.client("log", service.address,
+                                                    http.websocket_head(log_target(name), service.headers()), seconds)
+    if closed != ended:
+        raise RuntimeError(f"the log {'ended' if closed else 'did not end'} after {size:.0f} bytes")
+    return size, clock, service.usage.cpu_seconds() - before, messages
 
 
-def read_through_service(service, name, seconds):
-    """Reads the log through the service for some time. Returns its bytes per second, and those of a message."""
-    output = subprocess.run(
-        [programs.WEBSOCKET_READER, str(service.port), log_target(name), service.headers()["Authorization"], str(seconds)],
-        check=True, capture_output=True, text=True).stdout.split()
-    return int(output[0]) / float(output[1]), int(output[0]) / int(output[2])
-
-
-def compare_stream(service, name, effort):
-    """Alternates both sides; returns the MiB per second of ours and of curl."""
+def ended_log(effort, directory):
+    """A container's whole log, after its end: each side reads it to its last byte."""
     own, direct = [], []
-    for _ in range(effort.rounds(7)):
-        direct.append(read_with_curl(name, effort.seconds(4)) / (1 << 20))
-        rate, message = read_through_service(service, name, effort.seconds(4))
-        own.append(rate / (1 << 20))
-    return own, direct, f"{message:.0f} bytes a message"
-
-
-def stream(effort, directory):
     with programs.Podman(directory), programs.Service(directory) as service:
         kx.make_image()
-        lines = f"yes '{LINE.decode().strip()}' | head -c {LOG_BYTES}"
-        kx.podman("run", "-d", "--replace", "--network=none", "--name", "fast", kx.IMAGE, "/bin/sh", "-c", f"{lines}; sleep 1000")
-        kx.wait_until(lambda: log_size("fast") > LOG_BYTES, 30, "the container's log")
-        own, direct, note = compare_stream(service, "fast", effort)
-        kx.podman("rm", "-f", "-t", "0", "fast")
-    with programs.PodmanDouble(directory), programs.Service(directory) as service:
-        own_double, direct_double, note_double = compare_stream(service, "endless", effort)
+        kx.podman("run", "-d", "--replace", "--network=none", "--name", "ended", kx.IMAGE, "/bin/sh", "-c",
+                  f"yes '{LINE.decode().strip()}' | head -n {LOG_BYTES // len(LINE)}")
+        kx.podman("wait", "ended")
+        for _ in range(effort.rounds(3)):
+            direct.append(read_from_podman("ended"))
+            size, seconds, *_ = read_through_service(service, "ended", 120, ended=True)
+            if size != LOG_BYTES // len(LINE) * len(LINE):
+                raise RuntimeError(f"of a log of {LOG_BYTES} bytes {size:.0f} arrived")
+            own.append(size / MIB / seconds)
+        kx.podman("rm", "ended")
+    return [Row("log", "log of 100 MiB of a container that has ended", "MiB/s", own,
+                "curl reading it from Podman, without following", direct, 20, "ratio")]
+
+
+def read_from_podman(name):
+    """MiB per second of the log's text, without Podman's framing."""
+    output = subprocess.run(
+        ["curl", "-sf", "--unix-socket", kx.PODMAN_SOCKET, "-o", "/dev/null", "-w", "%{size_download} %{time_total}",
+         f"http://podman/v1.41/containers/{name}/logs?stdout=true&stderr=true"],
+        capture_output=True, text=True, check=True).stdout.split()
+    return int(output[0]) * len(LINE) / len(FRAME) / MIB / float(output[1])
+
+
+def double_stream(effort, directory):
+    """From a double that sends at memory speed."""
+    rates, cpu_rates, messages = ({tls: [] for tls in (False, True)} for _ in range(3))
+    with programs.PodmanDouble(directory):
+        for _ in range(effort.rounds(5)):
+            for tls in (False, True):
+                with programs.Service(directory, tls=tls) as service:
+                    size, seconds, cpu_seconds, count = read_through_service(service, "endless", effort.seconds(4))
+                rates[tls].append(size / MIB / seconds)
+                cpu_rates[tls].append(size / MIB / cpu_seconds)
+                messages[tls] = f"{size / count:.0f} bytes a message"
     return [
-        Row("stream", "log stream, from Podman", "MiB/s", own, "the same read with curl", direct, 0.9, "ratio", note=note),
-        Row("stream-double", "log stream, from a double that sends at memory speed", "MiB/s", own_double,
-            "the same read with curl", direct_double, 0.9, "ratio", note=note_double),
+        Row("stream", "log stream from a double that sends at memory speed", "MiB/s", rates[False], note=messages[False]),
+        Row("stream-tls", "the same over TLS", "MiB/s", rates[True], "plain", rates[False], note=messages[True]),
+        Row("stream-tls-cpu", "the same over TLS, by second of CPU time", "MiB/s", cpu_rates[True], "plain",
+            cpu_rates[False], 0.6, "ratio"),
     ]
-
-
-def log_size(container):
-    return os.path.getsize(kx.podman("inspect", "--format", "{{.HostConfig.LogConfig.Path}}", container))
 
 
 class OpenStreams:
@@ -80,7 +88,7 @@ class OpenStreams:
             try:
                 while connection.recv(65536):
                     pass
-            except BlockingIOError:
+            except (BlockingIOError, ssl.SSLWantReadError):
                 pass
 
     def read_for(self, seconds):
@@ -94,33 +102,36 @@ class OpenStreams:
             http.cut(connection)
 
 
-def stream_growth(effort, directory):
+def stream_growth(effort, directory, tls):
     counts = [1, 10, 100, 1000]
-    memory, threads = {"the service": []}, {"the service": []}
-    hundred = None
+    memory, threads, gained = [], [], []
     with programs.PodmanDouble(directory) as double:
         for count in counts:
-            with programs.Service(directory, MaxConnections=2000) as service:
+            with programs.Service(directory, tls=tls, MaxConnections=2000) as service:
+                before = service.usage.resident_kib()
                 streams = OpenStreams(service, "chatty", count)
                 streams.read_for(effort.seconds(3))
                 kx.wait_until(lambda n=count: double.open_streams() == n, 30, f"{count} streams in the double")
-                memory["the service"].append(service.usage.resident_kib() / 1024)
-                threads["the service"].append(service.usage.threads())
-                if count == 100:
-                    hundred = memory["the service"][-1]
+                memory.append(service.usage.resident_kib() / 1024)
+                gained.append(service.usage.resident_kib() - before)
+                threads.append(service.usage.threads())
                 streams.cut()
                 kx.wait_until(lambda: double.open_streams() == 0, 30, "the end of the streams in the double")
+    hundred = counts.index(100)
     return [
-        Row("memory-streams", "resident memory, 100 streams of ten lines a second", "MiB", [hundred], target=40, at_most=True),
-        Growth("growth-streams", "log streams, resident memory", "streams", "MiB", counts, memory),
-        Growth("growth-streams-threads", "log streams, threads", "streams", "threads", counts, threads),
+        Row("memory-streams", "resident memory, 100 streams of ten lines a second", "MiB", [memory[hundred]],
+            target=13 if tls else 11, at_most=True),
+        Row("memory-stream", "1000 streams, memory of each", "KiB", [gained[-1] / counts[-1]], target=None if tls else 24,
+            at_most=True),
+        Growth("growth-streams", "log streams, resident memory", "streams", "MiB", counts, {"the service": memory}),
+        Growth("growth-streams-threads", "log streams, threads", "streams", "threads", counts, {"the service": threads}),
     ]
 
 
-def streams_in_turn(effort, directory):
+def streams_in_turn(effort, directory, tls):
     """Opens streams and cuts them without a goodbye, one after the other, and looks at what is left."""
     count, warm_up = effort.count(10000), effort.count(1000)
-    with programs.PodmanDouble(directory) as double, programs.Service(directory) as service:
+    with programs.PodmanDouble(directory) as double, programs.Service(directory, tls=tls) as service:
         def footprint():
             kx.wait_until(lambda: double.open_streams() == 0, 30, "the end of the streams in the double")
             time.sleep(1)
