@@ -37,6 +37,10 @@ Outcome check(const WaitLimits& limits) {
     return limits.deadline && Clock::now() >= *limits.deadline ? Outcome::timedOut : Outcome::done;
 }
 
+Step failWith(int number) {
+    return {number == EPIPE || number == ECONNRESET ? Outcome::closed : Outcome::failed, 0, number};
+}
+
 }  // namespace
 
 /// A TLS connection may be used by one thread at a time; each step on it is short, for its socket never blocks.
@@ -66,11 +70,6 @@ Stream::Stream(Stream&& other) noexcept = default;
 Stream& Stream::operator=(Stream&& other) noexcept = default;
 Stream::~Stream() = default;
 
-Step Stream::fail(int number) {
-    lastError = number;
-    return {number == EPIPE || number == ECONNRESET ? Outcome::closed : Outcome::failed};
-}
-
 /// What the last call on the TLS connection, which gave `result`, means. Called under its mutex.
 Step Stream::tlsOutcome(int result) {
     const int number = errno;
@@ -82,9 +81,9 @@ Step Stream::tlsOutcome(int result) {
         case SSL_ERROR_ZERO_RETURN:
             return {Outcome::closed};
         case SSL_ERROR_SYSCALL:
-            return number == 0 ? Step{Outcome::closed} : fail(number);
+            return number == 0 ? Step{Outcome::closed} : failWith(number);
         default:
-            return fail(0);
+            return failWith(0);
     }
 }
 
@@ -147,7 +146,7 @@ Step Stream::tryRead(std::span<char> room) {
             return {Outcome::closed};
         }
         if (errno != EINTR) {
-            return errno == EAGAIN ? Step{Outcome::wantsRead} : fail(errno);
+            return errno == EAGAIN ? Step{Outcome::wantsRead} : failWith(errno);
         }
     }
 }
@@ -163,7 +162,7 @@ Step Stream::tryWrite(std::span<const iovec> pieces) {
                 return {Outcome::done, static_cast<std::size_t>(count)};
             }
             if (errno != EINTR) {
-                return errno == EAGAIN ? Step{Outcome::wantsWrite} : fail(errno);
+                return errno == EAGAIN ? Step{Outcome::wantsWrite} : failWith(errno);
             }
         }
     }

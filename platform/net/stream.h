@@ -33,12 +33,13 @@ enum class Outcome {
     closed,      ///< the peer has ended the connection
     timedOut,    ///< the deadline passed
     cancelled,   ///< the cancellation was given
-    failed,      ///< the system or TLS refused; see `error`
+    failed,      ///< the system or TLS refused
 };
 
 struct Step {
     Outcome outcome = Outcome::done;
     std::size_t size = 0;  ///< bytes transferred; more than 0 exactly when the outcome is `done`
+    int error = 0;         ///< the system's number (errno(3)) of a failure; 0 when it was TLS that refused
 };
 
 /// The one way in which bytes move between this process and a client, or Podman.
@@ -93,18 +94,13 @@ public:
     /// Ends both directions and forgets what the peer has not taken: it gets a reset.
     void cut();
 
-    /// The system's number of the last failure, 0 when it was TLS that refused.
-    int error() const { return lastError; }
-
 private:
     struct Tls;
 
-    Step fail(int number);
     Step tlsOutcome(int result);
 
     KxNCommon::UniqueFd socket;
     std::unique_ptr<Tls> tls;
-    int lastError = 0;
 };
 
 }  // namespace KxNNet

@@ -150,7 +150,7 @@ private:
             return false;
         }
         if (step.outcome != KxNNet::Outcome::done) {
-            const PodmanFailure failure = failureOf(request, step.outcome, connection.error());
+            const PodmanFailure failure = failureOf(request, step.outcome, step.error);
             throw PodmanFailure(failure.what(), failure.status, step.outcome == KxNNet::Outcome::closed);
         }
         buffer.commit(step.size);

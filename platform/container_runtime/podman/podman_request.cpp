@@ -93,7 +93,7 @@ std::size_t sendSome(KxNNet::Stream& connection, const PodmanRequest& request, c
                      std::span<const iovec> pieces) {
     const KxNNet::Step step = connection.write(pieces, limits);
     if (step.outcome != Outcome::done && step.outcome != Outcome::closed) {
-        throw failureOf(request, step.outcome, connection.error());
+        throw failureOf(request, step.outcome, step.error);
     }
     return step.size;
 }
