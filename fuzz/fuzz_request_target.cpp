@@ -3,7 +3,7 @@
 
 #include "api/endpoints.h"
 #include "fuzz/require.h"
-#include "platform/web_api/routing/request_target.h"
+#include "platform/web_api/http/request_target.h"
 #include "platform/web_api/routing/router.h"
 
 using namespace KxNTamberWebApi;

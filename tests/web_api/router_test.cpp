@@ -2,7 +2,7 @@
 
 #include "KxTamberWebApi/KxEndpoint.h"
 #include "api/endpoints.h"
-#include "platform/web_api/routing/request_target.h"
+#include "platform/web_api/http/request_target.h"
 #include "tests/support.h"
 
 using namespace KxNTests;

@@ -2,7 +2,7 @@
 
 #include "platform/web_api/access/authorization.h"
 #include "platform/web_api/access/loopback.h"
-#include "platform/web_api/routing/request_target.h"
+#include "platform/web_api/http/request_target.h"
 
 namespace KxNTamberWebApi {
 

@@ -5,7 +5,7 @@
 
 #include "platform/common/text.h"
 #include "platform/web_api/http/header_parameters.h"
-#include "platform/web_api/routing/request_target.h"
+#include "platform/web_api/http/request_target.h"
 
 namespace KxNTamberWebApi {
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "platform/web_api/routing/request_target.h"
+#include "platform/web_api/http/request_target.h"
 
 namespace KxNTamberWebApi {
 

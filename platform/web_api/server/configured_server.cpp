@@ -7,8 +7,8 @@
 #include "KxCustomConfig.h"
 #include "KxErrorManager.h"
 #include "KxTamberWebApi/KxServer.h"
-#include "platform/web_api/server/heap.h"
 #include "platform/web_api/server/server.h"
+#include "platform/web_api/threads/heap.h"
 #include "service/paths.h"
 
 namespace KxNTamberWebApi {

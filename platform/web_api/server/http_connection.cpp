@@ -11,7 +11,7 @@
 #include "KxJson.h"
 #include "KxLog.h"
 #include "platform/json/json_text.h"
-#include "platform/web_api/server/operation.h"
+#include "platform/web_api/operation/operation.h"
 #include "platform/web_api/server/stream_operation.h"
 #include "platform/web_api/server/upload.h"
 

@@ -7,8 +7,8 @@
 
 #include "platform/net/deadline.h"
 #include "platform/net/loop_stream.h"
+#include "platform/web_api/connection/connection_registry.h"
 #include "platform/web_api/http/request_buffer.h"
-#include "platform/web_api/server/connection_registry.h"
 #include "platform/web_api/server/exchange.h"
 #include "platform/web_api/server/server_core.h"
 

@@ -14,8 +14,8 @@
 #include <thread>
 
 #include "KxLog.h"
-#include "platform/web_api/server/heap.h"
 #include "platform/web_api/server/http_connection.h"
+#include "platform/web_api/threads/heap.h"
 
 namespace KxNTamberWebApi {
 

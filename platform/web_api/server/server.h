@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/web_api/server/limits.h"
+#include "platform/web_api/connection/limits.h"
 #include "platform/web_api/server/server_core.h"
 
 namespace KxNTamberWebApi {

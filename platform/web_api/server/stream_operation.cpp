@@ -8,7 +8,7 @@
 #include "KxErrorManager.h"
 #include "KxLog.h"
 #include "platform/web_api/access/authorization.h"
-#include "platform/web_api/server/operation.h"
+#include "platform/web_api/operation/operation.h"
 #include "platform/web_api/websocket/handshake.h"
 #include "platform/web_api/websocket/web_socket.h"
 

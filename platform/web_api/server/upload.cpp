@@ -9,7 +9,7 @@
 #include "KxLog.h"
 #include "platform/net/loop_stream.h"
 #include "platform/web_api/http/content_disposition.h"
-#include "platform/web_api/server/operation.h"
+#include "platform/web_api/operation/operation.h"
 
 namespace KxNTamberWebApi {
 

@@ -9,11 +9,11 @@
 
 #include "platform/net/cancellation.h"
 #include "platform/net/stream.h"
+#include "platform/web_api/connection/limits.h"
 #include "platform/web_api/http/answer.h"
 #include "platform/web_api/http/multipart_reader.h"
+#include "platform/web_api/operation/registration.h"
 #include "platform/web_api/server/exchange.h"
-#include "platform/web_api/server/limits.h"
-#include "platform/web_api/server/registration.h"
 
 namespace KxNTamberWebApi {
 

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "KxLog.h"
-#include "platform/web_api/server/connection_registry.h"
+#include "platform/net/deadline.h"
 
 namespace KxNTamberWebApi {
 

@@ -22,9 +22,9 @@
 #include "platform/net/cancellation.h"
 #include "platform/net/deadline.h"
 #include "platform/net/loop_stream.h"
+#include "platform/web_api/connection/connection_registry.h"
+#include "platform/web_api/connection/limits.h"
 #include "platform/web_api/http/answer.h"
-#include "platform/web_api/server/connection_registry.h"
-#include "platform/web_api/server/limits.h"
 #include "platform/web_api/threads/request_threads.h"
 #include "platform/web_api/websocket/frames.h"
 

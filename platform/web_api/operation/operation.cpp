@@ -1,4 +1,4 @@
-#include "platform/web_api/server/operation.h"
+#include "platform/web_api/operation/operation.h"
 
 #include <exception>
 

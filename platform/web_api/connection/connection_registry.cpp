@@ -1,4 +1,4 @@
-#include "platform/web_api/server/connection_registry.h"
+#include "platform/web_api/connection/connection_registry.h"
 
 namespace KxNTamberWebApi {
 

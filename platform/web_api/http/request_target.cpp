@@ -1,4 +1,4 @@
-#include "platform/web_api/routing/request_target.h"
+#include "platform/web_api/http/request_target.h"
 
 #include <charconv>
 

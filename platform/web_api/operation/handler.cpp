@@ -3,7 +3,7 @@
 
 #include "KxErrorManager.h"
 #include "KxTamberWebApi/KxHandler.h"
-#include "platform/web_api/server/registration.h"
+#include "platform/web_api/operation/registration.h"
 
 namespace KxNTamberWebApi {
 

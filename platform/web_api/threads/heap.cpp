@@ -1,4 +1,4 @@
-#include "platform/web_api/server/heap.h"
+#include "platform/web_api/threads/heap.h"
 
 #include <malloc.h>
 

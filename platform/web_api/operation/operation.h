@@ -5,7 +5,7 @@
 
 #include "KxJsonFwd.h"
 #include "platform/web_api/http/answer.h"
-#include "platform/web_api/server/registration.h"
+#include "platform/web_api/operation/registration.h"
 
 class KxCErrorListPool;
 
