@@ -110,6 +110,7 @@ TEST_F(PodmanClientTest, SendsBodiesWhole) {
 TEST_F(PodmanClientTest, SaysWhatStoodInTheWay) {
     const PodmanDouble podman(socket, [](Peer& peer) { peer.waitForClose(); });
     const std::string none = directory.path("none");
+    const std::string longer = "/sys/kernel/uevent_seqnum";  // says that it is a page long, and is not
     const struct {
         PodmanAddress address;
         std::string file;
@@ -122,6 +123,7 @@ TEST_F(PodmanClientTest, SaysWhatStoodInTheWay) {
         {{"", 1}, "", "Podman cannot be reached at tcp:127.0.0.1:1: Connection refused"},
         {podman.address(), none, "Cannot read '" + none + "': No such file or directory"},
         {podman.address(), "/", "Cannot read '/': not a regular file"},
+        {podman.address(), longer, "Cannot read '" + longer + "': it became shorter"},
     };
     for (const auto& row : cases) {
         PodmanClient client(row.address);
