@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <chrono>
+#include <cstdio>
 
 #include "platform/common/text.h"
 #include "platform/common/utf8_text.h"
@@ -32,30 +32,19 @@ const LevelText& textsOf(int level) {
     return LEVEL_TEXTS[static_cast<std::size_t>(std::clamp(level, 0, last))];
 }
 
-void appendNumber(std::pmr::string& line, unsigned value, std::size_t width, char after) {
-    std::array<char, 12> digits;
-    char* const end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
-    const auto length = static_cast<std::size_t>(end - digits.data());
-    if (length < width) {
-        line.append(width - length, '0');
-    }
-    line.append(digits.data(), length);
-    line.push_back(after);
-}
-
 void appendTimestamp(std::pmr::string& line, const timespec& utc) {
     using namespace std::chrono;
     const sys_seconds instant{seconds{utc.tv_sec}};
     const sys_days day = floor<days>(instant);
     const year_month_day date{day};
     const hh_mm_ss time{instant - day};
-    appendNumber(line, static_cast<unsigned>(std::max(0, static_cast<int>(date.year()))), 4, '-');
-    appendNumber(line, static_cast<unsigned>(date.month()), 2, '-');
-    appendNumber(line, static_cast<unsigned>(date.day()), 2, 'T');
-    appendNumber(line, static_cast<unsigned>(time.hours().count()), 2, ':');
-    appendNumber(line, static_cast<unsigned>(time.minutes().count()), 2, ':');
-    appendNumber(line, static_cast<unsigned>(time.seconds().count()), 2, '.');
-    appendNumber(line, static_cast<unsigned>(utc.tv_nsec / 1'000'000), 3, 'Z');
+    std::array<char, 96> text;
+    const int length = std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ",
+                                     std::max(0, static_cast<int>(date.year())), static_cast<unsigned>(date.month()),
+                                     static_cast<unsigned>(date.day()), static_cast<int>(time.hours().count()),
+                                     static_cast<int>(time.minutes().count()), static_cast<int>(time.seconds().count()),
+                                     static_cast<int>(utc.tv_nsec / 1'000'000));
+    line.append(text.data(), static_cast<std::size_t>(length));
 }
 
 // Length of the character beyond ASCII that begins `text`, 0 when it is malformed or may not be shown as it is: a

@@ -43,8 +43,8 @@ Recorder& recorder() {
     return theRecorder;
 }
 
-std::string quoted(const char* text) {
-    return KxNJson::json(text).dump(-1, ' ', true, KxNJson::Utf8ErrorMode::replace);
+std::string toText(const KxNJson::json& event) {
+    return event.dump(-1, ' ', true, KxNJson::Utf8ErrorMode::replace);
 }
 
 struct Microseconds {
@@ -60,27 +60,26 @@ Microseconds now() {
 }
 
 std::string metadata(const char* name, pid_t thread, const char* argument, const std::string& value) {
-    return std::string(R"({"name":")") + name + R"(","ph":"M","pid":)" + std::to_string(::getpid()) + R"(,"tid":)" +
-           std::to_string(thread) + R"(,"args":{")" + argument + "\":" + value + "}}";
+    return toText({{"name", name}, {"ph", "M"}, {"pid", ::getpid()}, {"tid", thread}, {"args", {{argument, value}}}});
 }
 
 std::string counterEvent(const KxNProfiler::Counter& counter) {
-    const Microseconds time = now();
-    std::string event = std::string(R"({"name":")") + counter.name + R"(","cat":")" + counter.source +
-                        R"(","ph":"C","ts":)" + std::to_string(time.whole) + R"(,"pid":)" + std::to_string(::getpid()) +
-                        R"(,"args":{)";
-    const char* separator = "\"";
+    KxNJson::json values = KxNJson::json::object();
     for (const auto& [name, value] : counter.values) {
-        event += separator + std::string(name) + "\":" + std::to_string(value);
-        separator = ",\"";
+        values[name] = value;
     }
-    return event + "}}";
+    return toText({{"name", counter.name},
+                   {"cat", counter.source},
+                   {"ph", "C"},
+                   {"ts", now().whole},
+                   {"pid", ::getpid()},
+                   {"args", std::move(values)}});
 }
 
 std::string currentThreadName() {
     std::array<char, 16> name{};
     ::pthread_getname_np(::pthread_self(), name.data(), name.size());
-    return quoted(name.data());
+    return name.data();
 }
 
 // Ends the recording because of `reason`. The caller holds the recorder's mutex.
@@ -134,10 +133,9 @@ bool KxCProfiler::open(const char* sourceName, std::uint32_t sourceNumber) {
         KxCRTE_LOG(4, "Korvex Container Service: Profiling is not possible: %s", error.c_str());
         return false;
     }
-    to.trace->append(metadata("process_name", ::getpid(), "name", quoted(sourceName)));
-    to.trace->append(
-        metadata("process_labels", ::getpid(), "labels",
-                 quoted(("source " + std::to_string(sourceNumber) + ": application, kernel, memory").c_str())));
+    to.trace->append(metadata("process_name", ::getpid(), "name", sourceName));
+    to.trace->append(metadata("process_labels", ::getpid(), "labels",
+                              "source " + std::to_string(sourceNumber) + ": application, kernel, memory"));
     try {
         const KxNCommon::BlockedSignals blocked;
         to.isStopping = false;
@@ -156,7 +154,7 @@ bool KxCProfiler::open(const char* sourceName, std::uint32_t sourceNumber) {
 std::uint32_t KxCProfiler::registerEvent(const char* name) {
     Recorder& to = recorder();
     const std::lock_guard lock(to.mutex);
-    to.eventNames.push_back(quoted(std::string(name).substr(0, MAX_NAME_LENGTH).c_str()));
+    to.eventNames.push_back(toText(std::string(name).substr(0, MAX_NAME_LENGTH)));
     return static_cast<std::uint32_t>(to.eventNames.size() - 1);
 }
 

@@ -145,20 +145,20 @@ bool setAction(KxCErrorListPool& pool, int signalNumber, void (*action)(int), co
     return false;
 }
 
-bool isSignal(int signalNumber) {
-    return signalNumber > 0 && signalNumber < NSIG;
+bool isSignal(KxCErrorListPool& pool, int signalNumber, const char* what) {
+    if (signalNumber > 0 && signalNumber < NSIG) {
+        return true;
+    }
+    pool.addError(0, std::string(what) + " failed: there is no signal " + std::to_string(signalNumber));
+    return false;
 }
 
 }  // namespace
 
 void installSignalHandler(KxCErrorListPool& pool, int signalNumber, SignalHandler handler) {
     constexpr const char* WHAT = "Installing the handler";
-    if (!isSignal(signalNumber)) {
-        pool.addError(0, std::string(WHAT) + " failed: there is no signal " + std::to_string(signalNumber));
-        return;
-    }
     Delivery& delivery = Delivery::getInstance();
-    if (!delivery.start(pool)) {
+    if (!isSignal(pool, signalNumber, WHAT) || !delivery.start(pool)) {
         return;
     }
     delivery.setHandler(signalNumber, handler, pool);
@@ -169,12 +169,10 @@ void installSignalHandler(KxCErrorListPool& pool, int signalNumber, SignalHandle
 
 void removeSignalHandler(KxCErrorListPool& pool, int signalNumber) {
     constexpr const char* WHAT = "Restoring the default action";
-    if (!isSignal(signalNumber)) {
-        pool.addError(0, std::string(WHAT) + " failed: there is no signal " + std::to_string(signalNumber));
-        return;
+    if (isSignal(pool, signalNumber, WHAT)) {
+        setAction(pool, signalNumber, SIG_DFL, WHAT);
+        Delivery::getInstance().clearHandler(signalNumber);
     }
-    setAction(pool, signalNumber, SIG_DFL, WHAT);
-    Delivery::getInstance().clearHandler(signalNumber);
 }
 
 }  // namespace KxNRtosAbstraction

@@ -82,6 +82,8 @@ TEST(LogFrames, AreTakenApartHoweverTheBytesAreCut) {
     // What is no frame is passed on.
     expectTheSameHoweverCut(true, frame(2, "e") + "this container has no frames at all",
                             "ethis container has no frames at all");
+    expectTheSameHoweverCut(true, "no frame\xE2\x82\xAC", "no frame\xE2\x82\xAC");
+    expectTheSameHoweverCut(true, "noframe\xE2\x82\xAC", "noframe\xE2\x82\xAC");
     expectTheSameHoweverCut(false, frame(1, "a terminal"), frame(1, "a terminal"));
 }
 

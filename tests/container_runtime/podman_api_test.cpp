@@ -1,5 +1,6 @@
 #include "platform/container_runtime/podman/podman_api.h"
 
+#include "platform/container_runtime/podman/podman_command.h"
 #include "tests/support.h"
 
 using namespace KxNTests;
@@ -86,4 +87,15 @@ TEST(PodmanApi, CallsOnlyTheRefusedDeleteOfARunningContainerAConflict) {
         EXPECT_EQ(reply.status, expected) << path << " " << body;
         EXPECT_EQ(reply.body, body);
     }
+}
+
+TEST(PodmanCommand, HasTheEnvironmentOfTheServiceWithoutItsOwnReport) {
+    ::setenv("NOTIFY_SOCKET", "/run/notify", 1);
+    ::setenv("KX_TEST_VARIABLE", "a=b", 1);
+    const auto command = podmanServiceCommand({"", 2376});
+    ::unsetenv("NOTIFY_SOCKET");
+    EXPECT_EQ(command.executable, "podman");
+    EXPECT_THAT(command.arguments, ElementsAre("system", "service", "--time=0", "tcp:127.0.0.1:2376"));
+    EXPECT_THAT(command.environment, Contains("KX_TEST_VARIABLE=a=b"));
+    EXPECT_THAT(command.environment, Each(Not(StartsWith("NOTIFY_SOCKET="))));
 }

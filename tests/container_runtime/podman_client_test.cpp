@@ -77,6 +77,102 @@ TEST_F(PodmanClientTest, SendsNothingThatACallerSmuggledIn) {
     EXPECT_EQ(client.execute({"x", Method::GET, {}, {}}, {running, std::nullopt}).status, 400);
 }
 
+TEST_F(PodmanClientTest, SendsBodiesWhole) {
+    std::string content;
+    for (int number = 0; number < 60'000; ++number) {
+        content += std::to_string(number);
+    }
+    writeFile(directory.path("file"), content);
+    const struct {
+        std::string body;
+        bool isFile;
+        std::string sent;
+    } cases[] = {{content, false, content}, {directory.path("file"), true, content}, {"", false, ""}};
+    for (const auto& row : cases) {
+        std::string header;
+        std::string body;
+        std::filesystem::remove(socket);
+        const PodmanDouble podman(socket, [&](Peer& peer) {
+            header = peer.readHeader();
+            body = peer.readBody(row.sent.size());
+            peer.answer(201, "taken");
+        });
+        PodmanClient client(podman.address());
+        const PodmanReply reply =
+            client.execute({"/x", Method::POST, {}, row.body, row.isFile}, {running, std::nullopt});
+        EXPECT_EQ(std::to_string(reply.status) + reply.body, "201taken");
+        EXPECT_EQ(header, "POST /v1.41/x HTTP/1.1\r\nHost: localhost\r\nContent-Length: " +
+                              std::to_string(row.sent.size()) + "\r\n\r\n");
+        EXPECT_TRUE(body == row.sent);
+    }
+}
+
+TEST_F(PodmanClientTest, SaysWhatStoodInTheWay) {
+    const PodmanDouble podman(socket, [](Peer& peer) { peer.waitForClose(); });
+    const std::string none = directory.path("none");
+    const std::string longer = "/sys/kernel/uevent_seqnum";  // says that it is a page long, and is not
+    const struct {
+        PodmanAddress address;
+        std::string file;
+        std::string reason;
+    } cases[] = {
+        {{none, 0}, "", "Podman cannot be reached at unix://" + none + ": No such file or directory"},
+        {{std::string(108, 'x'), 0},
+         "",
+         "Podman cannot be reached at unix://" + std::string(108, 'x') + ": File name too long"},
+        {{"", 1}, "", "Podman cannot be reached at tcp:127.0.0.1:1: Connection refused"},
+        {podman.address(), none, "Cannot read '" + none + "': No such file or directory"},
+        {podman.address(), "/", "Cannot read '/': not a regular file"},
+        {podman.address(), longer, "Cannot read '" + longer + "': it became shorter"},
+    };
+    for (const auto& row : cases) {
+        PodmanClient client(row.address);
+        const PodmanReply reply = load(client, row.file);
+        EXPECT_EQ(reply.status, 503);
+        EXPECT_EQ(reply.body, row.reason);
+    }
+}
+
+TEST_F(PodmanClientTest, StreamsWhatSucceedsAndGivesBackWhatDoesNot) {
+    struct Sink : AnswerSink {
+        void take(std::string_view bytes) override { text += bytes; }
+        bool flush() override { return text.size() < 8; }
+        std::string text;
+    };
+    const std::string chunked = " OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\nfour\r\n";
+    const std::string twice = "4\r\nfour\r\n";
+    const struct {
+        std::string bytes;
+        int status;
+        std::string body;
+        std::string sunk;
+    } cases[] = {
+        {"HTTP/1.1 200" + chunked + "0\r\n\r\n", 200, "", "four"},
+        {"HTTP/1.1 200" + chunked, 200, "", "four"},
+        {"HTTP/1.1 200" + chunked + "rubbish\r\n", 200, "", "four"},
+        {"HTTP/1.1 200" + chunked + twice, 200, "", "fourfour"},
+        {"HTTP/1.1 100 Go\r\n\r\nHTTP/1.1 404" + chunked, 404, "four", ""},
+        {"HTTP/1.0 200 OK\r\n\r\nall", 200, "", "all"},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.bytes);
+        std::filesystem::remove(socket);
+        const PodmanDouble podman(socket, [&](Peer& peer) {
+            peer.readHeader();
+            peer.send(row.bytes);
+            if (row.sunk.size() == 8) {
+                EXPECT_TRUE(peer.waitForClose()) << "the sink wanted no more";
+            }
+        });
+        PodmanClient client(podman.address());
+        Sink sink;
+        const PodmanReply reply = client.stream({"/x", Method::GET, {}, {}}, {running, std::nullopt}, sink);
+        EXPECT_EQ(reply.status, row.status);
+        EXPECT_EQ(reply.body, row.body);
+        EXPECT_EQ(sink.text, row.sunk);
+    }
+}
+
 TEST_F(PodmanClientTest, KeepsAConnectionAndRepeatsOnlyAGetThatItDiesOn) {
     std::atomic<int> posts{0};
     const PodmanDouble podman(socket, [&](Peer& peer) {

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <array>
 #include <stdexcept>
 #include <utility>
@@ -40,20 +41,27 @@ KxNCommon::UniqueFd listenAt(KxNContainer::PodmanAddress& address) {
 
 }  // namespace
 
+bool PodmanDouble::Peer::receive() {
+    std::array<char, 4096> bytes;
+    const ssize_t size = ::recv(socket.get(), bytes.data(), bytes.size(), 0);
+    received.append(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    return size > 0;
+}
+
 std::string PodmanDouble::Peer::readHeader() {
-    for (;;) {
-        if (const std::size_t end = received.find("\r\n\r\n"); end != std::string::npos) {
-            std::string header = received.substr(0, end + 4);
-            received.erase(0, end + 4);
-            return header;
-        }
-        std::array<char, 4096> bytes;
-        const ssize_t size = ::recv(socket.get(), bytes.data(), bytes.size(), 0);
-        if (size <= 0) {
-            return {};
-        }
-        received.append(bytes.data(), static_cast<std::size_t>(size));
+    std::size_t end = received.find("\r\n\r\n");
+    while (end == std::string::npos && receive()) {
+        end = received.find("\r\n\r\n");
     }
+    return end == std::string::npos ? std::string() : readBody(end + 4);
+}
+
+std::string PodmanDouble::Peer::readBody(std::size_t size) {
+    while (received.size() < size && receive()) {
+    }
+    std::string bytes = received.substr(0, size);
+    received.erase(0, size);
+    return bytes;
 }
 
 void PodmanDouble::Peer::send(std::string_view bytes) {

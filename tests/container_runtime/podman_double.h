@@ -21,6 +21,8 @@ public:
 
         /// The next request's header block, empty when the client has gone.
         std::string readHeader();
+        /// The next `size` bytes, or what came of them.
+        std::string readBody(std::size_t size);
         void send(std::string_view bytes);
         /// Sends a whole answer with its length.
         void answer(int status, std::string_view body);
@@ -30,6 +32,8 @@ public:
         bool waitForClose();
 
     private:
+        bool receive();
+
         KxNCommon::UniqueFd socket;
         std::string received;
     };

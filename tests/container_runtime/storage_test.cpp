@@ -70,4 +70,17 @@ TEST(Inventory, HoldsFilesOfAllDirectoriesAndOutlivesOddOnes) {
     EXPECT_FALSE(KxNJson::json::parse(std::ifstream(file))["isComplete"]);
 }
 
+TEST(Inventory, TakesNoMoreFilesThanItsBoundFromAllDirectoriesTogether) {
+    const TemporaryDirectory directory;
+    for (int number = 0; number < 10'001; ++number) {
+        writeFile(directory.path((number < 6'000 ? "a/" : "b/") + std::to_string(number)), "");
+    }
+    const std::string file = directory.path("inventory.json");
+    ASSERT_TRUE(Inventory({{"image", directory.path("a")}, {"plugin", directory.path("b")}}, file).scan());
+    const auto document = KxNJson::json::parse(readFile(file));
+    EXPECT_EQ(document["files"].size(), 10'000U);
+    EXPECT_FALSE(document["isComplete"]);
+    EXPECT_THAT(takeLogLines(), ElementsAre(Pair(3, HasSubstr("b' is not complete: it holds more files"))));
+}
+
 }  // namespace

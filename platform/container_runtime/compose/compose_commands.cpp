@@ -27,24 +27,13 @@ struct Words {
     const char* nothingToDo;
 };
 
-constexpr Words CREATE{"create", {"up", "--no-start"}, "Created", "its containers exist and are up to date"};
-constexpr Words START{"start", {"start"}, "Started", "its containers are running"};
-constexpr Words STOP{"stop", {"stop"}, "Stopped", "none of its containers is running"};
-constexpr Words REMOVE{"remove", {"down"}, "Removed", "it has no containers"};
-
-const Words& wordsOf(ComposeCommand command) {
-    switch (command) {
-        case ComposeCommand::Create:
-            return CREATE;
-        case ComposeCommand::Start:
-            return START;
-        case ComposeCommand::Stop:
-            return STOP;
-        case ComposeCommand::Remove:
-            break;
-    }
-    return REMOVE;
-}
+/// In the order of ComposeCommand.
+constexpr std::array<Words, 4> WORDS{{
+    {"create", {"up", "--no-start"}, "Created", "its containers exist and are up to date"},
+    {"start", {"start"}, "Started", "its containers are running"},
+    {"stop", {"stop"}, "Stopped", "none of its containers is running"},
+    {"remove", {"down"}, "Removed", "it has no containers"},
+}};
 
 /// Empty when `name` can be the name of a file, else what is wrong with it.
 std::string refuseName(const std::string& name) {
@@ -121,7 +110,10 @@ ComposeCommands::ComposeCommands(ComposeSetup composeSetup)
 
 ComposeCommands::Code ComposeCommands::run(ComposeCommand command, const std::string& fileName, KxNJson::json& result) {
     const auto began = Clock::now();
-    Job job{.words = wordsOf(command), .command = command, .fileName = fileName, .path = setup.directory + fileName};
+    Job job{.words = WORDS.at(static_cast<std::size_t>(command)),
+            .command = command,
+            .fileName = fileName,
+            .path = setup.directory + fileName};
     Code code = BAD_FILE;
     job.message = refuseName(fileName);
     if (job.message.empty()) {

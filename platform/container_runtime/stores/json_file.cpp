@@ -22,18 +22,19 @@ KxNJson::json parseJsonObject(const std::string& text) {
     throw std::invalid_argument("not a JSON object");
 }
 
-void writeJsonFile(const std::string& path, const KxNJson::json& object) {
-    std::string text;
-    try {
-        text = object.dump(4, ' ', false, KxNJson::Utf8ErrorMode::strict) + "\n";
-    } catch (const KxNJson::json::exception& exception) {
-        throw std::runtime_error(exception.what());
-    }
+void writeJsonFile(const std::string& path, const KxNJson::json& object, const std::string& failure) {
     std::error_code ignored;  // a directory that cannot be made shows in the next step
     std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
     std::string error;
-    if (!KxNCommon::replaceFile(path, text, 0644, error)) {
-        throw std::runtime_error(error);
+    bool isWritten = false;
+    try {
+        const std::string text = object.dump(4, ' ', false, KxNJson::Utf8ErrorMode::strict) + "\n";
+        isWritten = KxNCommon::replaceFile(path, text, 0644, error);
+    } catch (const KxNJson::json::exception& exception) {
+        error = exception.what();
+    }
+    if (!isWritten) {
+        throw std::runtime_error(failure + ": " + error);
     }
 }
 

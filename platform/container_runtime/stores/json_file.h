@@ -15,7 +15,8 @@ inline constexpr std::size_t MAX_JSON_FILE_BYTES = 1 << 20;
 KxNJson::json parseJsonObject(const std::string& text);
 
 /// Replaces the file, indented for the person who looks into it, and makes its directory where it is missing. Throws
-/// std::runtime_error; also when a text in `object` is not valid UTF-8, which would come back as another text.
-void writeJsonFile(const std::string& path, const KxNJson::json& object);
+/// std::runtime_error, whose text begins with `failure`; also when a text in `object` is not valid UTF-8, which would
+/// come back as another text.
+void writeJsonFile(const std::string& path, const KxNJson::json& object, const std::string& failure);
 
 }  // namespace KxNContainer

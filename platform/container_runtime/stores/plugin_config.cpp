@@ -139,11 +139,7 @@ PluginConfig::Code PluginConfig::change(const std::function<Code(KxNJson::json&)
         KxNJson::json document = load();
         const Code code = apply(document);
         if (code == CHANGED) {
-            try {
-                writeJsonFile(configFile, document);
-            } catch (const std::runtime_error& error) {
-                throw std::runtime_error(std::string("The plugin configuration was not written: ") + error.what());
-            }
+            writeJsonFile(configFile, document, "The plugin configuration was not written");
         }
         return code;
     } catch (const std::runtime_error& error) {

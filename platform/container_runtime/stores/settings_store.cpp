@@ -74,9 +74,10 @@ SettingsStore::SettingsStore(std::string settingsPath, std::int32_t allCores)
 
 void SettingsStore::reload() {
     const std::lock_guard fileLock(fileMutex);
-    KxNJson::json document = KxNJson::json::object();
-    if (load(document) != LoadResult::Unusable) {
-        publish(document);
+    try {
+        publish(load().value_or(KxNJson::json::object()));
+    } catch (const std::runtime_error& error) {
+        KxCRTE_LOG(4, "Korvex Container Service: %s", error.what());
     }
 }
 
@@ -100,29 +101,20 @@ bool SettingsStore::setUserSettings(const KxCCTESettings::KxSUserSettings& setti
 
 bool SettingsStore::change(const KxNJson::json& changes) {
     const std::lock_guard fileLock(fileMutex);
-    // Start from what the file holds now, so that an edit by hand is kept. Where it is gone or was broken, what this
-    // process knows is better than the defaults.
-    KxNJson::json document;
-    switch (load(document)) {
-        case LoadResult::Loaded:
-            break;
-        case LoadResult::NoFile:
-            document = current;
-            break;
-        case LoadResult::Unusable:
-            return false;
-    }
-    for (const auto& [key, value] : changes.items()) {
-        document[key] = value;
-    }
     try {
-        writeJsonFile(path, document);
+        // Start from what the file holds now, so that an edit by hand is kept. Where it is gone or was broken, what
+        // this process knows is better than the defaults.
+        KxNJson::json document = load().value_or(current);
+        for (const auto& [key, value] : changes.items()) {
+            document[key] = value;
+        }
+        writeJsonFile(path, document, "Settings were not written");
+        publish(document);
+        return true;
     } catch (const std::runtime_error& error) {
-        KxCRTE_LOG(4, "Korvex Container Service: Settings were not written: %s", error.what());
+        KxCRTE_LOG(4, "Korvex Container Service: %s", error.what());
         return false;
     }
-    publish(document);
-    return true;
 }
 
 void SettingsStore::publish(const KxNJson::json& document) {
@@ -132,30 +124,29 @@ void SettingsStore::publish(const KxNJson::json& document) {
     values = interpreted;
 }
 
-SettingsStore::LoadResult SettingsStore::load(KxNJson::json& document) const {
+/// None when there is no file, or when a broken one was set aside. Throws std::runtime_error when it cannot be used.
+std::optional<KxNJson::json> SettingsStore::load() const {
     std::string text;
     std::string error;
     switch (KxNCommon::readSmallFile(path, MAX_JSON_FILE_BYTES, text, error)) {
         case KxNCommon::ReadResult::Missing:
-            return LoadResult::NoFile;
+            return std::nullopt;
         case KxNCommon::ReadResult::Failed:
-            KxCRTE_LOG(4, "Korvex Container Service: Settings were not read: %s", error.c_str());
-            return LoadResult::Unusable;
+            throw std::runtime_error("Settings were not read: " + error);
         case KxNCommon::ReadResult::TooLarge:
-            return setAside(error) ? LoadResult::NoFile : LoadResult::Unusable;
-        case KxNCommon::ReadResult::Ok:
             break;
+        case KxNCommon::ReadResult::Ok:
+            try {
+                return parseJsonObject(text);
+            } catch (const std::invalid_argument& broken) {
+                error = broken.what();
+            }
     }
-    try {
-        document = parseJsonObject(text);
-        return LoadResult::Loaded;
-    } catch (const std::invalid_argument& broken) {
-        error = broken.what();
-    }
-    return setAside(error) ? LoadResult::NoFile : LoadResult::Unusable;
+    setAside(error);
+    return std::nullopt;
 }
 
-bool SettingsStore::setAside(const std::string& reason) const {
+void SettingsStore::setAside(const std::string& reason) const {
     constexpr int maxSetAside = 1000;
     int failure = EEXIST;
     for (int number = 1; number <= maxSetAside && failure == EEXIST; ++number) {
@@ -164,12 +155,11 @@ bool SettingsStore::setAside(const std::string& reason) const {
         if (failure == 0) {
             KxCRTE_LOG(4, "Korvex Container Service: The settings file '%s' is broken and was set aside as '%s': %s",
                        path.c_str(), newName.c_str(), reason.c_str());
-            return true;
+            return;
         }
     }
-    KxCRTE_LOG(4, "Korvex Container Service: The settings file '%s' is broken (%s) and cannot be set aside: %s",
-               path.c_str(), reason.c_str(), KxNCommon::systemText(failure).c_str());
-    return false;
+    throw std::runtime_error("The settings file '" + path + "' is broken (" + reason +
+                             ") and cannot be set aside: " + KxNCommon::systemText(failure));
 }
 
 SettingsStore::Values SettingsStore::interpret(const KxNJson::json& document) const {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "KxContainer.h"
@@ -34,10 +35,9 @@ private:
         KxCCTESettings::KxSUserSettings user;
         bool isEnabled;
     };
-    enum class LoadResult { Loaded, NoFile, Unusable };
 
-    LoadResult load(KxNJson::json& document) const;
-    bool setAside(const std::string& reason) const;
+    std::optional<KxNJson::json> load() const;
+    void setAside(const std::string& reason) const;
     Values interpret(const KxNJson::json& document) const;
     bool change(const KxNJson::json& changes);
     void publish(const KxNJson::json& document);
