@@ -40,42 +40,26 @@ KxCContainer* KxCContainer::GetInstance() {
     return &instance;
 }
 
-bool KxCContainer::init() {
-    return succeeds("init");
-}
-bool KxCContainer::Start() {
-    return succeeds("Start");
-}
-bool KxCContainer::Stop() {
-    return succeeds("Stop");
-}
+bool KxCContainer::init() { return succeeds("init"); }
+bool KxCContainer::Start() { return succeeds("Start"); }
+bool KxCContainer::Stop() { return succeeds("Stop"); }
 bool KxCContainer::IsContainerServiceEnabled(bool readAnew) {
     return note(readAnew ? "enabled, read anew?" : "enabled?").isEnabled;
 }
 int KxCContainer::GetContainerServiceStatus(bool readAnew) {
     return note(readAnew ? "status, read anew?" : "status?").status;
 }
-bool KxCContainer::EnableContainerService() {
-    return succeeds("Enable") && (world().isEnabled = true);
-}
-bool KxCContainer::DisableContainerService() {
-    return succeeds("Disable") && !(world().isEnabled = false);
-}
-KxCCTESettings::KxSUserSettings KxCContainer::GetContainerServiceUserSettings() {
-    return note("settings?").settings;
-}
+bool KxCContainer::EnableContainerService() { return succeeds("Enable") && (world().isEnabled = true); }
+bool KxCContainer::DisableContainerService() { return succeeds("Disable") && !(world().isEnabled = false); }
+KxCCTESettings::KxSUserSettings KxCContainer::GetContainerServiceUserSettings() { return note("settings?").settings; }
 bool KxCContainer::SetContainerServiceUserSettings(const KxCCTESettings::KxSUserSettings& settings) {
     return succeeds("SetSettings", " ", settings.tcpPort, " ", settings.coresNum);
 }
-std::uint32_t KxCContainer::GetMaxAllowedCpuCoreCount() {
-    return note("maximum?").maximumCores;
-}
+std::uint32_t KxCContainer::GetMaxAllowedCpuCoreCount() { return note("maximum?").maximumCores; }
 bool KxCContainer::HasValidUserStorage(std::string* message) {
     return (*message = note("storage?").storageProblem).empty();
 }
-bool KxCContainer::TriggerInventoryTreeScan() {
-    return succeeds("TriggerInventoryTreeScan");
-}
+bool KxCContainer::TriggerInventoryTreeScan() { return succeeds("TriggerInventoryTreeScan"); }
 
 PodmanReply KxCContainer::ExecutePodmanRequest(const std::string& path, KxCCurlHandler::MethodType method,
                                                const std::vector<std::string>& headers, const std::string& body,
@@ -97,27 +81,15 @@ std::shared_ptr<KxCContainer::KxSLogStreamSession> KxCContainer::RegisterLogStre
     note("register log stream ", containerName);
     return std::make_shared<KxSLogStreamSession>();
 }
-void KxCContainer::UnregisterLogStreamSession(KxNTamberWebApi::KxCWebSocket*) {
-    note("unregister log stream");
-}
+void KxCContainer::UnregisterLogStreamSession(KxNTamberWebApi::KxCWebSocket*) { note("unregister log stream"); }
 void KxCContainer::LogStreamCloseHandler(const void*, std::uint32_t, KxNTamberWebApi::KxCWebSocket*) {}
 
-int KxCContainer::CreateCompose(const char* fileName, json& result) {
-    return compose("create", fileName, result);
-}
-int KxCContainer::StartCompose(const char* fileName, json& result) {
-    return compose("start", fileName, result);
-}
-int KxCContainer::StopCompose(const char* fileName, json& result) {
-    return compose("stop", fileName, result);
-}
-int KxCContainer::RemoveCompose(const char* fileName, json& result) {
-    return compose("remove", fileName, result);
-}
+int KxCContainer::CreateCompose(const char* fileName, json& result) { return compose("create", fileName, result); }
+int KxCContainer::StartCompose(const char* fileName, json& result) { return compose("start", fileName, result); }
+int KxCContainer::StopCompose(const char* fileName, json& result) { return compose("stop", fileName, result); }
+int KxCContainer::RemoveCompose(const char* fileName, json& result) { return compose("remove", fileName, result); }
 
-json KxCContainer::listPlugins() {
-    return note("listPlugins").plugins;
-}
+json KxCContainer::listPlugins() { return note("listPlugins").plugins; }
 int KxCContainer::addPluginToConfig(const std::string& name, const std::string& version) {
     return note("deactivate ", name, " ", version).pluginCode;
 }
@@ -127,8 +99,6 @@ int KxCContainer::removePluginFromConfig(const std::string& name, const std::str
 int KxCContainer::removePluginFromConfigByFileName(const std::string& fileName) {
     return note("forget ", fileName).pluginCode;
 }
-void KxCContainer::scanContainerPluginsDir() {
-    note("scanContainerPluginsDir");
-}
+void KxCContainer::scanContainerPluginsDir() { note("scanContainerPluginsDir"); }
 
 }  // namespace KxNContainer

@@ -19,13 +19,9 @@ static std::unique_ptr<World>& holder() {
     return instance;
 }
 
-World& world() {
-    return *holder();
-}
+World& world() { return *holder(); }
 
-void reset() {
-    holder() = std::make_unique<World>();
-}
+void reset() { holder() = std::make_unique<World>(); }
 
 World& World::addLine(const std::string& line) {
     static std::mutex mutex;
@@ -45,9 +41,7 @@ using KxNDoubles::note;
 using KxNDoubles::succeeds;
 using KxNDoubles::world;
 
-bool KxCRTE_LOG_IsLevelEnabled(int level) {
-    return level >= world().lowestLogLevel;
-}
+bool KxCRTE_LOG_IsLevelEnabled(int level) { return level >= world().lowestLogLevel; }
 
 void KxCRTE_LOG_Impl(int level, const char* format, ...) {
     if (level < world().lowestLogLevel) {
@@ -70,9 +64,7 @@ void KxCErrorListPool::addError(std::uint32_t, std::string_view detail) {
     ++count;
     note("error added: ", detail);
 }
-std::uint32_t KxCErrorListPool::getErrorCount() const {
-    return count;
-}
+std::uint32_t KxCErrorListPool::getErrorCount() const { return count; }
 
 std::atomic<KxCErrorManager*> KxCErrorManager::instance{nullptr};
 KxCErrorManager* KxCErrorManager::getSingleton() {
@@ -80,36 +72,22 @@ KxCErrorManager* KxCErrorManager::getSingleton() {
     static auto& made = *new KxCErrorManager;
     return instance = &made;
 }
-KxCErrorListPool& KxCErrorManager::getMasterErrorList() {
-    return *note("getMasterErrorList").masterErrors;
-}
-void KxCErrorManager::sendErrorList(KxCErrorListPool&, int destination) {
-    note("sendErrorList ", destination);
-}
-void KxCErrorManager::_registerMessages(const KxResText* table) {
-    KxNDoubles::messageTables().push_back(table);
-}
-void KxCErrorManager::_unregisterMessages(const KxResText* table) {
-    std::erase(KxNDoubles::messageTables(), table);
-}
+KxCErrorListPool& KxCErrorManager::getMasterErrorList() { return *note("getMasterErrorList").masterErrors; }
+void KxCErrorManager::sendErrorList(KxCErrorListPool&, int destination) { note("sendErrorList ", destination); }
+void KxCErrorManager::_registerMessages(const KxResText* table) { KxNDoubles::messageTables().push_back(table); }
+void KxCErrorManager::_unregisterMessages(const KxResText* table) { std::erase(KxNDoubles::messageTables(), table); }
 
 KxCMessageManagerClient* KxCMessageManagerClient::getInstance() {
     static auto& instance = *new KxCMessageManagerClient;
     return &instance;
 }
-void KxCMessageManagerClient::init(KxCErrorListPool&) {
-    note("messages init");
-}
+void KxCMessageManagerClient::init(KxCErrorListPool&) { note("messages init"); }
 void KxCMessageManagerClient::flushMessageBuffer(KxCErrorListPool&, int milliseconds) {
     note("flushMessageBuffer ", milliseconds);
 }
-void KxCMessageManagerClient::closeClient() {
-    note("closeClient");
-}
+void KxCMessageManagerClient::closeClient() { note("closeClient"); }
 
-void KxCVorrelClock::init(KxCErrorListPool&) {
-    note("clock init");
-}
+void KxCVorrelClock::init(KxCErrorListPool&) { note("clock init"); }
 
 struct KxCCustomConfig::Contents {};
 KxCCustomConfig::KxCCustomConfig(std::unique_ptr<Contents> given) : contents(std::move(given)) {}
@@ -126,15 +104,11 @@ std::string KxCCustomConfig::getOption(const char* section, const char* option, 
 
 namespace KxNRtosAbstraction {
 
-bool isSingletonProcess(int waitMilliseconds) {
-    return succeeds("isSingletonProcess", " ", waitMilliseconds);
-}
+bool isSingletonProcess(int waitMilliseconds) { return succeeds("isSingletonProcess", " ", waitMilliseconds); }
 void installSignalHandler(KxCErrorListPool&, int signalNumber, SignalHandler) {
     note("installSignalHandler ", signalNumber);
 }
-void removeSignalHandler(KxCErrorListPool&, int signalNumber) {
-    note("removeSignalHandler ", signalNumber);
-}
+void removeSignalHandler(KxCErrorListPool&, int signalNumber) { note("removeSignalHandler ", signalNumber); }
 void setServiceInitialized() {
     note("setServiceInitialized");
     if (world().onInitialized) {
@@ -149,9 +123,7 @@ bool KxCMutex::lock(int) {
     state->lock();
     return true;
 }
-void KxCMutex::unlock() {
-    state->unlock();
-}
+void KxCMutex::unlock() { state->unlock(); }
 
 }  // namespace KxNRtosAbstraction
 

@@ -40,12 +40,8 @@ bool callServer(KxCErrorListPool& pool, const std::string& call, const Parts&...
 }  // namespace
 
 KxCHandler::KxCHandler() = default;
-KxCHandler::~KxCHandler() {
-    note("handler destroyed");
-}
-void KxCHandler::detach() {
-    note("handler detached");
-}
+KxCHandler::~KxCHandler() { note("handler destroyed"); }
+void KxCHandler::detach() { note("handler detached"); }
 const char* KxCHandler::getStringParam(const KxSTamberWebApiParameterValue* const* values, const char* name,
                                        std::uint32_t location) {
     const auto* value = find(values, name, location, TYPE_TEXT);
@@ -61,9 +57,7 @@ const std::int64_t* KxCHandler::getInt64ParamPtr(const KxSTamberWebApiParameterV
     const auto* value = find(values, name, location, TYPE_INT64);
     return value != nullptr ? &value->integer : nullptr;
 }
-void KxCHandler::setErrorImplementationMissing(KxCErrorListPool& pool, const char* text) {
-    pool.addError(0, text);
-}
+void KxCHandler::setErrorImplementationMissing(KxCErrorListPool& pool, const char* text) { pool.addError(0, text); }
 
 void KxCResponse::setError(KxCErrorListPool&, int code, const char* statusName, const char* message, int flag) {
     answer(code, statusName, " ", code, ": ", message, flag == 1 ? "" : " WITH ANOTHER FLAG");
@@ -71,12 +65,8 @@ void KxCResponse::setError(KxCErrorListPool&, int code, const char* statusName, 
 void KxCResponse::setJsonBody(KxCErrorListPool&, int code, const KxNJson::json* document) {
     answer(code, "json ", code, " ", document->dump());
 }
-void KxCResponse::setJsonBody(KxCErrorListPool&, int code, const char* text) {
-    answer(code, "text ", code, " ", text);
-}
-void KxCResponse::setEmptyBody(KxCErrorListPool&, int code) {
-    answer(code == 0 ? 204 : code, "empty ", code);
-}
+void KxCResponse::setJsonBody(KxCErrorListPool&, int code, const char* text) { answer(code, "text ", code, " ", text); }
+void KxCResponse::setEmptyBody(KxCErrorListPool&, int code) { answer(code == 0 ? 204 : code, "empty ", code); }
 void KxCResponse::switchWebSocket(KxCErrorListPool&, const char* name, KxCWebSocket::DataCallback dataCallback,
                                   const void* dataContext, std::uint32_t dataLength,
                                   KxCWebSocket::CloseCallback closeCallback, const void* closeContext,
@@ -89,9 +79,7 @@ void KxCResponse::switchWebSocket(KxCErrorListPool&, const char* name, KxCWebSoc
 
 struct KxCWebSocket::State {};
 KxCWebSocket::KxCWebSocket(std::shared_ptr<State> given) : state(std::move(given)) {}
-KxCWebSocket::~KxCWebSocket() {
-    note("socket destroyed");
-}
+KxCWebSocket::~KxCWebSocket() { note("socket destroyed"); }
 bool KxCWebSocket::sendText(KxCErrorListPool&, const char* text, std::size_t length, int timeoutMilliseconds,
                             bool joinable) {
     note("sendText '", std::string(text, length), "' ", timeoutMilliseconds, joinable ? " joinable" : "");
@@ -100,24 +88,16 @@ bool KxCWebSocket::sendText(KxCErrorListPool&, const char* text, std::size_t len
 
 struct KxCServer::State {};
 KxCServer::KxCServer(std::unique_ptr<State> given) : state(std::move(given)) {}
-KxCServer::~KxCServer() {
-    note("server destroyed");
-}
+KxCServer::~KxCServer() { note("server destroyed"); }
 std::unique_ptr<KxCServer> KxCServer::create(KxCErrorListPool& pool, std::uint32_t requestThreads) {
     const bool isMade = callServer(pool, "create", " ", requestThreads);
     return std::unique_ptr<KxCServer>(isMade ? new KxCServer(std::make_unique<State>()) : nullptr);
 }
-void KxCServer::init(KxCErrorListPool& pool) {
-    callServer(pool, "init");
-}
-void KxCServer::registerHandler(KxCErrorListPool& pool, KxCHandler*) {
-    callServer(pool, "registerHandler");
-}
+void KxCServer::init(KxCErrorListPool& pool) { callServer(pool, "init"); }
+void KxCServer::registerHandler(KxCErrorListPool& pool, KxCHandler*) { callServer(pool, "registerHandler"); }
 void KxCServer::start(KxCErrorListPool& pool, std::uint32_t stopGraceSeconds) {
     callServer(pool, "start", " ", stopGraceSeconds);
 }
-void KxCServer::stop(KxCErrorListPool& pool) {
-    callServer(pool, "stop");
-}
+void KxCServer::stop(KxCErrorListPool& pool) { callServer(pool, "stop"); }
 
 }  // namespace KxNTamberWebApi

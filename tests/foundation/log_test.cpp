@@ -271,6 +271,8 @@ TEST(Log, AReaderThatIsStuckNeitherHoldsTheProgramNorCostsAWarning) {
             if (message.starts_with("line ")) {
                 const int number = std::stoi(message.substr(5));
                 EXPECT_GT(number, lastLine) << "out of order";
+                EXPECT_EQ(message,
+                          "line " + std::to_string(number) + " " + std::string(static_cast<std::size_t>(padding), '.'));
                 lastLine = number;
                 if (number % every == 0) {
                     EXPECT_EQ(number, nextKept) << "lost";

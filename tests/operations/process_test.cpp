@@ -1,5 +1,7 @@
 #include <sys/resource.h>
 
+#include <csignal>
+
 #include "api/operations.h"
 #include "api/profiling.h"
 #include "service/KxCServiceController.h"
@@ -126,6 +128,9 @@ TEST_F(Process, OnlyTheTwoSignalsEndTheWait) {
     KxCServiceController::onSignal(*world().masterErrors, 1);
     std::this_thread::sleep_for(20ms);
     EXPECT_EQ(world().journal, "3: Cannot handle signal 1.\n");
+    std::signal(SIGUSR1, [](int) {});
+    pthread_kill(waiting.native_handle(), SIGUSR1);  // interrupts the wait, which goes on
+    std::this_thread::sleep_for(20ms);
     KxCServiceController::onSignal(*world().masterErrors, 2);
     waiting.join();
     EXPECT_EQ(world().journal,
