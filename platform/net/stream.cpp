@@ -9,7 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <cstring>
 #include <utility>
 
 namespace KxNNet {
@@ -180,7 +179,7 @@ Step Stream::tryWrite(std::span<const iovec> pieces) {
         size = 0;
         for (const iovec& piece : pieces) {
             const std::size_t taken = std::min(piece.iov_len, RECORD_SIZE - size);
-            std::memcpy(record.data() + size, piece.iov_base, taken);
+            std::copy_n(static_cast<const char*>(piece.iov_base), taken, record.data() + size);
             size += taken;
         }
         data = record.data();
