@@ -17,8 +17,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// What one TLS record holds at most: RFC 8446, section 5.1.
-constexpr std::size_t RECORD_SIZE = 16 * 1024;
+/// How much a small piece and what follows it put into one TLS record. Lies on the stack, of which each stream's thread
+/// has its own.
+constexpr std::size_t SHARED_RECORD_SIZE = 4 * 1024;
 
 /// Rounded up, so that a wait never ends just before its deadline and spins.
 int pollTimeout(const std::optional<Clock::time_point>& deadline) {
@@ -165,6 +166,11 @@ Step Stream::tryWrite(std::span<const iovec> pieces) {
             }
         }
     }
+    return tryWriteTls(pieces);
+}
+
+/// Apart from `tryWrite`, whose callers without TLS need not pay for the room on their stacks.
+[[gnu::noinline]] Step Stream::tryWriteTls(std::span<const iovec> pieces) {
     while (!pieces.empty() && pieces.front().iov_len == 0) {
         pieces = pieces.subspan(1);
     }
@@ -172,13 +178,13 @@ Step Stream::tryWrite(std::span<const iovec> pieces) {
         return {};
     }
     // A small piece before others (the head of an answer or of a frame) shares its record with what follows.
-    std::array<char, RECORD_SIZE> record;
+    std::array<char, SHARED_RECORD_SIZE> record;
     const char* data = static_cast<const char*>(pieces.front().iov_base);
     std::size_t size = pieces.front().iov_len;
-    if (pieces.size() > 1 && size < RECORD_SIZE) {
+    if (pieces.size() > 1 && size < SHARED_RECORD_SIZE) {
         size = 0;
         for (const iovec& piece : pieces) {
-            const std::size_t taken = std::min(piece.iov_len, RECORD_SIZE - size);
+            const std::size_t taken = std::min(piece.iov_len, SHARED_RECORD_SIZE - size);
             std::copy_n(static_cast<const char*>(piece.iov_base), taken, record.data() + size);
             size += taken;
         }

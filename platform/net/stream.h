@@ -97,6 +97,7 @@ public:
 private:
     struct Tls;
 
+    Step tryWriteTls(std::span<const iovec> pieces);
     Step tlsOutcome(int result);
 
     KxNCommon::UniqueFd socket;
