@@ -114,6 +114,22 @@ def listening_ports(pid):
     return ports
 
 
+def clear_device():
+    """Leaves what a device has on its first start: no files, no containers, no Podman."""
+    while podman_pid := podman_service_pid():
+        os.kill(podman_pid, signal.SIGKILL)
+        wait_until(lambda: podman_service_pid() != podman_pid, 10, "Podman ends")
+    pathlib.Path(PODMAN_SOCKET).unlink(missing_ok=True)
+    # A container that ends just now may be busy for a moment.
+    wait_until(lambda: subprocess.run(["podman", "rm", "--all", "--force", "--time", "0"],
+                                      stdout=subprocess.DEVNULL).returncode == 0, 60, "no container is left")
+    for directory in ("/mnt", "/userstorage1"):
+        for path in pathlib.Path(directory).iterdir():
+            shutil.rmtree(path) if path.is_dir() and not path.is_symlink() else path.unlink()
+    for path in pathlib.Path("/run").glob("Kx*"):
+        path.unlink()
+
+
 @dataclass
 class Answer:
     status: int

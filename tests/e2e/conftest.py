@@ -4,12 +4,9 @@ scripts/test-e2e runs them, in two sandboxes at once that share the tests. In ea
 device; the tests that need nothing special share one, and come first.
 """
 
-import os
 import pathlib
 import re
-import shutil
 import signal
-import subprocess
 import sys
 
 import pytest
@@ -63,22 +60,6 @@ def pytest_runtestloop(session):
     return True
 
 
-def clear_state():
-    """Leaves what a device has on its first start: no files, no containers, no Podman."""
-    while podman := kx.podman_service_pid():
-        os.kill(podman, signal.SIGKILL)
-        kx.wait_until(lambda: kx.podman_service_pid() != podman, 10, "Podman ends")
-    pathlib.Path(kx.PODMAN_SOCKET).unlink(missing_ok=True)
-    # A container that ends just now may be busy for a moment.
-    kx.wait_until(lambda: subprocess.run(["podman", "rm", "--all", "--force", "--time", "0"],
-                                         stdout=subprocess.DEVNULL).returncode == 0, 60, "no container is left")
-    for directory in ("/mnt", "/userstorage1"):
-        for path in pathlib.Path(directory).iterdir():
-            shutil.rmtree(path) if path.is_dir() and not path.is_symlink() else path.unlink()
-    for path in pathlib.Path("/run").glob("Kx*"):
-        path.unlink()
-
-
 def end(running, expected_status=0, number=signal.SIGTERM, ended=False):
     """Ends a run, unless it has ended; what holds for every run: its exit status, the form of its log, that no secret
     stands in it."""
@@ -117,7 +98,7 @@ class Programs:
 
     def share(self):
         if self.shared is None:
-            clear_state()
+            kx.clear_device()
             self.shared = self.start()
         return self.shared
 
@@ -148,7 +129,7 @@ def service(programs):
 def start_service(programs):
     """Programs.start on a fresh device."""
     programs.end_all()
-    clear_state()
+    kx.clear_device()
     yield programs.start
     programs.end_all()
 

@@ -78,7 +78,7 @@ def test_idle_connections_cost_no_threads(service):
     idle = [service.connect() for _ in range(500)]
     for connection in idle:
         assert service.request("GET", "/settings", connection=connection).status == 200
-    assert service.threads() <= before + 2
+    assert service.threads() <= before + 16  # as many as are kept when requests come slowly
     for connection in idle:
         connection.close()
     kx.wait_until(lambda: service.descriptors() < 100, 10, "closed connections give their descriptors back")

@@ -3,8 +3,6 @@
 import contextlib
 import os
 import pathlib
-import shutil
-import signal
 import subprocess
 import sys
 import time
@@ -31,41 +29,23 @@ class Device:
         self.log_number = 0
         ARCHIVE.parent.mkdir()
         kx.make_image()
-        self.make_archive()
-
-    def make_archive(self):
         kx.podman("run", "--name", "maker", "--network", "none", kx.IMAGE, "dd", "if=/dev/urandom", "of=/luggage", "bs=1M", "count=8")
         kx.podman("commit", "-q", "maker", TRAVELLER)
         kx.podman("rm", "maker")
         kx.podman("save", "-q", "-o", str(ARCHIVE), TRAVELLER)
         kx.podman("rmi", TRAVELLER)
 
-    def clear(self):
-        """Leaves what a device has on its first start: no files, no containers, no Podman."""
-        end_podman()
-        kx.podman("rm", "--all", "--force", "--time", "0")
-        for directory in ("/mnt", "/userstorage1"):
-            for path in pathlib.Path(directory).iterdir():
-                shutil.rmtree(path) if path.is_dir() and not path.is_symlink() else path.unlink()
-
     @contextlib.contextmanager
     def service(self, options=None, fresh=True, **keywords):
         """A running service, by default on a fresh device."""
         if fresh:
-            self.clear()
+            kx.clear_device()
         self.log_number += 1
         log = ARCHIVE.parent / f"service-{self.log_number}.log"
         options = {"Log.Level": 2, "WebApi.Port": 0, **(options or {})}
         with kx.Service(self.program, log, options, **keywords) as running:
             yield running.wait_ready(60)
         log.unlink()
-
-
-def end_podman():
-    while podman := kx.podman_service_pid():
-        os.kill(podman, signal.SIGKILL)
-        kx.wait_until(lambda: kx.podman_service_pid() != podman, 10, "Podman ends")
-    pathlib.Path(kx.PODMAN_SOCKET).unlink(missing_ok=True)
 
 
 def is_up(running):
@@ -110,10 +90,11 @@ def small_disk(path, size):
         subprocess.run(["umount", "-l", path], check=True)
 
 
-def fill(path):
-    """Takes all room that a file system has left; gives the file that holds it."""
+def fill(path, leave):
+    """Takes all room that a file system has, but for what is to be left; gives the file that holds it."""
     hog = path / "hog"
     with open(hog, "wb", buffering=0) as file, contextlib.suppress(OSError):
         while True:
             file.write(bytes(4096))
+    os.truncate(hog, hog.stat().st_size - leave)
     return hog

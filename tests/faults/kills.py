@@ -85,51 +85,46 @@ def in_rounds(fault, device, rounds, check, kill):
     fault.times = rounds
 
 
-def settings_value(document):
-    return (document["tcp_port"], document.get("note") == BALLAST["note"], document.get("enabled"))
+def kill_file_change(fault, device, rounds, path, subject, held_in, told_by, values, change):
+    """Kills the service in the middle of changes of a file. `held_in` gives the value in the file and whether the rest of it
+    is whole, `told_by` the value that the service tells, `values` what to change the held value to, and back, and so on."""
+    half_done = 0
 
+    def held():
+        return held_in(json.loads(path.read_text()))[0]
 
-def change_settings(running, value, connection):
-    return running.request("PATCH", "/settings", {"tcp_port": value}, connection=connection)
+    def check(running):
+        fault.expect(told_by(running) == held(), f"the service tells {told_by(running)}, the file holds {held()}")
+        answer = change(running, held(), None)
+        fault.expect(answer.status == 200, f"no more changes: {answer.status}")
+
+    def kill(running):
+        nonlocal half_done
+        before = held()
+        old, new = kill_while_writing(fault, running, before, values(before), change)
+        half_done += bool(strangers(path))
+        judge(fault, path, held_in, [(old, True), (new, True)])
+
+    in_rounds(fault, device, rounds, check, kill)
+    fault.expect(not list(path.parent.glob("*.broken-*")), f"{subject} was found broken")
+    fault.notes.append(f"{half_done} times the new file was half done")
 
 
 def kill_settings(fault, device, rounds):
     SETTINGS.parent.mkdir(parents=True)
     SETTINGS.write_text(json.dumps({**BALLAST, "enabled": True, "tcp_port": 2376}))
-    value, half_done = 3000, 0
 
-    def check(running):
-        held = json.loads(SETTINGS.read_text())["tcp_port"]
-        told = running.request("GET", "/settings").json()["tcp_port"]
-        fault.expect(told == held, f"the settings read {told}, the file holds {held}")
-        fault.expect(running.request("PATCH", "/settings", {"tcp_port": held}).status == 200, "no more changes")
-        fault.expect(not strangers(SETTINGS), "a temporary file stays after the next write")
+    def held_in(document):
+        return document.pop("tcp_port"), {**BALLAST, "enabled": True}.items() <= document.items()
 
-    def kill(running):
-        nonlocal value, half_done
-        held = json.loads(SETTINGS.read_text())["tcp_port"]
-        old, new = kill_while_writing(fault, running, held, range(value, value + 1000), change_settings)
-        half_done += bool(strangers(SETTINGS))
-        judge(fault, SETTINGS, settings_value, [(old, True, True), (new, True, True)])
-        value = new + 1
+    def change(running, value, connection):
+        answer = running.request("PATCH", "/settings", {"tcp_port": value}, connection=connection)
+        fault.expect(connection or not strangers(SETTINGS), "a temporary file stays after the next write")
+        return answer
 
-    in_rounds(fault, device, rounds, check, kill)
-    fault.expect(not list(SETTINGS.parent.glob("*.broken-*")), "a settings file was found broken")
-    fault.notes.append(f"{half_done} times the new file was half done")
-
-
-def change_plugin(running, value, connection):
-    return running.request("PUT", "/plugins/subject/activate?pluginVersion=2.1", {"activate": value}, connection=connection)
-
-
-def plugin_value(document):
-    entries = document["deactivated"]
-    others = [entry for entry in entries if entry["name"] != "subject"]
-    return ({"name": "subject", "version": "2.1"} not in entries, others == OTHER_PLUGINS, len(entries) - len(others) <= 1)
-
-
-def is_active():
-    return plugin_value(json.loads(PLUGIN_CONFIG.read_text()))[0]
+    kill_file_change(fault, device, rounds, SETTINGS, "a settings file", held_in,
+                     lambda running: running.request("GET", "/settings").json()["tcp_port"],
+                     lambda held: range(held + 1, held + 1000), change)
 
 
 def kill_plugin_change(fault, device, rounds):
@@ -137,23 +132,21 @@ def kill_plugin_change(fault, device, rounds):
     PLUGIN_CONFIG.write_text(json.dumps({"deactivated": OTHER_PLUGINS}))
     plugin = PLUGINS / "subject_2.1.crp"
     plugin.write_text("plugin")
-    half_done = 0
+    entry = {"name": "subject", "version": "2.1"}
 
-    def check(running):
-        listed = running.request("GET", "/plugins").json()["plugins"]
-        fault.expect([entry["isDeactivated"] for entry in listed] == [not is_active()], "the list differs from the file")
+    def held_in(document):
+        entries = document["deactivated"]
+        own = [one for one in entries if one["name"] == "subject"]
+        return not own, own in ([], [entry]) and [one for one in entries if one["name"] != "subject"] == OTHER_PLUGINS
 
-    def kill(running):
-        nonlocal half_done
-        active = is_active()
-        values = [active, *[not active, active] * 500]  # the first one changes nothing and shows that all is well
-        old, new = kill_while_writing(fault, running, active, values, change_plugin)
-        half_done += bool(strangers(PLUGIN_CONFIG))
-        judge(fault, PLUGIN_CONFIG, plugin_value, [(old, True, True), (new, True, True)])
+    def change(running, value, connection):
+        return running.request("PUT", "/plugins/subject/activate?pluginVersion=2.1", {"activate": value}, connection=connection)
 
-    in_rounds(fault, device, rounds, check, kill)
+    kill_file_change(fault, device, rounds, PLUGIN_CONFIG, "the plugins' file", held_in,
+                     lambda running: not running.request("GET", "/plugins").json()["plugins"][0]["isDeactivated"],
+                     lambda active: [active, *[not active, active] * 500],  # the first changes nothing and shows that all is well
+                     change)
     fault.expect(plugin.read_text() == "plugin", "the plugin itself changed")
-    fault.notes.append(f"{half_done} times the new file was half done")
 
 
 def kill_upload(fault, device, rounds):
@@ -189,5 +182,5 @@ def kill_upload(fault, device, rounds):
 def run(device, report, plan):
     for what, act in (("a settings write", kill_settings), ("a plugin change", kill_plugin_change), ("an upload", kill_upload)):
         with report.fault(f"service killed with -9 during {what}") as fault, fault.guarded():
-            device.clear()
+            kx.clear_device()
             act(fault, device, plan.rounds)

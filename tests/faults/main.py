@@ -51,7 +51,7 @@ def main():
     for name, group in GROUPS.items():
         if not arguments.only or name in arguments.only:
             group.run(device, report, plan)
-    print("\n" + report.text())
+    print("\n" + report.markdown())
     if arguments.markdown:
         arguments.markdown.write_text(report.markdown())
     sys.exit(1 if report.has_losses() else 0)

@@ -11,26 +11,12 @@ import time
 import websockets
 from device import COMPOSE, COUNTER, IMAGES, TRAVELLER, kx, measure_recovery, upload_image, upload_text
 
-
 FROZEN_SECONDS = 1
 
 
-def create(name, *command):
-    kx.podman("rm", "--force", "--time", "0", "--ignore", name)
-    kx.podman("create", "--name", name, "--network", "none", kx.IMAGE, *command)
-
-
-def make_startable(_):
-    create("subject", "sleep", "1000")
-
-
-def make_running(_):
-    create("subject", "sleep", "1000")
-    kx.podman("start", "subject")
-
-
-def make_uploadable(_):
-    kx.podman("rmi", "--force", "--ignore", TRAVELLER)
+def make_subject(*how):
+    kx.podman("rm", "--force", "--time", "0", "--ignore", "subject")
+    kx.podman(*how, "--name", "subject", "--network", "none", kx.IMAGE, "sleep", "1000")
 
 
 def make_compose_file(running):
@@ -38,18 +24,14 @@ def make_compose_file(running):
     upload_text(running, "compose-files", "subject.yml", COMPOSE)
 
 
-def nothing(_):
-    pass
-
-
 # kind: how it is set up, the request, its statuses when all is well, the statuses of asking again afterwards
 REQUESTS = {
-    "list of containers": (nothing, lambda s: s.request("GET", "/containers?all=true"), {200}, {200}),
-    "start": (make_startable, lambda s: s.request("POST", "/containers/subject/start"), {204}, {204, 304}),
-    "stop": (make_running, lambda s: s.request("POST", "/containers/subject/stop?timeout=0"), {204}, {204, 304}),
-    "delete": (make_startable, lambda s: s.request("DELETE", "/containers/subject?force=true"), {204}, {204, 404}),
-    "list of images": (nothing, lambda s: s.request("GET", "/images"), {200}, {200}),
-    "upload and load of an image": (make_uploadable, upload_image, {204}, {204}),
+    "list of containers": (lambda _: None, lambda s: s.request("GET", "/containers?all=true"), {200}, {200}),
+    "start": (lambda _: make_subject("create"), lambda s: s.request("POST", "/containers/subject/start"), {204}, {204, 304}),
+    "stop": (lambda _: make_subject("run", "-d"), lambda s: s.request("POST", "/containers/subject/stop?timeout=0"), {204}, {204, 304}),
+    "delete": (lambda _: make_subject("create"), lambda s: s.request("DELETE", "/containers/subject?force=true"), {204}, {204, 404}),
+    "list of images": (lambda _: None, lambda s: s.request("GET", "/images"), {200}, {200}),
+    "upload and load of an image": (lambda _: kx.podman("rmi", "--force", "--ignore", TRAVELLER), upload_image, {204}, {204}),
     "compose command": (make_compose_file, lambda s: s.request("POST", "/compose-files/subject.yml/containers/create", timeout=120),
                         {201}, {200, 201}),
 }
@@ -164,29 +146,19 @@ def whole_life(fault, device):
         fault.expect(running.stop() == 0, "ended with an error\n" + running.log()[-2000:])
 
 
-def run_requests(device, report, plan):
-    for kind in REQUESTS:
-        for what, act in (("killed", kill_during), ("frozen", freeze_during)):
-            with report.fault(f"Podman {what} during {kind}") as fault, whole_life(fault, device) as running:
-                for number in range(plan.podman_rounds):
-                    with fault.guarded():
-                        act(fault, running, kind, number)
-                fault.times = plan.podman_rounds
-
-
-def run_streams(device, report, plan):
-    for what, stream in (("killed", stream_killed), ("frozen", stream_frozen)):
-        with report.fault(f"Podman {what} under a log stream") as fault, whole_life(fault, device) as running:
-            kx.podman("run", "-d", "--name", "counter", "--network", "none", kx.IMAGE, "/bin/sh", "-c", COUNTER)
-            for _ in range(plan.podman_rounds):
-                with fault.guarded():
-                    asyncio.run(stream(fault, running))
-            fault.times = plan.podman_rounds
-
-
 def run(device, report, plan):
-    run_requests(device, report, plan)
-    run_streams(device, report, plan)
+    whats = [(f"Podman {what} during {kind}", lambda fault, running, number, act=act, kind=kind: act(fault, running, kind, number))
+             for kind in REQUESTS for what, act in (("killed", kill_during), ("frozen", freeze_during))]
+    whats += [(f"Podman {what} under a log stream", lambda fault, running, _, stream=stream: asyncio.run(stream(fault, running)))
+              for what, stream in (("killed", stream_killed), ("frozen", stream_frozen))]
+    for what, act in whats:
+        with report.fault(what) as fault, whole_life(fault, device) as running:
+            if "stream" in what:
+                kx.podman("run", "-d", "--name", "counter", "--network", "none", kx.IMAGE, "/bin/sh", "-c", COUNTER)
+            for number in range(plan.podman_rounds):
+                with fault.guarded():
+                    act(fault, running, number)
+            fault.times = plan.podman_rounds
     if not plan.quick:
         with report.fault("Podman frozen for good during a compose command") as fault, whole_life(fault, device) as running:
             make_compose_file(running)

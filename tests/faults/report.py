@@ -30,9 +30,9 @@ class Fault:
         self.recoveries.append(seconds)
 
     @contextlib.contextmanager
-    def guarded(self):
-        """One time of this fault: whatever goes wrong in it is a loss, and the next one goes on."""
-        self.times += 1
+    def guarded(self, times=1):
+        """One time of this fault, or many at once: whatever goes wrong in it is a loss, and the next one goes on."""
+        self.times += times
         try:
             yield
         except Exception as error:  # not only assertions: a service that hangs shows as a timeout of the client
@@ -66,11 +66,6 @@ class Report:
 
     def has_losses(self):
         return any(fault.lost for fault in self.faults)
-
-    def text(self):
-        rows = [self.HEADS, *(fault.cells() for fault in self.faults)]
-        widths = [max(len(row[column]) for row in rows) for column in range(len(self.HEADS))]
-        return "\n".join("  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip() for row in rows)
 
     def markdown(self):
         rows = [self.HEADS, ("---",) * len(self.HEADS), *(fault.cells() for fault in self.faults)]

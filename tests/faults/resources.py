@@ -4,7 +4,6 @@ import asyncio
 import concurrent.futures
 import contextlib
 import http.client
-import json
 import os
 import pathlib
 import random
@@ -140,65 +139,53 @@ def run_limits(device, report, plan):
         fault.notes.append(f"the process lived through {lived} and was started again after {fault.times - lived}")
 
 
-def fill_settings_disk(fault, device):
-    device.clear()
-    with small_disk(CONFIG_DIR, "128k"), device.service(fresh=False) as running:
-        fault.expect(running.request("PATCH", "/settings", {"tcp_port": 3000}).status == 200, "settings before")
-        before = SETTINGS.read_bytes()
-        hog = fill(CONFIG_DIR)
-        answer = running.request("PATCH", "/settings", {"tcp_port": 3001})
-        fault.expect((answer.status, answer.detail()) == (500, "Failed to write settings file"), f"{answer.status} {answer.body}")
-        fault.expect(SETTINGS.read_bytes() == before, "the settings file changed")
-        fault.expect(running.request("GET", "/settings").json()["tcp_port"] == 3000, "the service believes what was not written")
-        fault.expect([path.name for path in CONFIG_DIR.glob(".*")] == [], "a temporary file stays")
+def change_settings(running, number):
+    answer = running.request("PATCH", "/settings", {"tcp_port": 3000 + number})
+    return answer.status == 200, answer.status == 500 and answer.detail() == "Failed to write settings file"
+
+
+def change_plugin(running, number):
+    upload_text(running, "plugins", f"subject_{number}.crp", "")  # an empty file still has room
+    status = running.request("PUT", f"/plugins/subject/activate?pluginVersion={number}", {"activate": False}).status
+    return status == 200, status == 500
+
+
+def change_images(running, number):
+    answer = upload_image(running, f"traveller{number}.tar")
+    return answer.status == 204, answer.status == 500 and answer.detail() == "Upload failed"
+
+
+def fill_disk(fault, path, size, file, change, device):
+    """A change while the disk is full fails and leaves the file as it was; one after it is made."""
+    kx.clear_device()
+    with small_disk(path, size), device.service(fresh=False) as running:
+        fault.expect(change(running, 0)[0], "a change before")
+        before = file and file.read_bytes()
+        hog = fill(path, leave=0 if file else 2 * MIB)
+        fault.expect(change(running, 1)[1], "a change that could not be written")
+        fault.expect(file is None or file.read_bytes() == before, "the file changed")
+        if file == SETTINGS:
+            fault.expect(running.request("GET", "/settings").json()["tcp_port"] == 3000, "the service believes what was not written")
+        fault.expect([entry.name for entry in path.glob(".*")] == [], "a temporary file stays")
         begin = time.monotonic()
         hog.unlink()
-        fault.expect(running.request("PATCH", "/settings", {"tcp_port": 3001}).status == 200, "settings after")
+        fault.expect(change(running, 1)[0], "a change after")
         fault.recovered(time.monotonic() - begin)
+        fault.expect(file or not list(IMAGES.iterdir()), "files stay")
         fault.expect(running.stop() == 0, "ended with an error")
 
 
-def fill_plugin_disk(fault, device):
-    device.clear()
-    with small_disk(PLUGINS, "128k"), device.service(fresh=False) as running:
-        fault.expect(upload_text(running, "plugins", "subject_1.crp", "plugin").status == 200, "upload before")
-        PLUGIN_CONFIG.write_text(json.dumps({"deactivated": [{"name": "other", "version": "1"}]}))
-        before = PLUGIN_CONFIG.read_bytes()
-        hog = fill(PLUGINS)
-        change = lambda: running.request("PUT", "/plugins/subject/activate?pluginVersion=1", {"activate": False})  # noqa: E731
-        fault.expect(change().status == 500, "a change that was not written")
-        fault.expect(PLUGIN_CONFIG.read_bytes() == before, "the plugin file changed")
-        fault.expect(upload_text(running, "plugins", "new_1.crp", "x" * 8192).status == 500, "an upload that was not written")
-        begin = time.monotonic()
-        hog.unlink()
-        fault.expect(change().status == 200, "change after")
-        fault.recovered(time.monotonic() - begin)
-        fault.expect(len(json.loads(PLUGIN_CONFIG.read_text())["deactivated"]) == 2, "an entry was lost")
-        fault.expect(running.stop() == 0, "ended with an error")
-
-
-def fill_image_disk(fault, device):
-    device.clear()
-    with small_disk(IMAGES, f"{ARCHIVE.stat().st_size + MIB}"), device.service(fresh=False) as running:
-        hog = IMAGES / "hog"
-        hog.write_bytes(bytes(2 * MIB))
-        answer = upload_image(running)
-        fault.expect(answer.status == 500, f"upload on a full disk: {answer.status}")
-        begin = time.monotonic()
-        hog.unlink()
-        answer = upload_image(running)
-        fault.recovered(time.monotonic() - begin)
-        fault.expect(answer.status == 204, f"upload after: {answer.status} {answer.body[:200]}")
-        fault.expect(not list(IMAGES.iterdir()), "files stay")
-        fault.expect(running.stop() == 0, "ended with an error")
+DISKS = {"the settings": (CONFIG_DIR, "128k", SETTINGS, change_settings),
+         "the plugins": (PLUGINS, "128k", PLUGIN_CONFIG, change_plugin),
+         "the images": (IMAGES, "16M", None, change_images)}
 
 
 def run_disks(device, report, plan):
-    for what, act in (("the settings", fill_settings_disk), ("the plugins", fill_plugin_disk), ("the images", fill_image_disk)):
+    for what, disk in DISKS.items():
         with report.fault(f"disk full under {what}") as fault:
             for _ in range(1 if plan.quick else 10):
                 with fault.guarded():
-                    act(fault, device)
+                    fill_disk(fault, *disk, device)
 
 
 def step_clock(fault, running, clock, seconds):

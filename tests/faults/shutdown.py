@@ -30,21 +30,19 @@ def in_background(work):
     return thread
 
 
-def follow_log(running, closings):
+def follow_log(running):
     async def read():
         async with follow(running, "counter") as stream:
-            _, ended = await read_until(stream, 60)
-            if ended:
-                closings.append(stream.close_code)
+            await read_until(stream, 60)
 
     asyncio.run(read())
 
 
-def keep_busy(running, closings):
+def keep_busy(running):
     """One of everything that takes long, and many of what is cheap."""
     upload_text(running, "compose-files", "busy.yml", COMPOSE)
     before = running.descriptors()
-    threads = [in_background(lambda: follow_log(running, closings)) for _ in range(STREAMS)]
+    threads = [in_background(lambda: follow_log(running)) for _ in range(STREAMS)]
     kx.wait_until(lambda: running.descriptors() >= before + 2 * STREAMS - 2, 30,  # the upload's may still have counted
                   "each stream has its client and its Podman")
     threads += [in_background(work) for work in (
@@ -62,8 +60,7 @@ def end_in_the_middle(fault, device, is_frozen, delay):
         kx.podman("run", "-d", "--name", "counter", "--network", "none", kx.IMAGE, "/bin/sh", "-c", COUNTER)
         kx.podman("run", "-d", "--name", "stubborn", "--network", "none", kx.IMAGE, "/bin/sh", "-c", "trap '' TERM; while :; do sleep 0.1; done")
         container = int(kx.podman("inspect", "-f", "{{.State.Pid}}", "counter"))
-        closings = []
-        threads, sockets = keep_busy(running, closings)
+        threads, sockets = keep_busy(running)
         time.sleep(delay)
         if is_frozen:
             frozen = kx.frozen_podman()
