@@ -33,7 +33,7 @@ class Way:
 
 
 WAYS = [Way(tls=False, warm_up_rounds=3, rounds=9, upload=9, streams=11, peak=20),
-        Way(tls=True, warm_up_rounds=2, rounds=3, upload=11, streams=13, peak=28)]
+        Way(tls=True, warm_up_rounds=2, rounds=3, upload=12, streams=17, peak=28)]
 
 # Each thread keeps freed memory for itself, at most a few hundred KiB, and fills up slowly. Such a gain says nothing, and
 # one as large could hide a leak: while growth is judged, threads keep none (glibc's manual, Memory Allocation Tunables).
