@@ -107,9 +107,10 @@ bool replaceFile(const std::string& path, std::string_view contents, mode_t mode
         const UniqueFd file = openLocked(directory.get(), temporaryName, directoryPath + temporaryName);
         if (!fillAndSync(file.get(), contents, mode) ||
             ::renameat(directory.get(), temporaryName.c_str(), directory.get(), name.c_str()) != 0) {
-            const std::system_error failure = failedTo("write", path);
+            const int number = errno;
             ::unlinkat(directory.get(), temporaryName.c_str(), 0);
-            throw failure;
+            errno = number;
+            throw failedTo("write", path);
         }
         // Some file systems cannot sync a directory and say EINVAL; there is nothing more to be done on them.
         if (::fsync(directory.get()) != 0 && errno != EINVAL) {

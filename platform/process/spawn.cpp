@@ -54,6 +54,7 @@ public:
 /// Pointers into `texts`, ended by a null pointer, as execve(2) takes them.
 std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (const std::string& text : texts) {
         pointers.push_back(const_cast<char*>(text.c_str()));
     }

@@ -62,11 +62,9 @@ struct AnswerBody {
 
     private:
         void take(std::string_view bytes) {
-            if (value.sink == nullptr) {
-                value.kept.append(bytes);
-            } else if (header.result_int() / 100 == 2) {
+            if (value.sink != nullptr && header.result_int() / 100 == 2) {
                 value.sink->take(bytes);
-            } else if (value.kept.size() < READ_SIZE) {
+            } else if (value.sink == nullptr || value.kept.size() < READ_SIZE) {
                 value.kept.append(bytes);
             }
         }
