@@ -151,10 +151,11 @@ FrameReader::Event FrameReader::endMessage() {
     if (inMessage) {
         return Event::none;
     }
-    given = std::exchange(message, {});
+    std::string whole = std::exchange(message, {});
     if (!isText) {
         return Event::none;
     }
+    given = std::move(whole);
     return isUtf8(given) ? Event::message : breakOff(CLOSE_INVALID_TEXT);
 }
 
