@@ -27,7 +27,6 @@ struct Limits {
     Milliseconds uploadWait{30'000};        ///< for a free upload thread
     std::size_t uploadBuffer = 256 * 1024;  ///< bytes read at once, the largest chunk
 
-    std::size_t streamQueue = 256 * 1024;   ///< bytes that wait to be sent before sendText blocks
     std::size_t clientMessage = 64 * 1024;  ///< bytes of a message that a client sends
     Milliseconds pingAfter{20'000};
     Milliseconds pongWithin{20'000};
