@@ -1,7 +1,6 @@
 #include "platform/web_api/http/header_parameters.h"
 
 #include <algorithm>
-#include <boost/beast/core/string.hpp>
 
 #include "platform/common/text.h"
 
@@ -9,15 +8,23 @@ namespace KxNTamberWebApi {
 
 using KxNCommon::trim;
 
+namespace {
+
+constexpr char lowerCase(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
+}
+
+}  // namespace
+
 std::string toLowerCase(std::string_view text) {
     std::string lower(text);
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; });
+    std::ranges::transform(lower, lower.begin(), lowerCase);
     return lower;
 }
 
+// Not boost::beast::iequals: up to 1.81 it reads one character behind the end of both.
 bool equalsIgnoringCase(std::string_view left, std::string_view right) {
-    return boost::beast::iequals(left, right);
+    return std::ranges::equal(left, right, {}, lowerCase, lowerCase);
 }
 
 HeaderParameters::HeaderParameters(std::string_view field) {
