@@ -25,7 +25,7 @@ struct Limits {
     std::size_t requestThreads = 256;  ///< the most that pressure adds up to
     std::size_t uploadThreads = 8;
     Milliseconds uploadWait{30'000};        ///< for a free upload thread
-    std::size_t uploadBuffer = 256 * 1024;  ///< bytes read at once, the largest chunk
+    std::size_t uploadBuffer = 768 * 1024;  ///< bytes read at once, the largest chunk
 
     std::size_t clientMessage = 64 * 1024;  ///< bytes of a message that a client sends
     Milliseconds pingAfter{20'000};

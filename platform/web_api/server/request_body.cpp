@@ -27,10 +27,16 @@ RequestBody::Piece RequestBody::next(std::span<char> room) {
         return piece;
     }
     if (!decoder.isChunked()) {
-        const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(room.size(), remaining()));
-        const KxNNet::Step step = stream.tryRead(room.first(size));
-        decoder.tookDirectly(step.size);
-        return {step.outcome, {room.data(), step.size}, {}};
+        // All that is there: a file is written faster in few large pieces, and TLS gives a record at a time.
+        const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(room.size(), remaining()));
+        std::size_t size = 0;
+        KxNNet::Step step;
+        do {
+            step = stream.tryRead(room.subspan(size, wanted - size));
+            size += step.size;
+        } while (step.outcome == Outcome::done && size < wanted);
+        decoder.tookDirectly(size);
+        return {size > 0 ? Outcome::done : step.outcome, {room.data(), size}, {}};
     }
     const std::span<char> more = buffered.prepare();
     if (more.empty()) {
