@@ -3,7 +3,9 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "KxJsonFwd.h"
@@ -35,6 +37,42 @@ namespace KxNContainer {
 struct PodmanReply {
     std::string body;         ///< as Podman sent it; the reason when Podman could not be reached
     std::int32_t status = 0;  ///< HTTP status; 503 when Podman could not be reached
+};
+
+/// A line that a container wrote, or a piece of one: what keeps the log cuts lines of more than a few KiB.
+struct KxSLogEntry {
+    std::int64_t time;      ///< nanoseconds since the Unix epoch
+    bool isError;           ///< from standard error; from standard output otherwise
+    std::string_view text;  ///< valid UTF-8; ends with a newline exactly when the line ends here
+};
+
+/// Where the entries of a log are to begin.
+struct KxSLogBegin {
+    std::optional<std::uint64_t> tail;  ///< so many lines of those that are there already; none for all
+    std::optional<std::int64_t> since;  ///< lines that begin then or later, in seconds since the Unix epoch
+    std::string cursor;                 ///< goes on behind this place; `tail` and `since` then count for nothing
+};
+
+/// Takes the entries of a container's log as they come, on the thread that called `FollowLogEntries`. What it is given
+/// is valid during the call. The operations may wait, for a client that reads slowly for instance: meanwhile nothing is
+/// read. Each gives false to end the following. They may throw: that ends it too, with status 503.
+///
+/// A cursor is a text for KxSLogBegin, of ASCII letters, digits and "-._~:;=", at most 500 bytes. It stands for the
+/// place behind everything that was given up to then. Who goes on at the last one that he has got misses nothing and
+/// gets nothing twice, or is told of a gap first.
+class KxCLogEntrySink {
+public:
+    enum State : int { RUNNING = 0, EXITED = 1, REMOVED = 2 };
+
+    virtual ~KxCLogEntrySink() = default;
+    /// At least one entry, in the order of the log, at most 64 KiB of text.
+    virtual bool takeEntries(const std::vector<KxSLogEntry>& entries, const std::string& cursor) = 0;
+    /// Here something of the log could not be read any more. `bytes` of it, none where that is not known.
+    virtual bool takeGap(const std::optional<std::uint64_t>& bytes, const std::string& reason,
+                         const std::string& cursor) = 0;
+    /// The container's state: first of all, and when it has changed. `exitCode` is 0 unless it has exited. What it
+    /// wrote before it exited or was removed has been given before.
+    virtual bool takeState(State state, std::int32_t exitCode) = 0;
 };
 
 /// The one entry point of the library. Unless an operation says otherwise it may be called from any thread, any number
@@ -105,6 +143,19 @@ public:
                                     const std::vector<std::string>& headers, KxCErrorListPool& pool,
                                     std::shared_ptr<KxSLogStreamSession> session,
                                     KxNTamberWebApi::KxCWebSocket* socket);
+
+    /// Gives the log of the container `containerName` (a name or an id) to `sink` from `begin` on, and goes on over
+    /// ends and starts of the container and of Podman, until the container is removed, the session is ended
+    /// (`LogStreamCloseHandler` or `Stop`) or the sink gives false. Then the status is 200. Otherwise it is Podman's
+    /// when the container is not known, 400 for a cursor that is none, 503 with the reason when Podman or the log
+    /// cannot be reached; the sink has then been called for nothing but, maybe, what was there before. A container
+    /// whose driver keeps no log that can be read here gives a gap without bytes, and its states. Blocks the calling
+    /// thread.
+    PodmanReply FollowLogEntries(const std::string& containerName, const KxSLogBegin& begin, KxCLogEntrySink& sink,
+                                 std::shared_ptr<KxSLogStreamSession> session);
+
+    /// Whether `text` has the form of a cursor, so that a client can be refused early.
+    static bool IsLogCursor(const std::string& text);
 
     /// Forgets the session of `socket`. When it returns, the library does not touch the socket any more: the close
     /// handler finds sessions under the same lock and never keeps the socket.
