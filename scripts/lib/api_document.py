@@ -29,7 +29,7 @@ server itself:
 |---|---|---|
 | 400 | BadRequest | the request, a path parameter, a query parameter or the JSON text is malformed |
 | 401 | Unauthorized | no token and no client certificate, or a wrong one |
-| 403 | Forbidden | the Origin is foreign and there is no token; with `Auth = none` a foreign Host, too |
+| 403 | Forbidden | the role does not suffice ("The role 'viewer' may not do this"); or the Origin is foreign and there is no token; with `Auth = none` a foreign Host, too |
 | 404, 405 | NotFound, MethodNotAllowed | no such path, or not with this method (`Allow` says which) |
 | 408, 414, 431 | RequestTimeout, UriTooLong, RequestHeaderFieldsTooLarge | the header block is late, or too large |
 | 413, 415 | ContentTooLarge, UnsupportedMediaType | the body is too large, or of another type |

@@ -24,13 +24,13 @@ def test_without_the_token_nothing_is_answered(service):
 
 def test_every_change_and_refusal_leaves_one_audit_line(service):
     for method, path, body, token, status, expected in [
-            ("PATCH", "/settings", {"tcp_port": 4711}, True, 200, "identity=token method=PATCH route=/settings name=-"),
-            ("POST", "/containers/ghost/start", None, True, 404,
-             "identity=token method=POST route=/containers/{name}/start name=ghost"),
-            ("DELETE", "/compose-files/", None, True, 400, "identity=token method=DELETE route=/compose-files/{name} name=-"),
-            ("GET", "/settings", None, False, 401, "identity=none method=GET route=/settings name=-"),
-            ("DELETE", "/containers/web", None, False, 401, "identity=none method=DELETE route=/containers/{name} name=web"),
+            ("PATCH", "/settings", {"tcp_port": 4711}, True, 200, "method=PATCH route=/settings name=-"),
+            ("POST", "/containers/ghost/start", None, True, 404, "method=POST route=/containers/{name}/start name=ghost"),
+            ("DELETE", "/compose-files/", None, True, 400, "method=DELETE route=/compose-files/{name} name=-"),
+            ("GET", "/settings", None, False, 401, "method=GET route=/settings name=-"),
+            ("DELETE", "/containers/web", None, False, 401, "method=DELETE route=/containers/{name} name=web"),
             ("GET", "/settings", None, True, 200, None)]:  # reading is not audited
+        who = "identity=token role=administrator" if token else "identity=none role=none"
         before = len(service.log())
         assert service.request(method, path, body, token=token).status == status
         if expected is None:
@@ -42,7 +42,7 @@ def test_every_change_and_refusal_leaves_one_audit_line(service):
 
         kx.wait_until(audit_lines, 5, f"an audit line of {method} {path}\n{service.log()[before:]}")
         (line,) = audit_lines()
-        assert expected in line and f"status={status} ms=" in line and "peer=127.0.0.1" in line
+        assert f"{who} {expected}" in line and f"status={status} ms=" in line and "peer=127.0.0.1" in line
 
 
 def test_secrets_stay_out_of_the_log(service):

@@ -66,13 +66,14 @@ TEST(Loopback, OnlyPagesFromThisServerAreItsOwn) {
 }
 
 TEST(Audit, NoValueCanForgeAFieldOrALine) {
-    EXPECT_EQ(makeAuditLine({"127.0.0.1:50000", "token", "DELETE", "/containers/{name}", "web", 204, 12}),
-              "Korvex Container Service: audit: peer=127.0.0.1:50000 identity=token method=DELETE "
-              "route=/containers/{name} name=web status=204 ms=12");
-    EXPECT_EQ(makeAuditLine({"::1", "CN=token", "GET", "", "a status=200\n\"b\"\\\x7f\xC3\xA9", 401, 0}),
-              "Korvex Container Service: audit: peer=::1 identity=\"CN=token\" method=GET route=- "
+    EXPECT_EQ(
+        makeAuditLine({"127.0.0.1:50000", "token", "administrator", "DELETE", "/containers/{name}", "web", 204, 12}),
+        "Korvex Container Service: audit: peer=127.0.0.1:50000 identity=token role=administrator method=DELETE "
+        "route=/containers/{name} name=web status=204 ms=12");
+    EXPECT_EQ(makeAuditLine({"::1", "CN=token", "viewer", "GET", "", "a status=200\n\"b\"\\\x7f\xC3\xA9", 401, 0}),
+              "Korvex Container Service: audit: peer=::1 identity=\"CN=token\" role=viewer method=GET route=- "
               "name=\"a status=200\\x0a\\\"b\\\"\\\\\\x7f\\xc3\\xa9\" status=401 ms=0");
-    EXPECT_THAT(makeAuditLine({"p", "none", "GET", "-", std::string(300, 'n'), 401, 0}),
+    EXPECT_THAT(makeAuditLine({"p", "none", "none", "GET", "-", std::string(300, 'n'), 401, 0}),
                 HasSubstr("route=\"-\" name=\"" + std::string(256, 'n') + "\"... status=401"));
 }
 

@@ -50,18 +50,36 @@ bool AccessRules::hasToken(const RequestHead& request) const {
 }
 
 std::optional<Answer> AccessRules::check(const RequestHead& request, const std::string& certificateSubject,
-                                         std::string& identity) const {
+                                         KxERole required, Caller& caller) const {
+    auto refusal = identify(request, certificateSubject, caller);
+    if (refusal && required == ROLE_NONE && refusal->status == 401) {
+        return std::nullopt;
+    }
+    if (!refusal && caller.role < required) {
+        return makeRefusal(403, "The role '" + std::string(roleName(caller.role)) + "' may not do this");
+    }
+    return refusal;
+}
+
+/// Finds out who sends a request; gives why that one does not get in, or null.
+std::optional<Answer> AccessRules::identify(const RequestHead& request, const std::string& certificateSubject,
+                                            Caller& caller) const {
     const bool hasCertificate = !certificateSubject.empty();
-    identity = hasCertificate ? certificateSubject : "none";
+    if (hasCertificate) {
+        caller.identity = certificateSubject;
+    }
     if (!verifier) {
-        return checkPage(request);
+        auto refusal = checkPage(request);
+        caller.role = refusal ? ROLE_NONE : ROLE_ADMINISTRATOR;
+        return refusal;
     }
     // A browser shows its user's certificate by itself, whatever page asks.
     if (hasCertificate && comesFromOwnPage(request)) {
+        caller.role = ROLE_ADMINISTRATOR;
         return std::nullopt;
     }
     if (hasToken(request)) {
-        identity = hasCertificate ? certificateSubject : "token";
+        caller = {ROLE_ADMINISTRATOR, hasCertificate ? certificateSubject : "token"};
         return std::nullopt;
     }
     return hasCertificate ? makeRefusal(403, FOREIGN_ORIGIN)

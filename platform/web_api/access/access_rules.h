@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/web_api/access/roles.h"
 #include "platform/web_api/access/token_file.h"
 #include "platform/web_api/http/answer.h"
 #include "platform/web_api/http/request_head.h"
@@ -18,12 +19,15 @@ public:
 
     bool needsToken() const { return verifier.has_value(); }
 
-    /// The refusal of a request, or null when it may come in; `identity` then says as whom. `certificateSubject` is
-    /// that of the client's verified certificate, empty when it has none. Any thread.
-    std::optional<Answer> check(const RequestHead& request, const std::string& certificateSubject,
-                                std::string& identity) const;
+    /// The refusal of a request, or null when it may come in and do what asks for the role `required`. `caller` says as
+    /// far as it is known who sends it, in both cases. `certificateSubject` is that of the client's verified
+    /// certificate, empty when it has none. Any thread.
+    std::optional<Answer> check(const RequestHead& request, const std::string& certificateSubject, KxERole required,
+                                Caller& caller) const;
 
 private:
+    std::optional<Answer> identify(const RequestHead& request, const std::string& certificateSubject,
+                                   Caller& caller) const;
     bool hasToken(const RequestHead& request) const;
 
     std::optional<TokenVerifier> verifier;

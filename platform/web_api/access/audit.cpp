@@ -54,6 +54,7 @@ std::string makeAuditLine(const AuditRecord& record) {
     std::string line = "Korvex Container Service: audit:";
     appendField(line, "peer", record.peer);
     appendField(line, "identity", record.identity);
+    appendField(line, "role", record.role);
     appendField(line, "method", record.method);
     appendField(line, "route", record.route);
     appendField(line, "name", record.name);

@@ -11,6 +11,7 @@ namespace KxNTamberWebApi {
 struct AuditRecord {
     std::string_view peer;      ///< address of the client
     std::string_view identity;  ///< "token", the subject of the client's certificate, or "none"
+    std::string_view role;      ///< of that identity
     std::string_view method;
     std::string_view route;  ///< of the endpoint, with its placeholders; empty when no endpoint was found
     std::string_view name;   ///< decoded path parameter "name", or that of an uploaded file; empty when there is none

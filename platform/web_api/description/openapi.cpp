@@ -26,7 +26,8 @@ struct LibraryAnswer {
 constexpr std::array LIBRARY_ANSWERS = {
     LibraryAnswer{400, LibraryAnswer::always, "The request is malformed: see the detail"},
     LibraryAnswer{401, LibraryAnswer::withToken, "Neither a valid token nor a client certificate was presented"},
-    LibraryAnswer{403, LibraryAnswer::always, "The request comes from a foreign page or names a foreign host"},
+    LibraryAnswer{403, LibraryAnswer::always,
+                  "The role does not suffice, or the request comes from a foreign page or names a foreign host"},
     LibraryAnswer{408, LibraryAnswer::withBody, "The body made no progress for too long"},
     LibraryAnswer{413, LibraryAnswer::withBody, "The body is larger than the server takes"},
     LibraryAnswer{415, LibraryAnswer::withJsonBody, "The body is not application/json"},

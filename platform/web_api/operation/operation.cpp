@@ -9,10 +9,11 @@ namespace KxNTamberWebApi {
 
 namespace {
 
-bool tryOperation(KxCHandler& handler, const KxSTamberWebApiEndpoint* endpoint, const KxNJson::json* content,
-                  const KxSTamberWebApiParameterValue* const* values, KxCResponse::State& state) {
+bool tryOperation(KxCHandler& handler, const KxSTamberWebApiEndpoint* endpoint, const Caller& caller,
+                  const KxNJson::json* content, const KxSTamberWebApiParameterValue* const* values,
+                  KxCResponse::State& state) {
     KxCErrorListPool pool;
-    KxCRequest request(endpoint);
+    KxCRequest request(endpoint, caller.role, caller.identity.c_str());
     const KxSBody body{content};
     KxCResponse response(state);
     try {
@@ -45,14 +46,14 @@ Answer makeDetachedRefusal() {
 }
 
 void callOperation(const std::shared_ptr<KxCHandler::Registration>& registration,
-                   const KxSTamberWebApiEndpoint* endpoint, const KxNJson::json* content,
+                   const KxSTamberWebApiEndpoint* endpoint, const Caller& caller, const KxNJson::json* content,
                    const KxSTamberWebApiParameterValue* const* values, KxCResponse::State& state) {
     const HandlerUse use(registration);
     if (use.handler() == nullptr) {
         state.answer = makeDetachedRefusal();
         return;
     }
-    if (!tryOperation(*use.handler(), endpoint, content, values, state)) {
+    if (!tryOperation(*use.handler(), endpoint, caller, content, values, state)) {
         state.switchesToStream = false;
         state.answer = makeRefusal(500, "Internal error");
     }

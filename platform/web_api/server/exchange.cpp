@@ -88,7 +88,9 @@ Next examine(Exchange& exchange, std::string_view head, RequestBuffer& readAhead
     exchange.keepsConnection = exchange.parser.keep_alive();
     exchange.body.emplace(exchange.parser, readAhead, stream);
     core.router->route(request.method_string(), request.target(), exchange.match);  // for the audit line, too
-    if (auto refusal = core.access->check(request, subject, exchange.identity)) {
+    const KxSTamberWebApiEndpoint* const endpoint = exchange.match.endpoint;
+    const KxERole required = endpoint != nullptr ? requiredRole(endpoint->operationId) : ROLE_VIEWER;
+    if (auto refusal = core.access->check(request, subject, required, exchange.caller)) {
         exchange.response.answer = std::move(*refusal);
         return Next::answer;
     }
@@ -104,7 +106,8 @@ void writeAuditLine(const Exchange& exchange, const std::string& peer) {
     }
     AuditRecord record;
     record.peer = peer;
-    record.identity = exchange.identity;
+    record.identity = exchange.caller.identity;
+    record.role = roleName(exchange.caller.role);
     record.method = method;
     record.route = exchange.match.endpoint != nullptr ? exchange.match.endpoint->route : "";
     record.name = exchange.uploadedName.empty() ? exchange.match.name() : std::string_view(exchange.uploadedName);

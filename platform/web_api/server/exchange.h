@@ -19,7 +19,7 @@ struct Exchange {
     RequestParser parser;
     std::optional<RequestBody> body;  ///< once the head has passed the checks
     RouteMatch match;
-    std::string identity;
+    Caller caller;
     std::string uploadedName;
     KxCResponse::State response;
     bool keepsConnection = true;

@@ -209,7 +209,7 @@ void HttpConnection::runOperation(Exchange& exchange, const KxNJson::json* conte
     }
     const KxSTamberWebApiEndpoint* const endpoint = exchange.match.endpoint;
     const RequestThreads::Operation operation(core.requests, &core.tendsToBlock.at(endpoint));
-    callOperation(core.registration, endpoint, content, exchange.match.values(), exchange.response);
+    callOperation(core.registration, endpoint, exchange.caller, content, exchange.match.values(), exchange.response);
 }
 
 KxNNet::Task<void> HttpConnection::readJson(Exchange& exchange) {

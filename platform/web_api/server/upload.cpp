@@ -33,6 +33,7 @@ bool isSuccess(int status) {
 std::optional<Refusal> describeUpload(const Exchange& exchange, std::uint64_t maximumSize, UploadRequest& upload) {
     const RequestHead& request = exchange.request();
     upload.endpoint = exchange.match.endpoint;
+    upload.caller = exchange.caller;
     upload.values = exchange.match.values();
     upload.target = request.target();
     upload.contentType = request[field::content_type];
@@ -220,7 +221,8 @@ void Upload::finish(bool mayHoldSession) {
         content = {{"fileName", fileName}, {"size", offset}};
     }
     KxCResponse::State state;
-    callOperation(registration, request.endpoint, request.hasBody ? &content : nullptr, request.values, state);
+    callOperation(registration, request.endpoint, request.caller, request.hasBody ? &content : nullptr, request.values,
+                  state);
     finishedWell = isSuccess(state.answer.status) || state.answer.status == 400;
     result = std::move(state.answer);
     if (chunks == Chunks::firstRefused && isSuccess(result.status)) {

@@ -20,6 +20,7 @@ namespace KxNTamberWebApi {
 /// What an upload works on. All of it outlives the upload.
 struct UploadRequest {
     const KxSTamberWebApiEndpoint* endpoint;
+    Caller caller;
     const KxSTamberWebApiParameterValue* const* values;
     std::string target;       ///< as it was requested
     std::string contentType;  ///< as it was sent
