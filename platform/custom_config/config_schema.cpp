@@ -15,7 +15,7 @@ namespace {
 
 using namespace KxNCustomConfig;
 
-constexpr std::array<Key, 9> KEYS = {{
+constexpr std::array<Key, 10> KEYS = {{
     {KxNLog::pSection, KxNLog::pOptionLevel, "2",
      "Lowest level written to the log: 0 traces every operation, 1 details, 2 life events,\n"
      "3 warnings, 4 errors, 6 notices that need the operator.",
@@ -34,6 +34,7 @@ constexpr std::array<Key, 9> KEYS = {{
      "Most connections served at once; further ones wait.", Kind::Number, 1, 1'000'000},
     {KxNWebApi::pSection, KxNWebApi::pOptionMaxUploadBytes, "0", "Largest upload in bytes; 0 for no limit.",
      Kind::Number, 0, std::numeric_limits<std::int64_t>::max()},
+    {KxNWebApi::pSection, KxNWebApi::pOptionPage, "1", "0: no page for browsers at \"/\".", Kind::Choice, 0, 0, "0|1"},
     {KxNContainerRuntime::pSection, KxNContainerRuntime::pOptionProfiling, "0",
      "1 records the enter and exit of every operation in /run/KxContainerRTE.trace.json.", Kind::Choice, 0, 0, "0|1",
      true},

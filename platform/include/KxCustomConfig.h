@@ -22,6 +22,7 @@ inline constexpr const char* pOptionAuth = "Auth";
 inline constexpr const char* pOptionTokenFile = "TokenFile";
 inline constexpr const char* pOptionMaxConnections = "MaxConnections";
 inline constexpr const char* pOptionMaxUploadBytes = "MaxUploadBytes";
+inline constexpr const char* pOptionPage = "Page";
 }  // namespace KxNWebApi
 
 namespace KxNContainerRuntime {

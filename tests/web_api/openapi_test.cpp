@@ -12,8 +12,8 @@ using namespace KxNTamberWebApi;
 namespace {
 
 std::string makeText(const KxSApiSchemas* schemas, bool needsToken) {
-    return makeOpenApiDocument({"Title", "Description", "1.0", "/api/cre/v1.0"}, KxNCre::ENDPOINTS, schemas,
-                               needsToken);
+    const DescribedTable table{KxNCre::ENDPOINTS, schemas};
+    return makeOpenApiDocument({"Title", "Description", "1.0", "/api/cre/v1.0"}, {&table, 1}, needsToken);
 }
 
 TEST(OpenApi, EachReferenceHasATargetAndEachTargetAReference) {

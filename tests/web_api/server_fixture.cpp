@@ -109,7 +109,7 @@ bool TestHandler::waitForBlocked(std::size_t count) {
 }
 
 TestServer::TestServer(TestHandler& handler, const Limits& limits, std::chrono::seconds grace,
-                       const std::string& certificates) {
+                       const std::string& certificates, std::span<const StaticFile> files) {
     ServerSettings settings;
     settings.port = 0;
     settings.tokenFile = directory.path("token");
@@ -118,6 +118,7 @@ TestServer::TestServer(TestHandler& handler, const Limits& limits, std::chrono::
     server = std::make_unique<Server>(settings, limits);
     server->prepare();
     server->registerHandler(&handler);
+    server->serveFiles(files);
     server->start(grace);
     std::ifstream(settings.tokenFile) >> token;
 }

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <span>
 #include <string_view>
 
 #include "KxTamberWebApi/KxHandler.h"
@@ -61,7 +62,8 @@ class TestServer {
 public:
     /// `grace` is what running requests get when the server stops.
     explicit TestServer(TestHandler& handler, const KxNTamberWebApi::Limits& limits = {},
-                        std::chrono::seconds grace = 1s, const std::string& certificates = "/nonexistent");
+                        std::chrono::seconds grace = 1s, const std::string& certificates = "/nonexistent",
+                        std::span<const KxNTamberWebApi::StaticFile> files = {});
 
     std::uint16_t port() const { return server->port(); }
     std::string authorization() const { return "Authorization: Bearer " + token + "\r\n"; }

@@ -74,6 +74,41 @@ TEST_F(ServerRequests, EachRequestGetsItsAnswer) {
     }
 }
 
+TEST_F(ServerRequests, FilesAreForEverybodyAndOnlyForBrowsersThatTakeThemAsTheyAre) {
+    static const KxNTamberWebApi::StaticFile files[] = {{"/", "text/html", "page", "\"1\""},
+                                                        {"/a/b.js", "text/javascript", "b", "\"2\""}};
+    TestHandler withFiles;
+    TestServer served(withFiles, {}, 1s, "/nonexistent", files);
+    const std::string gzip = "Accept-Encoding: br;q=1.0, gzip;q=0.8\r\n";
+    const struct {
+        const char* target;
+        std::string fields;
+        int status;
+        const char* contains;
+    } cases[] = {
+        {"GET /", gzip, 200, "page"},
+        {"GET /?x=1", "Accept-Encoding: *\r\n", 200, "page"},
+        {"GET /a/b.js", gzip, 200, "b"},
+        {"GET /", gzip + "If-None-Match: W/\"0\", \"1\"\r\n", 304, ""},
+        {"GET /", gzip + "If-None-Match: \"2\"\r\n", 200, "page"},
+        {"GET /", "Accept-Encoding: gzip;q=0.0, br\r\n", 406, "NotAcceptable"},
+        {"GET /", "", 406, "NotAcceptable"},
+        {"POST /", gzip, 405, "only GET, HEAD, OPTIONS"},
+        {"OPTIONS /", gzip, 204, ""},
+        {"GET /a", gzip, 401, ""},
+        {"GET /api/v1/fast", gzip, 401, ""},
+    };
+    for (const auto& one : cases) {
+        SCOPED_TRACE(one.target + one.fields);
+        const Reply reply = ask(
+            served, std::string(one.target) + " HTTP/1.1\r\nHost: any\r\nConnection: close\r\n" + one.fields + "\r\n");
+        EXPECT_EQ(reply.status, one.status);
+        EXPECT_THAT(reply.body, HasSubstr(one.contains));
+        EXPECT_EQ(reply.field("ETag").empty(), one.status != 200 && one.status != 304);
+        EXPECT_EQ(reply.field("Content-Encoding"), one.status == 200 ? "gzip" : "");
+    }
+}
+
 TEST_F(ServerRequests, PipelinedRequestsAreAnsweredInOrder) {
     RawClient client(server.port());
     std::string requests;

@@ -28,7 +28,6 @@ constexpr std::array OPERATION_ROLES = {
     OperationRole{"getHealth", ROLE_NONE},
     OperationRole{"getMetrics", ROLE_VIEWER},
     OperationRole{"getOpenApiDocument", ROLE_VIEWER},
-    OperationRole{"getPage", ROLE_NONE},
     OperationRole{"getSettings", ROLE_VIEWER},
     OperationRole{"getStorage", ROLE_VIEWER},
     OperationRole{"inspectContainer", ROLE_VIEWER},

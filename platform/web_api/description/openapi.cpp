@@ -228,7 +228,7 @@ json makeOperation(const KxSTamberWebApiEndpoint& endpoint, const KxSOperationSc
     return operation;
 }
 
-json makeComponents(const KxSApiSchemas* schemas, bool needsToken, const std::set<int>& shared) {
+json makeComponents(std::span<const DescribedTable> tables, bool needsToken, const std::set<int>& shared) {
     json components;
     json& named = components["schemas"];
     named["Problem"] = {{"type", "object"},
@@ -239,9 +239,11 @@ json makeComponents(const KxSApiSchemas* schemas, bool needsToken, const std::se
                           {"title", {{"type", "string"}, {"description", "Name of the status"}}},
                           {"status", {{"type", "integer"}, {"minimum", 400}, {"maximum", 599}}},
                           {"detail", {{"type", "string"}, {"description", "What happened, for people"}}}}}};
-    for (const auto* schema = schemas == nullptr ? nullptr : schemas->named;
-         schema != nullptr && schema->name != nullptr; ++schema) {
-        named[schema->name] = parseText(schema->schema, schema->name);
+    for (const DescribedTable& table : tables) {
+        for (const auto* schema = table.schemas == nullptr ? nullptr : table.schemas->named;
+             schema != nullptr && schema->name != nullptr; ++schema) {
+            named[schema->name] = parseText(schema->schema, schema->name);
+        }
     }
     json& responses = components["responses"];
     for (const LibraryAnswer& answer : LIBRARY_ANSWERS) {
@@ -280,8 +282,7 @@ void checkSchemas(const KxSApiSchemas* schemas, const json& paths) {
 const KxSTamberWebApiEndpoint openApiEndpoint = {
     0, OPEN_API_SCHEMA.operationId, METHOD_GET, "/openapi.json", nullptr, nullptr, 0, 0};
 
-std::string makeOpenApiDocument(const ApiTexts& texts, const KxSTamberWebApiEndpoint* const* endpoints,
-                                const KxSApiSchemas* schemas, bool needsToken) {
+std::string makeOpenApiDocument(const ApiTexts& texts, std::span<const DescribedTable> tables, bool needsToken) {
     json paths = json::object();
     json tags = json::array();
     std::set<std::string> knownTags;
@@ -293,11 +294,15 @@ std::string makeOpenApiDocument(const ApiTexts& texts, const KxSTamberWebApiEndp
             tags.push_back({{"name", tag}, {"description", "What lies below /" + tag}});
         }
     };
-    for (; *endpoints != nullptr; ++endpoints) {
-        addOperation(**endpoints, findSchema(schemas, (*endpoints)->operationId));
+    for (const DescribedTable& table : tables) {
+        for (const auto* endpoint = table.endpoints; *endpoint != nullptr; ++endpoint) {
+            addOperation(**endpoint, findSchema(table.schemas, (*endpoint)->operationId));
+        }
     }
     addOperation(openApiEndpoint, &OPEN_API_SCHEMA);
-    checkSchemas(schemas, paths);
+    for (const DescribedTable& table : tables) {
+        checkSchemas(table.schemas, paths);
+    }
 
     json document = {{"openapi", "3.1.0"},
                      {"info", {{"title", texts.title}, {"description", texts.description}, {"version", texts.version}}},
@@ -305,7 +310,7 @@ std::string makeOpenApiDocument(const ApiTexts& texts, const KxSTamberWebApiEndp
                      {"security", json::array()},
                      {"tags", std::move(tags)},
                      {"paths", std::move(paths)},
-                     {"components", makeComponents(schemas, needsToken, shared)}};
+                     {"components", makeComponents(tables, needsToken, shared)}};
     if (needsToken) {
         document["security"] = {{{"bearer", json::array()}}, {{"clientCertificate", json::array()}}};
     }

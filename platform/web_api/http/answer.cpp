@@ -86,7 +86,8 @@ std::string makeAnswerHead(const Answer& answer, const AnswerFraming& framing) {
         default:
             break;
     }
-    head += "Cache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\n";
+    head += answer.fields.empty() ? std::string_view("Cache-Control: no-store\r\n") : answer.fields;
+    head += "X-Content-Type-Options: nosniff\r\n";
     if (answer.status == 426) {
         head += framing.keepsConnection ? "Connection: upgrade\r\n" : "Connection: upgrade, close\r\n";
     } else if (!framing.keepsConnection) {

@@ -13,6 +13,7 @@ struct Answer {
     std::string body;
     std::string_view mediaType;  ///< of the body; a constant
     std::string_view allow;      ///< value of the Allow field; lives as long as the process
+    std::string fields = {};     ///< whole field lines, in place of the one that forbids to keep the answer
 };
 
 /// One of the library's own refusals, as problem details.

@@ -99,7 +99,7 @@ void RouteMatch::refuse(Outcome refusal, std::string why) {
 }
 
 Router::Router(const KxSTamberWebApiEndpoint* const* endpoints, std::string_view basePath,
-               std::string_view basePathTemplate, const KxSTamberWebApiEndpoint* const* ownEndpoints) {
+               std::string_view basePathTemplate) {
     const std::vector<std::string> served = splitTemplate(basePath);
     const std::vector<std::string> named = splitTemplate(basePathTemplate);
     if (served.size() != named.size()) {
@@ -109,10 +109,12 @@ Router::Router(const KxSTamberWebApiEndpoint* const* endpoints, std::string_view
     for (std::size_t i = 0; i < served.size(); ++i) {
         base.push_back({served[i], placeholderName(named[i])});
     }
-    for (const auto* table : {endpoints, ownEndpoints}) {
-        for (; table != nullptr && *table != nullptr; ++table) {
-            addEndpoint(*table);
-        }
+    add(endpoints);
+}
+
+void Router::add(const KxSTamberWebApiEndpoint* const* endpoints) {
+    for (; *endpoints != nullptr; ++endpoints) {
+        addEndpoint(*endpoints);
     }
     // Longer ones first, so that the trailing placeholder of the longest prefix takes the rest of a path; among equally
     // long ones those with a literal where others have a placeholder.

@@ -55,12 +55,14 @@ private:
 /// Endpoint tables compiled for matching. Any number of threads may call `route` at once.
 class Router {
 public:
-    /// `endpoints` and `ownEndpoints` (those that the library itself answers; may be null) end with a null pointer and
-    /// outlive the router. `basePath` is the path all routes lie below, `basePathTemplate` the same with its
-    /// placeholders, whose values become path parameters of every endpoint that declares them.
-    /// Throws std::invalid_argument when a record contradicts itself or another one.
+    /// `endpoints` ends with a null pointer and outlives the router. `basePath` is the path all routes lie below,
+    /// `basePathTemplate` the same with its placeholders, whose values become path parameters of every endpoint that
+    /// declares them. Throws std::invalid_argument when a record contradicts itself or another one.
     Router(const KxSTamberWebApiEndpoint* const* endpoints, std::string_view basePath,
-           std::string_view basePathTemplate, const KxSTamberWebApiEndpoint* const* ownEndpoints = nullptr);
+           std::string_view basePathTemplate);
+
+    /// Adds the endpoints of another table, under the same rules. Not while others call `route`.
+    void add(const KxSTamberWebApiEndpoint* const* endpoints);
 
     /// Looks the raw `target` up for `method` ("GET", …). HEAD finds the endpoint of GET.
     void route(std::string_view method, std::string_view target, RouteMatch& match) const;

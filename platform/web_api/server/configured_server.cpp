@@ -7,6 +7,7 @@
 #include "KxCustomConfig.h"
 #include "KxErrorManager.h"
 #include "KxTamberWebApi/KxServer.h"
+#include "platform/console/page_files.h"
 #include "platform/web_api/server/server.h"
 #include "platform/web_api/threads/heap.h"
 #include "service/paths.h"
@@ -98,6 +99,9 @@ void KxCServer::init(KxCErrorListPool& pool) {
     State::report(pool, [this] {
         auto server = std::make_unique<Server>(readSettings(state->requestThreads), Limits());
         server->prepare();
+        if (readOption(config::pOptionPage, "1") != "0") {
+            server->serveFiles(KxNConsole::pageFiles());
+        }
         state->server = std::move(server);
     });
 }

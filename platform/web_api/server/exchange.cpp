@@ -75,6 +75,18 @@ bool route(Exchange& exchange) {
     return false;
 }
 
+/// Answers a request for one of the files beside the API. False when it is for none.
+bool findFile(Exchange& exchange, const ServerCore& core) {
+    if (!core.files || exchange.match.outcome != RouteMatch::Outcome::notFound) {
+        return false;
+    }
+    auto answer = core.files->answer(exchange.request());
+    if (answer) {
+        exchange.response.answer = std::move(*answer);
+    }
+    return answer.has_value();
+}
+
 }  // namespace
 
 Next examine(Exchange& exchange, std::string_view head, RequestBuffer& readAhead, KxNNet::Stream& stream,
@@ -88,14 +100,17 @@ Next examine(Exchange& exchange, std::string_view head, RequestBuffer& readAhead
     exchange.keepsConnection = exchange.parser.keep_alive();
     exchange.body.emplace(exchange.parser, readAhead, stream);
     core.router->route(request.method_string(), request.target(), exchange.match);  // for the audit line, too
+    const bool isFile = findFile(exchange, core);
     const KxSTamberWebApiEndpoint* const endpoint = exchange.match.endpoint;
-    const KxERole required = endpoint != nullptr ? requiredRole(endpoint->operationId) : ROLE_VIEWER;
+    const KxERole required = isFile                ? ROLE_NONE
+                             : endpoint != nullptr ? requiredRole(endpoint->operationId)
+                                                   : ROLE_VIEWER;
     if (auto refusal = core.access->check(request, subject, required, exchange.caller)) {
         exchange.response.answer = std::move(*refusal);
         return Next::answer;
     }
     exchange.mayComeIn = true;
-    return route(exchange) ? examineBody(exchange, core) : Next::answer;
+    return !isFile && route(exchange) ? examineBody(exchange, core) : Next::answer;
 }
 
 void writeAuditLine(const Exchange& exchange, const std::string& peer) {

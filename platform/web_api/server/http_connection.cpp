@@ -208,8 +208,9 @@ void HttpConnection::runOperation(Exchange& exchange, const KxNJson::json* conte
         return;
     }
     const KxSTamberWebApiEndpoint* const endpoint = exchange.match.endpoint;
-    const RequestThreads::Operation operation(core.requests, &core.tendsToBlock.at(endpoint));
-    callOperation(core.registration, endpoint, exchange.caller, content, exchange.match.values(), exchange.response);
+    ServedEndpoint& served = core.served.at(endpoint);
+    const RequestThreads::Operation operation(core.requests, &served.tendsToBlock);
+    callOperation(served.registration, endpoint, exchange.caller, content, exchange.match.values(), exchange.response);
 }
 
 KxNNet::Task<void> HttpConnection::readJson(Exchange& exchange) {
@@ -280,7 +281,8 @@ KxNNet::Task<void> HttpConnection::takeUpload(Exchange& exchange) {
     if (!co_await sendContinue(exchange)) {
         co_return;
     }
-    Upload upload(request, core.registration, *stream, *exchange.body, core.limits, core.graceIsOver);
+    Upload upload(request, core.served.at(request.endpoint).registration, *stream, *exchange.body, core.limits,
+                  core.graceIsOver);
     const bool hadThread = co_await carryUpload(upload);
     if (!hadThread) {
         exchange.refuse(503, "Too many uploads are under way");

@@ -53,16 +53,39 @@ void Server::prepare() {
 }
 
 void Server::registerHandler(KxCHandler* handler) {
-    core->router.emplace(handler->getEndpoints(), handler->getBasePath(true), handler->getBasePath(false),
-                         ownEndpoints);
-    core->openApiDocument = makeOpenApiDocument(
-        {handler->getServiceTitle(), handler->getDescription(), handler->getVersion(), handler->getBasePath(true)},
-        handler->getEndpoints(), handler->getSchemas(), core->access->needsToken());
-    for (auto endpoint = handler->getEndpoints(); *endpoint != nullptr; ++endpoint) {
-        core->tendsToBlock[*endpoint] = false;
+    const std::string_view basePath = handler->getBasePath(true);
+    if (handlers.empty()) {
+        core->router.emplace(handler->getEndpoints(), basePath, handler->getBasePath(false));
+        core->router->add(ownEndpoints);
+    } else if (basePath == handlers.front()->getBasePath(true)) {
+        core->router->add(handler->getEndpoints());
+    } else {
+        throw std::invalid_argument("Web API: all handlers lie below one base path, not below '" +
+                                    std::string(basePath) + "'");
     }
-    core->registration = std::make_shared<KxCHandler::Registration>(handler, [this] { endStreams(); });
-    handler->registration = core->registration;
+    auto registration = std::make_shared<KxCHandler::Registration>(handler, [this] { endStreams(); });
+    for (auto endpoint = handler->getEndpoints(); *endpoint != nullptr; ++endpoint) {
+        core->served[*endpoint].registration = registration;
+    }
+    handler->registration = registration;
+    registrations.push_back(std::move(registration));
+    handlers.push_back(handler);
+    describe();
+}
+
+void Server::describe() {
+    KxCHandler& first = *handlers.front();
+    std::vector<DescribedTable> tables;
+    for (KxCHandler* handler : handlers) {
+        tables.push_back({handler->getEndpoints(), handler->getSchemas()});
+    }
+    core->openApiDocument = makeOpenApiDocument(
+        {first.getServiceTitle(), first.getDescription(), first.getVersion(), first.getBasePath(true)}, tables,
+        core->access->needsToken());
+}
+
+void Server::serveFiles(std::span<const StaticFile> files) {
+    core->files.emplace(files);
 }
 
 void Server::start(std::chrono::milliseconds stopGrace) {
@@ -90,8 +113,8 @@ void Server::endStreams() {
 }
 
 void Server::stop() {
-    if (core->registration) {
-        core->registration->forgetServer();
+    for (const auto& registration : registrations) {
+        registration->forgetServer();
     }
     if (!isRunning) {
         return;

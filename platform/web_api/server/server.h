@@ -4,7 +4,9 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "platform/web_api/connection/limits.h"
 #include "platform/web_api/server/server_core.h"
@@ -22,7 +24,10 @@ public:
 
     /// Reads the token and the TLS files, and refuses settings that would let anyone in from outside.
     void prepare();
+    /// The first handler gives the API its texts; those that follow lie below the same base path.
     void registerHandler(KxCHandler* handler);
+    /// Serves files beside the API, to everybody. They outlive the server.
+    void serveFiles(std::span<const StaticFile> files);
     void start(std::chrono::milliseconds stopGrace);
     /// Returns when no operation runs any more.
     void stop();
@@ -31,9 +36,12 @@ public:
     const ServerCore& internals() const { return *core; }
 
 private:
+    void describe();
     void endStreams();
 
     std::unique_ptr<ServerCore> core;
+    std::vector<KxCHandler*> handlers;
+    std::vector<std::shared_ptr<KxCHandler::Registration>> registrations;
     std::unique_ptr<Listener> listener;
     std::chrono::milliseconds grace{0};
     bool isRunning = false;

@@ -16,6 +16,7 @@
 #include "platform/web_api/connection/limits.h"
 #include "platform/web_api/operation/registration.h"
 #include "platform/web_api/routing/router.h"
+#include "platform/web_api/routing/static_files.h"
 #include "platform/web_api/threads/request_threads.h"
 #include "platform/web_api/threads/stream_threads.h"
 #include "platform/web_api/threads/upload_threads.h"
@@ -32,6 +33,12 @@ struct ServerSettings {
     std::uint64_t maxUploadBytes = 0;
     std::string certificatesDirectory;
     std::size_t requestThreads = 16;
+};
+
+/// An endpoint of one of the handlers.
+struct ServedEndpoint {
+    std::shared_ptr<KxCHandler::Registration> registration;
+    std::atomic<bool> tendsToBlock{false};  ///< its operation blocked lately
 };
 
 /// Its members are destroyed in the order that their users need: the coroutines of the connections with `context`.
@@ -56,11 +63,10 @@ struct ServerCore {
     // Set before the first connection.
     std::unique_ptr<KxNNet::TlsFiles> tls;
     std::optional<AccessRules> access;
-    std::shared_ptr<KxCHandler::Registration> registration;
     std::optional<Router> router;
+    std::map<const KxSTamberWebApiEndpoint*, ServedEndpoint> served;
     std::string openApiDocument;
-    /// For each endpoint, whether its operation blocked lately.
-    std::map<const KxSTamberWebApiEndpoint*, std::atomic<bool>> tendsToBlock;
+    std::optional<StaticFiles> files;
 };
 
 }  // namespace KxNTamberWebApi

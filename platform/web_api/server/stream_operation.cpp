@@ -28,7 +28,7 @@ struct StreamOperation {
 };
 
 void StreamOperation::run() const {
-    const HandlerUse use(core.registration);
+    const HandlerUse use(core.served.at(match.endpoint).registration);
     if (use.handler() == nullptr) {
         connection->setCloseCode(CLOSE_GOING_AWAY);
         connection->release();
