@@ -13,12 +13,12 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 DOCUMENT = ROOT / "docs/api.md"
 TEXTS = ROOT / "docs/api-texts.json"
-SOURCES = ("handler", "api", "platform/container_runtime")  # what words an answer
+SOURCES = ("handler", "api", "platform/container_runtime", "platform/console")  # what words an answer
 
 INTRODUCTION = """# The API for people
 
 Made by `scripts/lib/api_document.py` from the description that the service serves at `GET {base}/openapi.json`; edit
-`api/schemas.cpp` and `docs/api-texts.json` instead of this page.
+`api/schemas.cpp`, `platform/console/schemas.cpp` and `docs/api-texts.json` instead of this page.
 
 All paths lie below `{base}`. Every request carries `Authorization: Bearer TOKEN`, or comes with a client certificate. An
 error answers `application/problem+json` (RFC 9457): `{{"type", "title", "status", "detail"}}`; the tables give the

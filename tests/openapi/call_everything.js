@@ -29,6 +29,10 @@ const CALLS = [
     ["startContainer", 304, {name: "worker"}],
     ["startContainer", 404, {name: "nobody"}],
     ["getContainerLogs", 426, {name: "worker", tail: "1", timestamps: true}], // this client speaks no WebSocket
+    ["inspectContainer", 200, {name: "worker"}],
+    ["inspectContainer", 404, {name: "nobody"}],
+    ["restartContainer", 204, {name: "worker", timeout: 0}],
+    ["restartContainer", 404, {name: "nobody"}],
     ["deleteContainer", 409, {name: "worker"}],
     ["stopContainer", 204, {name: "worker", timeout: 0}],
     ["stopContainer", 304, {name: "worker"}],

@@ -91,7 +91,7 @@ std::optional<HeaderLine> parseHeaderLine(std::string_view line) {
 std::chrono::seconds timeLimit(std::string_view path, KxCCurlHandler::MethodType method) {
     const auto [resource, query] = splitPath(path);
     if (method != KxCCurlHandler::MethodType::POST || !resource.starts_with(CONTAINERS) ||
-        !resource.ends_with("/stop")) {
+        !(resource.ends_with("/stop") || resource.ends_with("/restart"))) {
         return SHORT_CALL;
     }
     const auto timeout = queryValue(query, "t");

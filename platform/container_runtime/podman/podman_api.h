@@ -24,8 +24,8 @@ struct HeaderLine {
 /// Takes a complete header line apart. None when it is not one, which includes whatever would begin another line.
 std::optional<HeaderLine> parseHeaderLine(std::string_view line);
 
-/// How long a short request may take: 120 s, or for a stop of a container with the query `t` that many seconds and 30
-/// more.
+/// How long a short request may take: 120 s, or for a stop or restart of a container with the query `t` that many
+/// seconds and 30 more.
 std::chrono::seconds timeLimit(std::string_view path, KxCCurlHandler::MethodType method);
 
 /// The path that inspects the container whose log `path` asks for: "/containers/NAME/json" for

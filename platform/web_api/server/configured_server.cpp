@@ -7,6 +7,7 @@
 #include "KxCustomConfig.h"
 #include "KxErrorManager.h"
 #include "KxTamberWebApi/KxServer.h"
+#include "platform/console/console.h"
 #include "platform/console/page_files.h"
 #include "platform/web_api/server/server.h"
 #include "platform/web_api/threads/heap.h"
@@ -59,6 +60,7 @@ ServerSettings readSettings(std::uint32_t requestThreads) {
 
 struct KxCServer::State {
     std::uint32_t requestThreads;
+    KxNConsole::Console console{*KxNContainer::KxCContainer::GetInstance()};
     std::unique_ptr<Server> server;  // once it is initialised
 
     /// Calls `action` and reports its failure to `pool`.
@@ -107,7 +109,10 @@ void KxCServer::init(KxCErrorListPool& pool) {
 }
 
 void KxCServer::registerHandler(KxCErrorListPool& pool, KxCHandler* handler) {
-    State::report(pool, [&] { state->get().registerHandler(handler); });
+    State::report(pool, [&] {
+        state->get().registerHandler(handler);
+        state->get().registerHandler(&state->console);
+    });
 }
 
 void KxCServer::start(KxCErrorListPool& pool, std::uint32_t stopGraceSeconds) {
