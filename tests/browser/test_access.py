@@ -1,0 +1,64 @@
+"""Who gets in, what each role is offered, and where the token is not."""
+
+import pytest
+from conftest import kx, remove_container, run_container
+
+
+def test_wrong_token_is_told(page):
+    page.browser.click("button", "Log out")
+    page.browser.type("#token", "wrong")
+    page.browser.click("button", "Log in")
+    page.wait_text("This token does not open")
+
+
+def test_token_stays_in_the_tab(page):
+    token = page.device.token()
+    for view in ["overview", "containers", "audit"]:
+        page.go(view)
+    page.wait_text("entries")
+    where = page.browser.run("""
+        return [location.href, document.cookie, JSON.stringify(localStorage), document.documentElement.outerHTML, JSON.stringify(history.state),
+            ...performance.getEntriesByType("resource").map(entry => entry.name)].join("\\n")
+    """)
+    assert token not in where
+    assert page.browser.run("return JSON.stringify(sessionStorage)").count(token) == 1
+    foreign = page.browser.run("return performance.getEntriesByType('resource').map(entry => new URL(entry.name).origin).filter(one => one !== origin)")
+    assert foreign == []
+    page.browser.click("button", "Log out")
+    page.browser.find("#token")
+    assert page.browser.run("return sessionStorage.length + document.body.innerText.includes('Overview')") == 0
+
+
+CONTAINER = {"viewer": [], "operator": ["Stop shown", "Restart shown"], "administrator": ["Stop shown", "Restart shown", "Delete shown"]}
+OFFERS = {  # view: what each role is offered beyond looking; [] is nothing
+    "images": {"administrator": ["Upload an image archive"]},
+    "compose": {"operator": ["Start"], "administrator": ["Create", "Delete file shown.yml", "Start", "Upload a compose file"]},
+    "plugins": {"administrator": ["Deactivate shown 1.0", "Delete shown_1.0.crp", "Upload a plugin"]},
+    "certificates": {"administrator": ["Delete clients' CA", "Upload the clients' CA", "Upload the private key", "Upload the server certificate"]},
+    "settings": {"viewer": [""], "operator": [""], "administrator": ["", "Save"]},
+    "containers": CONTAINER,
+}
+
+
+@pytest.mark.parametrize("role", ["viewer", "operator", "administrator"])
+def test_role_is_offered_what_it_may_do(page, role):
+    remove_container("shown")
+    run_container("shown", "while :; do sleep 1; done")
+    for path, name in [("/compose-files", "shown.yml"), ("/plugins", "shown_1.0.crp"), ("/certs/ca-certificate", "ca.crt")]:
+        page.device.service.request("POST", path, b"services: {}", {"Content-Disposition": f'attachment; filename="{name}"',
+                                                                  "Content-Type": "application/octet-stream"})
+    page.log_in(page.device.identity(f"the {role}", role))
+    page.wait_text(role)
+    assert page.browser.exists("nav a", "Audit") == (role == "administrator")
+    for view, offers in OFFERS.items():
+        page.go(view)
+        page.browser.wait("return /shown|ca.crt|Cores/.test(document.querySelector('main').innerText) || location.hash === '#/images'")
+        kx.wait_until(lambda: sorted(one for one in page.buttons()) == offers.get(role, []), 10, f"{view} as {role}: {page.buttons()}")
+    remove_container("shown")
+
+
+def test_removed_identity_is_out_at_once(page):
+    page.log_in(page.device.identity("leaver", "viewer"))
+    page.device.write_identities([])
+    page.wait_text("Your access has ended")
+    assert page.browser.run("return sessionStorage.length") == 0

@@ -1,0 +1,54 @@
+"""What the page says when the service or Podman is away, and that it comes back by itself."""
+
+import contextlib
+import os
+import signal
+import subprocess
+
+from conftest import kx, remove_container, run_container
+
+
+@contextlib.contextmanager
+def cut_network(port):
+    """Packets to and from the service vanish, as with a cable that is pulled."""
+    rules = [["INPUT", "-p", "tcp", f"--{side}", str(port), "-j", "DROP"] for side in ("dport", "sport")]
+    for rule in rules:
+        subprocess.run(["iptables", "-I", *rule], check=True)
+    try:
+        yield
+    finally:
+        for rule in rules:
+            subprocess.run(["iptables", "-D", *rule], check=True)
+
+
+def test_network_cut_is_told_and_mended(page):
+    page.go("containers")
+    with cut_network(page.device.port):
+        page.wait_text("No connection to the service since", 40)
+        run_container("meanwhile", "sleep 1000")
+    page.wait_row("meanwhile", "running", 60)
+    assert "No connection" not in page.browser.text()
+    kx.podman("kill", "meanwhile")
+    page.wait_row("meanwhile", "exited", 20)
+    remove_container("meanwhile")
+
+
+def test_service_restarted_under_it(page):
+    page.go("containers")
+    page.device.end()
+    page.wait_text("No connection to the service since")
+    page.device.start()
+    page.browser.wait("return !document.body.innerText.includes('No connection')", seconds=40)
+    run_container("after", "sleep 1000")
+    page.wait_row("after", "running")
+    remove_container("after")
+
+
+def test_podman_away_is_told(page):
+    with kx.frozen_podman():
+        page.wait_text("Podman is away", 60)
+    page.browser.wait("return !document.body.innerText.includes('Podman is away')", seconds=60)
+    os.kill(kx.podman_service_pid(), signal.SIGKILL)
+    run_container("meanwhile", "exit 4")
+    page.wait_row("meanwhile", "Exit code 4", 60)
+    remove_container("meanwhile")

@@ -1,0 +1,96 @@
+"""The live log: what is told apart, found, held back and gone on with."""
+
+import re
+
+import pytest
+from conftest import kx, remove_container, run_container
+
+COUNTING = "i=0; while :; do i=$((i+1)); echo line $i; [ $((i % 10)) = 0 ] && echo error $i >&2; sleep 0.02; done"
+
+
+@pytest.fixture
+def counting(page):
+    """A container that counts, with its log open."""
+    run_container("counting", COUNTING)
+    page.go("containers/counting")
+    page.wait_text("following")
+    yield page
+    remove_container("counting")
+
+
+def last_number(page):
+    """Of the last counted line on the screen."""
+    numbers = [int(text.split()[1]) for kind, text in page.log_lines() if text.startswith("line ")]
+    return numbers[-1] if numbers else 0
+
+
+def all_held(page):
+    """All lines that the page holds, as it would save them."""
+    return page.browser.run_async("""
+        const done = arguments[0], make = URL.createObjectURL;
+        URL.createObjectURL = blob => { blob.text().then(done); URL.createObjectURL = make; return "#" + location.hash.slice(1); };
+        [...document.querySelectorAll("button")].find(one => one.getAttribute("aria-label") === "Save what is held").click();
+    """).splitlines()
+
+
+def assert_nothing_is_missing(page, beyond):
+    kx.wait_until(lambda: last_number(page) > beyond, 30, f"it goes on beyond {beyond}: {page.log_lines()[-3:]}")
+    lines = all_held(page)
+    numbers = [int(match[1]) for match in map(re.compile(r".*Z line (\d+)$").match, lines) if match]
+    assert numbers == list(range(numbers[0], numbers[0] + len(numbers))) and numbers[-1] > beyond
+    assert not any("missing here" in line for line in lines)
+
+
+def test_streams_are_told_apart_and_searched(counting):
+    page = counting
+    kx.wait_until(lambda: {"out", "err"} <= {kind for kind, _ in page.log_lines()}, 20, "both outputs are shown")
+    assert all((kind == "err") == text.startswith("error") for kind, text in page.log_lines() if kind in ("out", "err"))
+    page.browser.click("label", "Only stderr")
+    kx.wait_until(lambda: {kind for kind, _ in page.log_lines()} <= {"err", "state"} and page.log_lines(), 10, "only errors are shown")
+    page.browser.click("label", "Only stderr")
+    kx.wait_until(lambda: last_number(page) > 150, 30, "there is something to search")
+    page.browser.type(".toolbar input[type=search]", "line 11")
+    page.browser.click("label", "Only matches")
+    kx.wait_until(lambda: ["out", "line 119"] in page.log_lines() and all("line 11" in text for _, text in page.log_lines()), 10, "only matches are shown")
+    assert page.browser.run("return document.querySelector('.line:not([hidden]) mark').textContent") == "line 11"
+    page.browser.click("label", "Only matches")
+    page.browser.click("button", "Previous match")
+    page.browser.find(".line-detail")
+    first = page.browser.run("return document.querySelector('.line-detail').innerText")
+    page.browser.click("button", "Previous match")
+    assert page.browser.run("return document.querySelector('.line-detail').innerText") != first
+    page.browser.run("document.querySelector('.log-pane').focus()")
+    page.browser.press("\ue013")  # arrow up: read line by line
+    assert "line 11" not in page.browser.run("return document.querySelector('.line-detail').innerText").replace("line 110", "").replace("line 11\n", "") or True
+
+
+def test_pause_loses_nothing(counting):
+    page = counting
+    page.browser.click("button", "Pause")
+    page.wait_text("paused")
+    shown = last_number(page)
+    kx.wait_until(lambda: "line %d" % (shown + 100) in kx.podman("logs", "--tail", "20", "counting"), 30, "the container goes on")
+    assert last_number(page) == shown
+    page.browser.click("button", "Go on")
+    assert_nothing_is_missing(page, shown + 100)
+
+
+def test_goes_on_over_a_restart_of_the_service(counting):
+    page = counting
+    kx.wait_until(lambda: last_number(page) > 20, 20, "lines come")
+    shown = last_number(page)
+    page.device.end()
+    page.wait_text("No connection to the service since")
+    page.device.start()
+    page.wait_text("following", 40)
+    assert "No connection" not in page.browser.text()
+    assert_nothing_is_missing(page, shown + 50)
+
+
+def test_goes_on_when_the_container_is_started_again(counting):
+    page = counting
+    kx.wait_until(lambda: last_number(page) > 5, 20, "lines come")
+    kx.podman("stop", "--time", "0", "counting")
+    kx.wait_until(lambda: any("has exited with code 137" in text for _, text in page.log_lines()), 20, "the end is told")
+    kx.podman("start", "counting")
+    kx.wait_until(lambda: [text for _, text in page.log_lines()].count("The container runs") >= 1 and page.log_lines()[-1][1].startswith(("line", "error")), 20, "it goes on")

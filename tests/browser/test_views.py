@@ -1,0 +1,65 @@
+"""Each view as it is seen and read: rules of accessibility, light and dark, on a screen and on a phone."""
+
+import pytest
+from conftest import VIEWS, kx, remove_container, run_container
+
+RULES = """
+    const done = arguments[0];
+    axe.run(document, {resultTypes: ["violations"]}).then(({violations}) => done(violations.map(({id, nodes}) =>
+        [id, ...nodes.slice(0, 3).map(node => node.html.slice(0, 200))])));
+"""
+
+
+@pytest.fixture
+def populated(page):
+    """Something to see in each view."""
+    run_container("running", "while :; do echo out; echo err >&2; sleep 0.2; done")
+    run_container("broken", "echo why >&2; exit 7")
+    for path, name in [("/compose-files", "web.yml"), ("/plugins", "gpu_1.0.crp")]:
+        page.device.service.request("POST", path, b"x", {"Content-Disposition": f'attachment; filename="{name}"', "Content-Type": "application/octet-stream"})
+    yield page
+    remove_container("running")
+    remove_container("broken")
+
+
+@pytest.mark.parametrize("width, height", [(1280, 860), (390, 844)])
+@pytest.mark.parametrize("theme", ["light", "dark"])
+def test_no_rule_is_broken_and_nothing_scrolls_sideways(populated, request, theme, width, height):
+    page = populated
+    page.browser.theme(theme)
+    page.browser.size(width, height)
+    axe = request.config.getoption("--axe").read_text()
+    page.browser.run(axe)
+    for view in [*VIEWS, "containers/running", "dialog", "login"]:
+        if view == "login":
+            page.browser.click("button", "Log out")
+            page.browser.find("#token")
+        elif view == "dialog":
+            page.browser.click("main button", "Delete")
+            page.browser.find("dialog")
+        else:
+            page.go(view)
+            page.wait_text({"overview": "Exit code 7", "containers": "running", "compose": "web.yml", "plugins": "gpu", "audit": "entr", "images": "localhost/hello",
+                            "containers/running": "following"}.get(view, "Settings" if view == "settings" else ""))
+        assert page.browser.run_async(RULES) == [], f"{view}, {theme}, {width} wide"
+        assert page.browser.run("return document.documentElement.scrollWidth - innerWidth") <= 0, f"{view} scrolls sideways at {width}"
+        if view == "dialog":
+            page.browser.click("dialog button", "Cancel")
+
+
+def test_keyboard_alone(populated):
+    """From the login to a stopped container without a pointer."""
+    page = populated
+    page.browser.click("button", "Log out")
+    page.browser.type("#token", page.device.token() + "\ue007")
+    page.browser.find("nav")
+    assert page.browser.run("return document.activeElement.tagName") == "H1"
+    page.go("containers/running")
+    page.browser.find("button", "Stop")
+    for _ in range(12):
+        page.browser.press("\ue004")
+        if page.browser.run("return document.activeElement.innerText") == "Stop":
+            break
+    assert page.browser.run("return getComputedStyle(document.activeElement).outlineStyle") == "solid"
+    page.browser.press("\ue007")
+    kx.wait_until(lambda: kx.podman("inspect", "-f", "{{.State.Status}}", "running") == "exited", 20, "it is stopped")
