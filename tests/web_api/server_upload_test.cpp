@@ -1,7 +1,9 @@
 // Uploads: how bodies reach the handler, and what becomes of those that go wrong.
 
 #include <map>
+#include <tuple>
 
+#include "platform/web_api/threads/upload_threads.h"
 #include "server_fixture.h"
 
 namespace KxNWebApiTest {
@@ -150,53 +152,130 @@ TEST_F(ServerUpload, ARefusedLaterChunkFailsTheUploadWithoutAFinishPhase) {
 }
 
 TEST(ServerUploads, AnAbandonedUploadNeverEndsAsSomebodyElses) {
+    // With two threads there is always one on which nothing was abandoned, and the operation's own text is answered.
+    for (const auto& [threads, words] : {std::pair(1, "No file was uploaded"), std::pair(2, "finish")}) {
+        SCOPED_TRACE(words);
+        KxNTamberWebApi::Limits limits;
+        limits.uploadThreads = static_cast<std::size_t>(threads);
+        limits.uploadBeginning = 4;
+        TestHandler handler;
+        Sessions sessions(handler);
+        TestServer server(handler, limits);
+        for (std::size_t i = 1; i <= 3; ++i) {
+            RawClient goes(server.port());
+            goes.send(makeHead(server, "POST /api/v1/files", attachment + "Content-Length: 100\r\n") + "secret");
+            EXPECT_TRUE(waitFor([&] { return sessions.chunks >= 2 * i - 1; }));
+            goes.reset();
+        }
+        sessions.lastFile = "none";
+        EXPECT_THAT(ask(server, makeHead(server, "POST /api/v1/files")).body, HasSubstr(words));
+        sessions.refusedFrom = 0;
+        sessions.finishStatus = 400;
+        EXPECT_THAT(ask(server, makeUpload(server, attachment, "x")).body, HasSubstr(words));
+        sessions.refusedFrom = UINT64_MAX;
+        sessions.finishStatus = 0;
+        EXPECT_EQ(sessions.lastFile, "none");
+        // An upload of its own replaces what was left there, and the thread is clean again.
+        EXPECT_EQ(ask(server, makeUpload(server, attachment, "mine")).status, 201);
+        EXPECT_EQ(sessions.lastFile, "mine");
+        EXPECT_THAT(ask(server, makeHead(server, "POST /api/v1/files")).body, HasSubstr("finish"));
+    }
+}
+
+TEST(ServerUploads, WhoSendsNoFileYetHoldsNoThreadAndWhoDawdlesIsSentAway) {
     KxNTamberWebApi::Limits limits;
     limits.uploadThreads = 2;
+    limits.uploadBeginning = 1000;
+    limits.uploadRate = 100;
+    limits.uploadRateWindow = 2s;
+    limits.sweep = 50ms;
     TestHandler handler;
     Sessions sessions(handler);
     TestServer server(handler, limits);
-    const auto finishEmpty = [&] { return ask(server, makeHead(server, "POST /api/v1/files")); };
-    // Two clients hold both threads, and one of them goes in the middle of its upload.
-    RawClient first(server.port());
-    RawClient second(server.port());
-    for (RawClient* client : {&first, &second}) {
-        client->send(makeHead(server, "POST /api/v1/files", attachment + "Content-Length: 100\r\n") + "secret");
+    const std::string openForm =
+        "--xyz\r\nContent-Disposition: form-data; name=\"note\"\r\n\r\n" + std::string(5000, 'n');
+    const std::string beginnings[] = {
+        makeHead(server, "POST /api/v1/files", attachment + "Content-Length: 5000\r\n") + std::string(50, 'x'),
+        makeHead(server, "POST /api/v1/files", attachment + "Transfer-Encoding: chunked\r\n") + "1\r\nx\r\n",
+        makeHead(server, "POST /api/v1/files", form + "Content-Length: 90000\r\n") + openForm,
+    };
+    std::vector<std::unique_ptr<RawClient>> dawdlers;
+    for (const std::string& beginning : beginnings) {
+        dawdlers.push_back(std::make_unique<RawClient>(server.port()));
+        dawdlers.back()->send(beginning);
     }
-    EXPECT_TRUE(waitFor([&] { return sessions.chunks == 2; }));
-    first.reset();
-    EXPECT_EQ(sessions.finished, 0U);
-    // The thread that was let go may hold a session, and the other one is busy: nothing may be finished on it.
-    EXPECT_TRUE(waitFor([&] {
-        const Reply reply = finishEmpty();
-        return reply.status == 400 && reply.body.find("No file was uploaded") != std::string::npos;
-    }));
-    EXPECT_EQ(sessions.finished, 0U);
-    sessions.refusedFrom = 0;
-    EXPECT_THAT(ask(server, makeUpload(server, attachment, "x")).body, HasSubstr("No file was uploaded"));
-    sessions.refusedFrom = UINT64_MAX;
-    // An upload of its own replaces what was left there, and the thread is clean again.
-    EXPECT_EQ(ask(server, makeUpload(server, attachment, "mine")).status, 201);
-    EXPECT_EQ(sessions.lastFile, "mine");
-    EXPECT_THAT(finishEmpty().body, HasSubstr("finish"));
-    EXPECT_EQ(sessions.lastFile, "mine");
-    second.reset();
+    std::thread trickle([&] {  // more often than the limit without any byte, and still too slow
+        for (int i = 0; i < 30 && dawdlers[0]->send(" "); ++i) {
+            std::this_thread::sleep_for(100ms);
+        }
+    });
+    EXPECT_EQ(ask(server, makeUpload(server, attachment, "quick")).status, 201);
+    EXPECT_EQ(sessions.chunks, 1U) << "the others have no thread";
+    for (const auto& dawdler : dawdlers) {
+        EXPECT_EQ(dawdler->receive().status, 408);
+    }
+    trickle.join();
 }
 
-TEST(ServerUploads, AnUploadThatFindsNoThreadIsRefusedAfterAWhile) {
+TEST(ServerUploads, AnUploadThatFindsNoThreadOrMemoryIsRefusedAfterAWhileAndNotToldToGoOn) {
     KxNTamberWebApi::Limits limits;
     limits.uploadThreads = 1;
+    limits.uploadBeginning = 4;
+    limits.uploadBeginnings = 8;  // one identity has half of it
     limits.uploadWait = 100ms;
     limits.sweep = 20ms;
     TestHandler handler;
     Sessions sessions(handler);
     TestServer server(handler, limits);
-    RawClient holder(server.port());
-    holder.send(makeHead(server, "POST /api/v1/files", attachment + "Content-Length: 5\r\n"));
-    std::this_thread::sleep_for(50ms);
+    const std::string nineBytes = makeHead(server, "POST /api/v1/files", attachment + "Content-Length: 9\r\n");
+    RawClient hasThread(server.port());
+    hasThread.send(nineBytes + "first");
+    ASSERT_TRUE(waitFor([&] { return sessions.chunks >= 1; }));
     EXPECT_EQ(ask(server, makeUpload(server, attachment, "other")).status, 503);
-    holder.send("first");
-    EXPECT_EQ(holder.receive().status, 201);
-    EXPECT_EQ(sessions.lastFile, "first");
+    RawClient hasMemory(server.port());
+    hasMemory.send(nineBytes + "se");
+    const std::string asks = "Expect: 100-continue\r\nContent-Length: 9\r\n";
+    EXPECT_TRUE(
+        waitFor([&] { return ask(server, makeHead(server, "POST /api/v1/files", attachment + asks)).status == 503; }));
+    hasThread.send("last");
+    EXPECT_EQ(hasThread.receive().status, 201);
+    EXPECT_EQ(sessions.lastFile, "firstlast");
+    hasMemory.send("condly!");
+    EXPECT_EQ(hasMemory.receive().status, 201);
+    EXPECT_EQ(sessions.lastFile, "secondly!");
+}
+
+TEST(UploadThreads, OneIdentityHasHalfOfThemAndWhatLastsLeavesTheLastQuarter) {
+    KxNTamberWebApi::UploadThreads threads(8, 0ms);
+    std::mutex gate;
+    std::unique_lock closed(gate);
+    std::atomic<int> carried = 0;
+    std::atomic<int> refused = 0;
+    const auto submit = [&](const std::string& identity, bool lasts) {
+        threads.submit({identity, lasts, false,
+                        [&](bool) {
+                            std::lock_guard wait(gate);
+                            return false;
+                        },
+                        [&](bool wasCarried) { ++(wasCarried ? carried : refused); }});
+    };
+    const std::tuple<const char*, bool, int> rows[] = {{"one", false, 4},  {"one", true, 4},    {"two", true, 6},
+                                                       {"three", true, 6}, {"three", false, 8}, {"four", false, 8}};
+    int running = 0;
+    for (const auto& [identity, lasts, most] : rows) {
+        SCOPED_TRACE(identity);
+        for (int i = 0; i < 5; ++i) {
+            submit(identity, lasts);
+        }
+        threads.expire(INT64_MAX);
+        const int before = running;
+        running = most;
+        EXPECT_EQ(refused.exchange(0), 5 - (running - before));
+    }
+    closed.unlock();
+    EXPECT_TRUE(waitFor([&] { return carried == 8; }));
+    submit("one", true);  // the one who has its answer finds a thread free
+    EXPECT_TRUE(waitFor([&] { return carried == 9; }));
 }
 
 }  // namespace

@@ -23,9 +23,13 @@ struct Limits {
     Milliseconds discard{10'000};
 
     std::size_t requestThreads = 256;  ///< the most that pressure adds up to
-    std::size_t uploadThreads = 8;
-    Milliseconds uploadWait{30'000};        ///< for a free upload thread
-    std::size_t uploadBuffer = 768 * 1024;  ///< bytes read at once, the largest chunk
+    std::size_t uploadThreads = 64;
+    Milliseconds uploadWait{30'000};                  ///< for a free upload thread, or for memory to begin in
+    std::size_t uploadBuffer = 768 * 1024;            ///< bytes read at once, the largest chunk
+    std::size_t uploadBeginning = 256 * 1024;         ///< bytes of the file that must have come before it gets a thread
+    std::size_t uploadBeginnings = 32 * 1024 * 1024;  ///< bytes of memory for all beginnings
+    std::size_t uploadRate = 60 * 1024;               ///< bytes of a body that must come in `uploadRateWindow`
+    Milliseconds uploadRateWindow{60'000};
 
     std::size_t clientMessage = 64 * 1024;  ///< bytes of a message that a client sends
     Milliseconds pingAfter{20'000};

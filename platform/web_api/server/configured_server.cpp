@@ -52,6 +52,9 @@ ServerSettings readSettings(std::uint32_t requestThreads) {
     settings.maxConnections = readNumber<std::uint32_t>(config::pOptionMaxConnections, "1024");
     settings.maxUploadBytes = readNumber<std::uint64_t>(config::pOptionMaxUploadBytes, "0");
     settings.certificatesDirectory = KxNContainer::KxNContainerPaths::CONTAINER_CERTS_DIR;
+    settings.uploadKinds = {{"uploadImage", {true}},        {"uploadPlugin", {false}},
+                            {"uploadComposeFile", {false}}, {"uploadCertificate", {false}},
+                            {"uploadPrivateKey", {false}},  {"uploadCaCertificate", {false}}};
     settings.requestThreads = requestThreads;
     return settings;
 }

@@ -3,7 +3,6 @@
 #include <array>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
-#include <boost/asio/post.hpp>
 #include <exception>
 #include <new>
 #include <utility>
@@ -13,7 +12,6 @@
 #include "platform/json/json_text.h"
 #include "platform/web_api/operation/operation.h"
 #include "platform/web_api/server/stream_operation.h"
-#include "platform/web_api/server/upload.h"
 
 namespace KxNTamberWebApi {
 
@@ -270,50 +268,6 @@ void HttpConnection::runWithJson(Exchange& exchange, const std::string& text) {
         return;
     }
     runOperation(exchange, &content);
-}
-
-KxNNet::Task<void> HttpConnection::takeUpload(Exchange& exchange) {
-    UploadRequest request{};
-    if (const auto refusal = describeUpload(exchange, core.settings.maxUploadBytes, request)) {
-        exchange.refuse(refusal->status, refusal->detail);
-        co_return;
-    }
-    if (!co_await sendContinue(exchange)) {
-        co_return;
-    }
-    Upload upload(request, core.served.at(request.endpoint).registration, *stream, *exchange.body, core.limits,
-                  core.graceIsOver);
-    const bool hadThread = co_await carryUpload(upload);
-    if (!hadThread) {
-        exchange.refuse(503, "Too many uploads are under way");
-        co_return;
-    }
-    isLate = isLate || upload.isLate();
-    exchange.uploadedName = upload.name();
-    exchange.response.answer = std::move(upload.answer());
-}
-
-/// Lends the stream to an upload thread until that has done with it. False when there was none.
-KxNNet::Task<bool> HttpConnection::carryUpload(Upload& upload) {
-    bool hadThread = true;
-    boost::asio::use_awaitable_t<KxNNet::Executor> resumed;
-    co_await boost::asio::async_initiate<boost::asio::use_awaitable_t<KxNNet::Executor>, void()>(
-        [this, &upload, &hadThread](auto&& handler) {
-            // Both ways out share the handler, and only one is taken.
-            auto resume = std::make_shared<std::decay_t<decltype(handler)>>(std::forward<decltype(handler)>(handler));
-            const auto goOn = [this, resume] { boost::asio::post(core.context, [resume] { std::move (*resume)(); }); };
-            core.uploads.submit({[&upload, goOn](bool mayHoldSession) {
-                                     const bool result = upload.run(mayHoldSession);
-                                     goOn();
-                                     return result;
-                                 },
-                                 [&hadThread, goOn] {
-                                     hadThread = false;
-                                     goOn();
-                                 }});
-        },
-        resumed);
-    co_return hadThread;
 }
 
 /// Turns the connection into a stream, if the request is one for that; otherwise the answer stands.

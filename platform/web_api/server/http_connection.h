@@ -14,7 +14,7 @@
 
 namespace KxNTamberWebApi {
 
-struct UploadRequest;
+class Upload;
 
 class HttpConnection : public Connection, public std::enable_shared_from_this<HttpConnection> {
 public:
@@ -44,8 +44,11 @@ private:
     Task<void> readJson(Exchange& exchange);
     Task<bool> readText(Exchange& exchange, std::string& text);
     void runWithJson(Exchange& exchange, const std::string& text);
-    Task<void> takeUpload(Exchange& exchange);
-    Task<bool> carryUpload(class Upload& upload);
+    Task<void> takeUpload(Exchange& exchange);  // this and the three below: http_uploads.cpp
+    Task<bool> collectBeginning(Upload& upload);
+    Task<bool> carryUpload(Upload& upload, const Exchange& exchange);
+    template <typename Begin>
+    Task<bool> untilDecided(Begin begin);
     bool becomesStream(Exchange& exchange);
     void runOperation(Exchange& exchange, const KxNJson::json* content);
 

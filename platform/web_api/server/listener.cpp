@@ -104,6 +104,7 @@ KxNNet::Task<void> Listener::sweepForever() {
             co_await pause(core.limits.sweep);
             core.connections.sweep();
             core.uploads.expire(KxNNet::coarseMilliseconds());
+            core.uploadMemory.expire(KxNNet::coarseMilliseconds());
             core.streams.joinFinished();
             burst.note(core.connections.count());
         } catch (const std::exception& failure) {

@@ -123,6 +123,8 @@ void Server::stop() {
     core->isStopping = true;
     listener->close();
     core->connections.announceStop();
+    core->uploadMemory.refuseAll();
+    core->uploads.refuseAll();
     endStreams();
     if (!core->connections.waitUntilEmpty(grace)) {
         core->graceIsOver.cancel();

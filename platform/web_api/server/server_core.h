@@ -4,6 +4,7 @@
 #include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -17,11 +18,17 @@
 #include "platform/web_api/operation/registration.h"
 #include "platform/web_api/routing/router.h"
 #include "platform/web_api/routing/static_files.h"
+#include "platform/web_api/threads/fair_shares.h"
 #include "platform/web_api/threads/request_threads.h"
 #include "platform/web_api/threads/stream_threads.h"
 #include "platform/web_api/threads/upload_threads.h"
 
 namespace KxNTamberWebApi {
+
+/// What the server knows of the uploads to one endpoint.
+struct UploadKind {
+    bool lasts = true;  ///< whether its end may take minutes, as an image takes to be loaded
+};
 
 /// What the operator configures, and where the TLS files are.
 struct ServerSettings {
@@ -32,6 +39,7 @@ struct ServerSettings {
     std::size_t maxConnections = 1024;
     std::uint64_t maxUploadBytes = 0;
     std::string certificatesDirectory;
+    std::map<std::string, UploadKind, std::less<>> uploadKinds;  ///< by operationId
     std::size_t requestThreads = 16;
 };
 
@@ -47,7 +55,8 @@ struct ServerCore {
         : settings(std::move(serverSettings)),
           limits(serverLimits),
           requests(context, settings.requestThreads, limits.requestThreads),
-          uploads(limits.uploadThreads, limits.uploadWait) {}
+          uploads(limits.uploadThreads, limits.uploadWait),
+          uploadMemory(limits.uploadBeginnings, limits.uploadWait) {}
 
     const ServerSettings settings;
     const Limits limits;
@@ -56,6 +65,7 @@ struct ServerCore {
     boost::asio::io_context context;
     RequestThreads requests;
     UploadThreads uploads;
+    FairShares uploadMemory;  ///< bytes, for the beginnings of files
     StreamThreads streams;
     std::atomic<bool> isStopping{false};
     KxNNet::Cancellation graceIsOver;  ///< ends what threads of uploads wait for

@@ -2,6 +2,8 @@
 
 #include <poll.h>
 
+#include <algorithm>
+#include <array>
 #include <exception>
 #include <utility>
 
@@ -19,6 +21,11 @@ using KxNNet::Outcome;
 namespace {
 
 constexpr const char* UPLOAD_FAILED = "Upload failed";
+
+/// Bytes of a form read at once while its file begins; with them come the last bytes of the beginning, and what a
+/// boundary might have been.
+constexpr std::size_t FORM_PIECE = 16 * 1024;
+constexpr std::size_t FORM_OVERHANG = FORM_PIECE + 128;
 
 Refusal tooLarge(std::uint64_t maximumSize) {
     return {413, "The upload is larger than " + std::to_string(maximumSize) + " bytes"};
@@ -42,16 +49,18 @@ std::optional<Refusal> describeUpload(const Exchange& exchange, std::uint64_t ma
     // A length of 0 is an empty file when the head describes one, and else a request without a body.
     upload.hasBody = !exchange.body->isComplete() ||
                      (request.count(field::content_length) > 0 && (hasDisposition || !upload.contentType.empty()));
-    if (maximumSize != 0 && exchange.body->remaining() > maximumSize) {
-        return tooLarge(maximumSize);
-    }
     const auto type = parseContentType(upload.contentType);
     if (type && type->mediaType == "multipart/form-data") {
         upload.boundary = type->boundary;
         if (upload.boundary.empty()) {
             return Refusal{400, "The form has no usable boundary"};
         }
-    } else if (hasDisposition) {
+        return std::nullopt;
+    }
+    if (maximumSize != 0 && exchange.body->remaining() > maximumSize) {
+        return tooLarge(maximumSize);
+    }
+    if (hasDisposition) {
         std::string error;
         const auto disposition = parseContentDisposition(request[field::content_disposition], error);
         if (!disposition) {
@@ -64,154 +73,188 @@ std::optional<Refusal> describeUpload(const Exchange& exchange, std::uint64_t ma
 
 Upload::Upload(const UploadRequest& uploadRequest, std::shared_ptr<KxCHandler::Registration> handlerRegistration,
                KxNNet::Stream& connection, RequestBody& requestBody, const Limits& serverLimits,
-               const KxNNet::Cancellation& serverEnding)
+               const KxNNet::Cancellation& serverEnding, FairShare memoryOfBeginning)
     : request(uploadRequest),
       registration(std::move(handlerRegistration)),
       stream(connection),
       body(requestBody),
       limits(serverLimits),
       ending(serverEnding),
-      fileName(uploadRequest.fileName) {}
+      memory(std::move(memoryOfBeginning)),
+      beginningRoom(beginningSize(request, body, limits)),
+      fileName(uploadRequest.fileName),
+      hasFile(request.hasBody && request.boundary.empty()),
+      leastRate(limits.uploadRate, limits.uploadRateWindow) {
+    beginning.reset(new char[beginningRoom]);
+    if (!request.boundary.empty()) {
+        form = std::make_unique<MultipartReader>(request.boundary, static_cast<MultipartFileSink&>(*this));
+    }
+    if (request.hasBody && body.isComplete()) {
+        endBody();
+    }
+}
+
+std::size_t Upload::beginningSize(const UploadRequest& request, const RequestBody& body, const Limits& limits) {
+    if (body.isComplete()) {
+        return 0;
+    }
+    const std::size_t most = limits.uploadBeginning + (request.boundary.empty() ? 0 : FORM_OVERHANG);
+    const std::uint64_t declared = body.remaining();
+    return declared == 0 ? most : static_cast<std::size_t>(std::min<std::uint64_t>(declared, most));
+}
+
+Outcome Upload::collectSome() {
+    std::array<char, FORM_PIECE> piece;
+    return takePiece(form ? std::span<char>(piece) : std::span(beginning.get() + fileSize, beginningRoom - fileSize));
+}
+
+/// Takes the next bytes of the body, which are put into `room`.
+Outcome Upload::takePiece(std::span<char> room) {
+    const RequestBody::Piece next = body.next(room);
+    if (!next.problem.empty()) {
+        refuse({400, next.problem});
+        return Outcome::done;
+    }
+    if (next.outcome != Outcome::done) {
+        return next.outcome;
+    }
+    leastRate.received(next.bytes.size());
+    if (form && form->feed(next.bytes) == MultipartReader::Status::failed) {
+        refuse({400, form->error()});
+    } else if (!form && !next.bytes.empty()) {
+        onFileData(next.bytes);
+    }
+    if (!over && body.isComplete()) {
+        endBody();
+    }
+    return Outcome::done;
+}
+
+void Upload::endBody() {
+    if (form && form->finish() == MultipartReader::Status::failed) {
+        refuse({400, form->error()});
+    }
+}
+
+void Upload::giveUpWaiting() {
+    late = true;
+    refuse({408, "The body did not arrive in time"});
+}
 
 bool Upload::run(bool mayHoldSession) noexcept {
+    isMisplaced = false;
     try {
-        takeBody();
+        carryBody(mayHoldSession);
         if (callsFinish) {
             finish(mayHoldSession);
         }
     } catch (const std::exception& failure) {
-        piece.reset();  // it may have been memory that ran out
         KxCRTE_LOG(4, "Korvex Container Service: Web API: upload %s failed: %s", request.endpoint->operationId,
                    failure.what());
         result = makeRefusal(500, UPLOAD_FAILED);
     } catch (...) {
         result = makeRefusal(500, UPLOAD_FAILED);
     }
-    piece.reset();
     return finishedWell ? false : mayHoldSession || handlerSawIt;
 }
 
-void Upload::takeBody() {
-    if (!request.hasBody) {
-        callsFinish = true;
+void Upload::carryBody(bool mayHoldSession) {
+    if (hasFile && !passBeginning(mayHoldSession)) {
         return;
     }
-    piece.reset(new char[limits.uploadBuffer]);
-    if (!request.boundary.empty()) {
-        form = std::make_unique<MultipartReader>(request.boundary, static_cast<MultipartFileSink&>(*this));
-    }
-    while (!isOver && !body.isComplete()) {
-        const std::string_view bytes = readPiece();
-        if (!isOver && !bytes.empty()) {
-            passPiece(bytes);
+    if (request.hasBody && !body.isComplete()) {
+        const std::unique_ptr<char[]> piece(new char[limits.uploadBuffer]);
+        while (!over && !body.isComplete()) {
+            const Outcome outcome = takePiece({piece.get(), limits.uploadBuffer});
+            over = over || (outcome != Outcome::done && (!KxNNet::mustWait(outcome) || !waitFor(outcome)));
         }
     }
-    if (!isOver) {
-        endBody();
-    }
+    callsFinish = !over;
 }
 
-/// The next bytes of the body; sets `isOver` when there are none.
-std::string_view Upload::readPiece() {
-    const RequestBody::Piece next = body.next({piece.get(), limits.uploadBuffer});
-    if (!next.problem.empty()) {
-        refuse({400, next.problem});
-        return {};
-    }
-    if (next.outcome != Outcome::done) {
-        isOver = !KxNNet::mustWait(next.outcome) || !waitFor(next.outcome);
-        return {};
-    }
-    received += next.bytes.size();
-    if (request.maximumSize != 0 && received > request.maximumSize) {
-        refuse(tooLarge(request.maximumSize));
-        return {};
-    }
-    return next.bytes;
-}
-
-/// Waits for the client. False when it takes too long, or has no time left.
+/// Waits for the client on this thread. False when it takes too long, or has no time left.
 bool Upload::waitFor(Outcome wanted) {
+    using Clock = std::chrono::steady_clock;
+    const auto patience = std::min(limits.progress, leastRate.patience());
+    const Clock::time_point begin = Clock::now();
     short happened = 0;
-    const KxNNet::WaitLimits waitLimits{ending, std::chrono::steady_clock::now() + limits.progress};
-    const Outcome outcome = stream.wait(wanted == Outcome::wantsRead ? POLLIN : POLLOUT, waitLimits, happened);
-    late = outcome == Outcome::timedOut;
-    if (late) {
-        refuse({408, "The body did not arrive in time"});
+    const Outcome outcome =
+        stream.wait(wanted == Outcome::wantsRead ? POLLIN : POLLOUT, {ending, begin + patience}, happened);
+    leastRate.waited(std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin));
+    if (outcome == Outcome::timedOut) {
+        giveUpWaiting();
     }
     return outcome == Outcome::done;
 }
 
-void Upload::passPiece(std::string_view bytes) {
-    if (!form) {
-        passChunk(bytes);
-    } else if (form->feed(bytes) == MultipartReader::Status::failed) {
-        refuse({400, form->error()});
+/// Gives the handler what was collected. False when the upload does not go on on this thread.
+bool Upload::passBeginning(bool mayHoldSession) {
+    switch (offer({beginning.get(), static_cast<std::size_t>(fileSize)})) {
+        case Taken::yes:
+            beginningWasTaken = true;
+            beginning.reset();
+            memory.giveBack();
+            return true;
+        case Taken::no:
+            isMisplaced = mayHoldSession && !wasMisplaced;
+            wasMisplaced = true;
+            beginningWasRefused = true;
+            callsFinish = !isMisplaced;
+            return false;
+        case Taken::handlerIsGone:
+            return false;
     }
-}
-
-void Upload::endBody() {
-    if (form && form->finish() == MultipartReader::Status::failed) {
-        refuse({400, form->error()});
-        return;
-    }
-    if (!form && chunks == Chunks::none && !passChunk({})) {
-        return;
-    }
-    callsFinish = true;
+    return false;
 }
 
 bool Upload::onFileBegin(const std::string& field, const std::string& name, const std::string&) {
     fieldName = field;
     fileName = name;
+    hasFile = true;
     return true;
 }
 
 bool Upload::onFileData(std::string_view data) {
-    return passChunk(data);
+    fileSize += data.size();
+    if (request.maximumSize != 0 && fileSize > request.maximumSize) {
+        refuse(tooLarge(request.maximumSize));
+    } else if (!beginningWasTaken) {
+        if (form) {  // a raw body was read to where it belongs
+            std::copy_n(data.data(), data.size(), beginning.get() + (fileSize - data.size()));
+        }
+    } else if (offer(data) == Taken::no) {
+        over = true;
+        result = makeRefusal(500, UPLOAD_FAILED);
+    }
+    return !over;
 }
 
-bool Upload::onFileEnd() {
-    return chunks != Chunks::none || passChunk({});
-}
-
-/// Gives one chunk to the handler. False when the upload goes no further.
-bool Upload::passChunk(std::string_view data) {
+/// Gives one chunk to the handler.
+Upload::Taken Upload::offer(std::string_view data) {
     const HandlerUse use(registration);
     if (use.handler() == nullptr) {
         result = makeDetachedRefusal();
-        isOver = true;
-        return false;
+        over = true;
+        return Taken::handlerIsGone;
     }
     handlerSawIt = true;
-    bool isTaken = false;
     try {
-        isTaken = use.handler()->handleUploadChunk(request.endpoint, request.target.c_str(),
-                                                   request.contentType.c_str(), fileName.c_str(), fieldName.c_str(),
-                                                   data.data() != nullptr ? data.data() : "", offset,
-                                                   static_cast<std::uint32_t>(data.size())) == 0;
+        const std::uint32_t answered = use.handler()->handleUploadChunk(
+            request.endpoint, request.target.c_str(), request.contentType.c_str(), fileName.c_str(), fieldName.c_str(),
+            data.data(), offset, static_cast<std::uint32_t>(data.size()));
+        if (answered == 0) {
+            offset += data.size();
+            return Taken::yes;
+        }
     } catch (const std::exception& failure) {
         KxCRTE_LOG(4, "Korvex Container Service: Web API: a chunk of upload %s threw: %s",
                    request.endpoint->operationId, failure.what());
     }
-    if (isTaken) {
-        chunks = Chunks::taken;
-        offset += data.size();
-        return true;
-    }
-    isOver = true;
-    callsFinish = chunks == Chunks::none;
-    if (callsFinish) {
-        chunks = Chunks::firstRefused;
-    } else {
-        chunks = Chunks::laterRefused;
-        result = makeRefusal(500, UPLOAD_FAILED);
-    }
-    return false;
+    return Taken::no;
 }
 
 void Upload::finish(bool mayHoldSession) {
-    if (chunks != Chunks::taken && mayHoldSession) {
+    if (!beginningWasTaken && mayHoldSession) {
         // The session that may be left here is not this upload's: a finish phase would take it for that.
         result = makeRefusal(400, "No file was uploaded");
         return;
@@ -225,14 +268,14 @@ void Upload::finish(bool mayHoldSession) {
                   state);
     finishedWell = isSuccess(state.answer.status) || state.answer.status == 400;
     result = std::move(state.answer);
-    if (chunks == Chunks::firstRefused && isSuccess(result.status)) {
+    if (beginningWasRefused && isSuccess(result.status)) {
         result = makeRefusal(500, UPLOAD_FAILED);
     }
 }
 
 void Upload::refuse(const Refusal& refusal) {
     result = makeRefusal(refusal.status, refusal.detail);
-    isOver = true;
+    over = true;
 }
 
 }  // namespace KxNTamberWebApi
