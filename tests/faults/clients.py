@@ -7,8 +7,7 @@ import time
 
 from device import COMPOSE_FILES, is_up, kx, measure_recovery
 
-HEADER_SECONDS, BODY_SECONDS = 10, 30
-UPLOAD_THREAD_SECONDS = 30  # what an upload waits for one of the few threads at most, before its body is waited for
+HEADER_SECONDS, BODY_SECONDS, RATE_SECONDS = 10, 30, 60
 MANY, SERVED_AT_ONCE = 5000, 1024
 
 
@@ -130,7 +129,8 @@ def run(device, report, plan):
     dawdlers = [("a header byte a second", half_header, HEADER_SECONDS, b"x"),
                 ("half a header", half_header, HEADER_SECONDS, None),
                 ("half a JSON body", half_json, BODY_SECONDS, None),
-                ("half an upload", half_upload, UPLOAD_THREAD_SECONDS + BODY_SECONDS, None)]
+                ("half an upload", half_upload, BODY_SECONDS, None),
+                ("a byte of an upload a second", half_upload, RATE_SECONDS, b"x")]
     with device.service() as running:
         for what, opening, seconds, drip in dawdlers[:1] if plan.quick else dawdlers:
             with report.fault(f"clients that send {what}") as fault, fault.guarded(number):

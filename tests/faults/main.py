@@ -13,9 +13,10 @@ import kills
 import podman_faults
 import resources
 import shutdown
+import uploads
 from report import Report
 
-GROUPS = {"podman": podman_faults, "kill": kills, "resources": resources, "clients": clients, "shutdown": shutdown}
+GROUPS = {"podman": podman_faults, "kill": kills, "resources": resources, "clients": clients, "uploads": uploads, "shutdown": shutdown}
 
 
 @dataclass
