@@ -3,28 +3,37 @@
 
 #include <openssl/types.h>
 
-#include <array>
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 
 namespace KxNNet {
 
 /// Loads server.crt and server.key, and ca.crt for client certificates, from one directory, and loads them anew when
-/// they have changed.
+/// they have changed: the pair for itself and the authority for itself, on a thread of its own, so that no connection
+/// waits for a file. A file that asks for a password does not load; nobody is asked.
 class TlsFiles {
 public:
     /// Throws std::runtime_error, which names the file, when one of the pair is missing or a file does not load. A
     /// `ca.crt` alone is logged.
     explicit TlsFiles(const std::string& directory);
+    ~TlsFiles();
+    TlsFiles(const TlsFiles&) = delete;
+    TlsFiles& operator=(const TlsFiles&) = delete;
 
     /// Whether connections use TLS, which was decided at the start.
-    bool isOn() const { return current != nullptr; }
+    bool isOn() const { return isPairLoaded; }
 
-    /// The context for a new connection, which holds a share of it itself; null for plain TCP. Looks at the files at
-    /// most once a second; those that do not load leave the former context in use and are logged once. Any thread.
-    std::shared_ptr<SSL_CTX> contextForConnection();
+    /// From now on looks at the files once a second, where TLS is on. Those that do not load leave the former in use
+    /// and are logged once; deleted ones stay in use. Throws std::system_error when there is no thread.
+    void follow();
+
+    /// The context for a new connection, which holds a share of it itself; null for plain TCP. Any thread.
+    std::shared_ptr<SSL_CTX> contextForConnection() const;
 
 private:
     /// What tells one content of a file from another without reading it.
@@ -36,21 +45,34 @@ private:
         std::int64_t modifiedNanoseconds = 0;
         bool operator==(const Identity&) const = default;
     };
-    using Identities = std::array<Identity, 3>;
+    struct Identities {
+        Identity certificate, key, authority;
+    };
 
     Identities look() const;
-    std::shared_ptr<SSL_CTX> load(const Identities& identities) const;
-    void loadAuthority(SSL_CTX* context, bool isHere) const;
+    void loadPair();
+    void loadAuthority();
+    void build();
+    void run();
+    void lookAgain();
+    void warnOfTheEnd();
 
     const std::string certificate;
     const std::string key;
     const std::string authority;
+    bool isPairLoaded = false;
 
-    std::mutex mutex;
+    // The constructor's, then the thread's own.
+    Identities seen;
+    std::shared_ptr<SSL_CTX> pair;                      // holds nothing but the certificates and the key
+    std::shared_ptr<X509_STORE> authorities;            // null without client certificates
+    std::chrono::steady_clock::time_point nextWarning;  // of a certificate that ends soon
+
+    mutable std::mutex mutex;
     std::shared_ptr<SSL_CTX> current;
-    Identities loaded;
-    bool asksClients = false;
-    std::int64_t lookedAt = 0;
+    std::condition_variable wake;
+    bool isEnding = false;
+    std::thread thread;
 };
 
 }  // namespace KxNNet

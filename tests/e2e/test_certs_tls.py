@@ -1,5 +1,6 @@
 """Certificates through the API, and what the server makes of them."""
 
+import os
 import pathlib
 import shutil
 import ssl
@@ -22,14 +23,20 @@ def pki(tmp_path_factory):
     (directory / "server.ext").write_text("subjectAltName = IP:127.0.0.1\nextendedKeyUsage = serverAuth\n")
     (directory / "client.ext").write_text("extendedKeyUsage = clientAuth\n")
     new_key = ("-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes")
-    for authority in ("ours", "theirs"):
+    (directory / "ca.ext").write_text("basicConstraints = critical, CA:TRUE\n")
+    for authority in ("ours", "theirs", "below"):
         ca = directory / authority
         ca.mkdir()
-        openssl("req", "-x509", *new_key, "-days", "10", "-subj", f"/CN={authority}", "-keyout", ca / "ca.key", "-out", ca / "ca.crt")
+        openssl("req", "-x509", *new_key, "-days", "40", "-subj", f"/CN={authority}", "-keyout", ca / "ca.key", "-out", ca / "ca.crt")
+        if authority == "below":  # an intermediate: what it has signed is known, who has signed it is not
+            openssl("x509", "-in", ca / "ca.crt", "-x509toreq", "-signkey", ca / "ca.key", "-out", ca / "ca.csr")
+            openssl("x509", "-req", "-in", ca / "ca.csr", "-CA", directory / "ours/ca.crt", "-CAkey", directory / "ours/ca.key",
+                    "-CAcreateserial", "-days", "40", "-extfile", directory / "ca.ext", "-out", ca / "ca.crt")
         for name, purpose in (("one", "server"), ("two", "server"), ("operator", "client")):
             openssl("req", *new_key, "-subj", f"/CN={name}", "-keyout", ca / f"{name}.key", "-out", ca / f"{name}.csr")
             openssl("x509", "-req", "-in", ca / f"{name}.csr", "-CA", ca / "ca.crt", "-CAkey", ca / "ca.key",
-                    "-CAcreateserial", "-days", "5", "-extfile", directory / f"{purpose}.ext", "-out", ca / f"{name}.crt")
+                    "-CAcreateserial", "-days", "31" if name == "two" else "5", "-extfile", directory / f"{purpose}.ext", "-out", ca / f"{name}.crt")
+    openssl("ec", "-in", directory / "ours/one.key", "-aes128", "-passout", "pass:secret", "-out", directory / "locked.key")
     return directory
 
 
@@ -122,15 +129,46 @@ def test_renewed_pair_is_used_and_a_broken_one_is_not(start_service, pki):
     upload(running, "private-key", pki / "ours/two.key")
     kx.wait_until(lambda: served_name(running) == "two", 15, "the renewed certificate is shown")
     assert running.request("GET", "/settings", connection=kept).status == 200, "open connections go on"
-    (CERTS / "server.crt").write_text("rubbish")
-    assert running.request("GET", "/settings").status == 200 and served_name(running) == "two"
+
+    def spoil_certificate():
+        (CERTS / "server.crt").write_text("rubbish")
+
+    def put_pipe():
+        (CERTS / "server.key").unlink()
+        os.mkfifo(CERTS / "server.key")  # whoever opens it waits for the other end
+
+    for spoil in (lambda: upload(running, "private-key", pki / "locked.key"), put_pipe, spoil_certificate):
+        lines = running.log().count("keeps its former TLS files")
+        spoil()
+        kx.wait_until(lambda: served_name(running) == "two" and running.log().count("keeps its former TLS files") > lines, 15,
+                      "a line about what does not load")
+    assert "ends in 4 days" in running.log() and "ends in 30 days" not in running.log()
+
+
+def test_an_intermediate_authority_is_one_and_a_renewed_one_counts_without_the_pair(start_service, pki):
+    install(pki, ca="below/ca.crt")
+    running = start_service()
+
+    def status_of(authority):
+        running.use_tls(pki / "ours/ca.crt", pki / authority / "operator.crt", pki / authority / "operator.key")
+        try:
+            return running.request("GET", "/settings", token=False).status
+        except (ssl.SSLError, OSError):
+            return 401  # refused in the handshake
+
+    assert (status_of("below"), status_of("ours"), status_of("theirs")) == (200, 401, 401)
+    for name in ("server.crt", "server.key"):
+        (CERTS / name).unlink()
+    (CERTS / "ca.crt").write_bytes((pki / "theirs/ca.crt").read_bytes())
+    kx.wait_until(lambda: status_of("theirs") == 200, 15, "the renewed authority counts")
+    assert status_of("below") == 401
 
 
 def test_files_that_do_not_load_keep_the_server_from_starting(start_service, pki):
     gone = pathlib.Path("/gone/server.crt")
     for files, named in [({"key": None}, "server.key"), ({"certificate": None}, "server.crt"), ({"key": b""}, "server.key"),
                          ({"certificate": b"rubbish"}, "server.crt"), ({"key": "ours/two.key"}, "server.key"),
-                         ({"ca": b"rubbish"}, "ca.crt"), ({"certificate": gone, "key": gone}, "server.crt"), ({"ca": gone}, "ca.crt")]:
+                         ({"ca": b"rubbish"}, "ca.crt"), ({"key": "locked.key"}, "server.key"), ({"certificate": gone, "key": gone}, "server.crt"), ({"ca": gone}, "ca.crt")]:
         install(pki, **files)
         running = start_service()
         assert running.port is None, files

@@ -94,6 +94,7 @@ void Server::start(std::chrono::milliseconds stopGrace) {
     isRunning = true;
     try {
         listener->begin();
+        core->tls->follow();
         core->requests.start();
     } catch (...) {
         stop();  // of the threads some may be there and serve already
