@@ -176,7 +176,7 @@ PodmanReply KxCContainer::StreamPodmanRequest(
         return {"The log stream has no session", 503};
     }
     try {
-        return streamLog(impl->podman, {path, method, headers, {}}, *session, pool, *socket);
+        return streamLog({impl->podman, impl->logWatch}, {path, method, headers, {}}, *session, pool, *socket);
     } catch (const std::exception& error) {
         return {std::string("The log stream failed: ") + error.what(), 503};
     }

@@ -9,6 +9,7 @@
 
 #include "KxContainer.h"
 #include "platform/container_runtime/compose/compose_commands.h"
+#include "platform/container_runtime/logs/file/log_watch.h"
 #include "platform/container_runtime/logs/log_stream.h"
 #include "platform/container_runtime/podman/cpu_cores.h"
 #include "platform/container_runtime/podman/podman_client.h"
@@ -44,6 +45,7 @@ struct KxCContainer::Impl {
     ToolsMount tools{KxNContainerPaths::CONTAINER_TOOLS, KxNContainerPaths::CONTAINER_TOOLS_MOUNTPOINT};
     PodmanClient podman{PodmanAddress{KxNContainerPaths::PODMAN_SOCKET, 0}};
     PodmanService podmanService{podman, KxNContainerPaths::PODMAN_SOCKET + ".output"};
+    LogWatch logWatch;
     LogStreams logStreams;
     ComposeCommands compose{composeSetup()};
 

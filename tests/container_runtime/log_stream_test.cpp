@@ -1,6 +1,7 @@
 #include "platform/container_runtime/logs/log_stream.h"
 
 #include "KxErrorManager.h"
+#include "platform/container_runtime/logs/file/log_watch.h"
 #include "podman_double.h"
 #include "tests/support.h"
 #include "web_socket_double.h"
@@ -36,7 +37,7 @@ protected:
             KxCWebSocket socket(web);
             registered = &socket;
             const auto session = streams.add(&socket, "web");
-            reply = streamLog(client,
+            reply = streamLog({client, watch},
                               {"/containers/web/logs?follow=true",
                                KxCCurlHandler::MethodType::GET,
                                {"Accept: application/octet-stream"},
@@ -60,6 +61,7 @@ protected:
     const std::string path = directory.path("podman.sock");
     std::shared_ptr<KxCWebSocket::State> web = std::make_shared<KxCWebSocket::State>();
     LogStreams streams;
+    LogWatch watch;
     std::atomic<KxCWebSocket*> registered{nullptr};
     std::thread thread;
     PodmanReply reply;

@@ -1,35 +1,37 @@
 #include "platform/container_runtime/logs/log_stream.h"
 
+#include <algorithm>
 #include <chrono>
+#include <exception>
 #include <utility>
 
 #include "KxLog.h"
 #include "KxTamberWebApi/KxWebSocket.h"
+#include "platform/container_runtime/logs/entry_text.h"
 #include "platform/container_runtime/logs/log_frames.h"
 #include "platform/container_runtime/podman/podman_api.h"
+#include "platform/container_runtime/podman/podman_failure.h"
 
 namespace KxNContainer {
 
 namespace {
 
 /// More than this is not gathered into one text.
-constexpr std::size_t TEXT_SIZE = 64UL << 10;
+constexpr std::size_t TEXT_SIZE = 24UL << 10;
 
-/// Sends a container's output as text.
-class LogSink final : public AnswerSink {
+/// Sends text to a client.
+class TextSender {
 public:
-    LogSink(bool isFramed, KxCErrorListPool& errors, LogStreams::Socket& client)
-        : log(isFramed), pool(errors), socket(client) {}
+    TextSender(KxCErrorListPool& errors, LogStreams::Socket& client) : pool(errors), socket(client) {}
 
-    void take(std::string_view bytes) override {
-        log.append(bytes, text);
-        if (text.size() >= TEXT_SIZE) {
-            flush();
-        }
-    }
+    /// Where more is to be appended.
+    std::string text;
 
-    /// Waits while the client does not read; meanwhile nothing is read from Podman either.
-    bool flush() override {
+    bool isFull() const { return text.size() >= TEXT_SIZE; }
+
+    /// Waits while the client does not read; meanwhile nothing is read from the log either. False when the client has
+    /// gone.
+    bool flush() {
         if (!text.empty() && isOpen) {
             isOpen = socket.sendText(pool, text.data(), text.size(), -1, true);
         }
@@ -37,8 +39,31 @@ public:
         return isOpen;
     }
 
+    /// Gives its memory back.
+    void rest() { std::string().swap(text); }
+
+private:
+    KxCErrorListPool& pool;
+    LogStreams::Socket& socket;
+    bool isOpen = true;
+};
+
+/// Sends a container's output as Podman gives it.
+class RelayedLog final : public AnswerSink {
+public:
+    RelayedLog(bool isFramed, TextSender& client) : log(isFramed), sender(client) {}
+
+    void take(std::string_view bytes) override {
+        log.append(bytes, sender.text);
+        if (sender.isFull()) {
+            flush();
+        }
+    }
+
+    bool flush() override { return sender.flush(); }
+
     void finish() {
-        log.finish(text);
+        log.finish(sender.text);
         flush();
     }
 
@@ -46,10 +71,7 @@ public:
 
 private:
     LogText log;
-    std::string text;
-    KxCErrorListPool& pool;
-    LogStreams::Socket& socket;
-    bool isOpen = true;
+    TextSender& sender;
 };
 
 }  // namespace
@@ -100,24 +122,20 @@ void LogStreams::open() {
 
 namespace {
 
-/// As `streamLog`, but a session that was ended before Podman gave a status has one of its own, 503.
-PodmanReply passOn(PodmanClient& client, const PodmanRequest& request, const LogStreams::Session& session,
-                   KxCErrorListPool& pool, LogStreams::Socket& socket) {
-    bool isFramed = false;
-    if (const auto inspect = inspectPath(request.path)) {
-        const auto deadline = std::chrono::steady_clock::now() + timeLimit(*inspect, request.method);
-        PodmanReply inspection =
-            client.execute({*inspect, KxCCurlHandler::MethodType::GET, {}, {}}, {session.ending, deadline});
-        if (inspection.status != 200) {
-            return inspection;
-        }
-        isFramed = !hasTerminal(inspection.body);
-    }
-    LogSink sink(isFramed, pool, socket);
+using Clock = std::chrono::system_clock;
+using std::chrono::milliseconds;
+
+/// How long the end of a line is waited for before its beginning is shown, as that of a question on a terminal.
+constexpr milliseconds LINE_TIME{250};
+constexpr milliseconds LONGEST_WAIT{3'600'000};
+
+PodmanReply relay(PodmanClient& podman, const PodmanRequest& request, bool isFramed, const LogStreams::Session& session,
+                  TextSender& sender) {
+    RelayedLog log(isFramed, sender);
     // Podman sends nothing, not even its status, before the container has written something.
-    PodmanReply reply = client.stream(request, {session.ending, std::nullopt}, sink);
-    sink.finish();
-    if (sink.isBroken()) {
+    PodmanReply reply = podman.stream(request, {session.ending, std::nullopt}, log);
+    log.finish();
+    if (log.isBroken()) {
         KxCRTE_LOG(
             3, "Korvex Container Service: The log of container '%s' does not come in frames; it is passed on as it is",
             session.containerName.c_str());
@@ -125,13 +143,96 @@ PodmanReply passOn(PodmanClient& client, const PodmanRequest& request, const Log
     return reply;
 }
 
+void report(const LogStreams::Session& session, const LogGap& gap) {
+    const std::string size = gap.bytes ? std::to_string(*gap.bytes) + " bytes" : "a part of unknown size";
+    KxCRTE_LOG(3, "Korvex Container Service: Of the log of container '%s' %s cannot be read any more: %s",
+               session.containerName.c_str(), size.c_str(), gap.reason);
+}
+
+/// What is left until `time`, if there is one.
+milliseconds timeUntil(const std::optional<LogTime>& time) {
+    if (!time) {
+        return LONGEST_WAIT;
+    }
+    const auto now = std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
+    return std::min(LONGEST_WAIT, std::chrono::ceil<milliseconds>(std::chrono::nanoseconds(*time - now)));
+}
+
+void sendLog(LogSource& log, const LogRange& range, const LogStreams::Session& session, TextSender& sender) {
+    EntryText text(range.hasTimestamps);
+    LogFilter filter(range);
+    while (true) {
+        LogStep step = log.next();
+        if (step.kind == LogStep::Kind::entry) {
+            if (filter.take(step.entry)) {
+                text.append(step.entry, sender.text);
+            }
+            if (sender.isFull() && !sender.flush()) {
+                return;
+            }
+        } else if (step.kind == LogStep::Kind::gap) {
+            report(session, step.gap);
+        } else {
+            const milliseconds left = timeUntil(range.until);
+            if (step.kind == LogStep::Kind::ended || left <= milliseconds(0) || !sender.flush()) {
+                break;
+            }
+            sender.rest();
+            if (!log.wait(session.ending, text.isHolding() ? std::min(left, LINE_TIME) : left)) {
+                text.release(sender.text);
+            }
+            if (session.ending.isCancelled()) {
+                break;
+            }
+        }
+    }
+    text.finish(sender.text);
+    sender.flush();
+}
+
+/// None when the log is not read here.
+std::unique_ptr<LogSource> openLog(const LogTools& tools, const ContainerLog& container, const LogRange& range,
+                                   const LogStreams::Session& session) {
+    if (container.driver == ContainerLog::Driver::other || !container.hasStarted) {
+        return nullptr;
+    }
+    try {
+        return std::make_unique<LogSource>(tools, container, range, "", LogSource::Until::endOfRun);
+    } catch (const std::exception& error) {
+        KxCRTE_LOG(3, "Korvex Container Service: The log of container '%s' is left to Podman: %s",
+                   session.containerName.c_str(), error.what());
+        return nullptr;
+    }
+}
+
+PodmanReply passOn(const LogTools& tools, const PodmanRequest& request, const LogStreams::Session& session,
+                   TextSender& sender) {
+    bool isFramed = false;
+    if (const auto path = inspectPath(request.path)) {
+        const auto container =
+            inspectContainer(tools.podman, *path, session.ending, timeLimit(*path, request.method)).container;
+        const std::string query = request.path.substr(std::min(request.path.find('?') + 1, request.path.size()));
+        const auto range = container ? parseLogQuery(query) : std::nullopt;
+        if (const auto log = range ? openLog(tools, *container, *range, session) : nullptr) {
+            sendLog(*log, *range, session, sender);
+            return {"", 200};
+        }
+        isFramed = !container || !container->hasTerminal;
+    }
+    return relay(tools.podman, request, isFramed, session, sender);
+}
+
 }  // namespace
 
-PodmanReply streamLog(PodmanClient& client, const PodmanRequest& request, const LogStreams::Session& session,
+PodmanReply streamLog(const LogTools& tools, const PodmanRequest& request, const LogStreams::Session& session,
                       KxCErrorListPool& pool, LogStreams::Socket& socket) {
-    PodmanReply reply = passOn(client, request, session, pool, socket);
-    // A client that goes before its container has written anything is no failure.
-    return reply.status == 503 && session.ending.isCancelled() ? PodmanReply{"", 200} : reply;
+    TextSender sender(pool, socket);
+    try {
+        return passOn(tools, request, session, sender);
+    } catch (const PodmanFailure& failure) {
+        // A client that goes before Podman has answered is no failure.
+        return session.ending.isCancelled() ? PodmanReply{"", 200} : PodmanReply{failure.what(), failure.status};
+    }
 }
 
 }  // namespace KxNContainer

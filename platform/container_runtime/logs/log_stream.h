@@ -1,4 +1,4 @@
-// Container logs on their way from Podman to WebSockets.
+// Container logs on their way to WebSockets.
 #pragma once
 
 #include <memory>
@@ -7,7 +7,7 @@
 #include <unordered_map>
 
 #include "KxContainer.h"
-#include "platform/container_runtime/podman/podman_client.h"
+#include "platform/container_runtime/logs/log_source.h"
 #include "platform/net/cancellation.h"
 
 namespace KxNContainer {
@@ -45,9 +45,9 @@ private:
     std::unordered_map<Socket*, std::shared_ptr<Session>> sessions;
 };
 
-/// Sends `request`, whose answer is a container's log, and passes the log on to `socket`, as
-/// `KxCContainer::StreamPodmanRequest` describes.
-PodmanReply streamLog(PodmanClient& client, const PodmanRequest& request, const LogStreams::Session& session,
+/// Follows the log that `request` asks Podman for and passes it on to `socket`, as `KxCContainer::StreamPodmanRequest`
+/// describes: read where it is kept or, where that cannot be done, by the request as it is.
+PodmanReply streamLog(const LogTools& tools, const PodmanRequest& request, const LogStreams::Session& session,
                       KxCErrorListPool& pool, LogStreams::Socket& socket);
 
 }  // namespace KxNContainer

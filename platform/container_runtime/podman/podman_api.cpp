@@ -116,15 +116,6 @@ std::optional<std::string> inspectPath(std::string_view path) {
     return std::string(resource.substr(0, resource.size() - LOGS.size())) + "/json";
 }
 
-bool hasTerminal(const std::string& inspection) {
-    const KxNJson::json container = parseJson(inspection);
-    if (!container.is_object() || !container.contains("Config") || !container["Config"].is_object()) {
-        return false;
-    }
-    const auto terminal = container["Config"].find("Tty");
-    return terminal != container["Config"].end() && terminal->is_boolean() && terminal->get<bool>();
-}
-
 void correctStatus(std::string_view path, KxCCurlHandler::MethodType method, PodmanReply& reply) {
     const auto [resource, query] = splitPath(path);
     const auto force = queryValue(query, "force");

@@ -32,9 +32,6 @@ std::chrono::seconds timeLimit(std::string_view path, KxCCurlHandler::MethodType
 /// "/containers/NAME/logs?...". None when `path` asks for no log.
 std::optional<std::string> inspectPath(std::string_view path);
 
-/// Whether an answer to `inspectPath` says that the container has a terminal.
-bool hasTerminal(const std::string& inspection);
-
 /// Corrects the one status that Podman 4.3.1 gives against the API that it documents.
 void correctStatus(std::string_view path, KxCCurlHandler::MethodType method, PodmanReply& reply);
 

@@ -43,20 +43,24 @@ PodmanAddress PodmanClient::getAddress() const {
 
 PodmanReply PodmanClient::call(const PodmanRequest& request, const KxNNet::WaitLimits& limits, AnswerSink* sink,
                                pid_t* server) {
-    try {
-        // Only a GET may be sent again when a kept connection turns out to have been closed meanwhile, so that only a
-        // GET goes on a kept one.
-        std::optional<KxNNet::Stream> kept = request.method == Method::GET ? pool.take() : std::nullopt;
-        if (kept) {
-            try {
-                return exchange(std::move(*kept), request, limits, pool, sink, server);
-            } catch (const PodmanFailure& failure) {
-                if (!failure.died) {
-                    throw;
-                }
+    // Only a GET may be sent again when a kept connection turns out to have been closed meanwhile, so that only a
+    // GET goes on a kept one.
+    std::optional<KxNNet::Stream> kept = request.method == Method::GET ? pool.take() : std::nullopt;
+    if (kept) {
+        try {
+            return exchange(std::move(*kept), request, limits, pool, sink, server);
+        } catch (const PodmanFailure& failure) {
+            if (!failure.died) {
+                throw;
             }
         }
-        return exchange(connectTo(getAddress(), limits), request, limits, pool, sink, server);
+    }
+    return exchange(connectTo(getAddress(), limits), request, limits, pool, sink, server);
+}
+
+PodmanReply PodmanClient::callSafely(const PodmanRequest& request, const KxNNet::WaitLimits& limits, pid_t* server) {
+    try {
+        return call(request, limits, nullptr, server);
     } catch (const PodmanFailure& failure) {
         return {failure.what(), failure.status};
     } catch (const std::exception& error) {
@@ -65,9 +69,13 @@ PodmanReply PodmanClient::call(const PodmanRequest& request, const KxNNet::WaitL
 }
 
 PodmanReply PodmanClient::execute(const PodmanRequest& request, const KxNNet::WaitLimits& limits) {
-    PodmanReply reply = call(request, limits, nullptr, nullptr);
+    PodmanReply reply = callSafely(request, limits, nullptr);
     correctStatus(request.path, request.method, reply);
     return reply;
+}
+
+PodmanReply PodmanClient::ask(const PodmanRequest& request, const KxNNet::WaitLimits& limits) {
+    return call(request, limits, nullptr, nullptr);
 }
 
 PodmanReply PodmanClient::stream(const PodmanRequest& request, const KxNNet::WaitLimits& limits, AnswerSink& sink) {
@@ -77,7 +85,7 @@ PodmanReply PodmanClient::stream(const PodmanRequest& request, const KxNNet::Wai
 PodmanPing PodmanClient::ping(const KxNNet::Cancellation& cancellation) {
     const PodmanRequest request{"/_ping", Method::GET, {}, {}};
     pid_t server = 0;
-    PodmanReply reply = call(request, {cancellation, std::chrono::steady_clock::now() + PING_TIME}, nullptr, &server);
+    PodmanReply reply = callSafely(request, {cancellation, std::chrono::steady_clock::now() + PING_TIME}, &server);
     if (reply.status == 200) {
         return {true, {}, server};
     }

@@ -20,9 +20,7 @@ struct PodmanPing {
     explicit operator bool() const { return isAnswered; }
 };
 
-/// Every call blocks its caller until Podman has answered or the limits end it, and always gives a reply: one that is
-/// Podman's own or, when there is none, status 503 with the reason as its body (400 for a request that cannot be sent
-/// as HTTP). No exceptions. Any thread.
+/// Every call blocks its caller until Podman has answered or the limits end it. Any thread.
 class PodmanClient {
 public:
     explicit PodmanClient(const PodmanAddress& podman) : address(podman) {}
@@ -31,19 +29,25 @@ public:
     void setAddress(const PodmanAddress& newAddress);
     PodmanAddress getAddress() const;
 
+    /// Always gives a reply: one that is Podman's own or, when there is none, status 503 with the reason as its body
+    /// (400 for a request that cannot be sent as HTTP). No exceptions.
     PodmanReply execute(const PodmanRequest& request, const KxNNet::WaitLimits& limits);
 
-    /// Gives the body of an answer of status 2xx to `sink` while it arrives; that of any other status becomes the
-    /// reply's. An end before the answer was complete leaves the status as it is.
+    /// Gives a reply that is Podman's own. Throws PodmanFailure when there is none.
+    PodmanReply ask(const PodmanRequest& request, const KxNNet::WaitLimits& limits);
+
+    /// As `ask`, but gives the body of an answer of status 2xx to `sink` while it arrives; that of any other status
+    /// becomes the reply's. An end before the answer was complete leaves the status as it is.
     PodmanReply stream(const PodmanRequest& request, const KxNNet::WaitLimits& limits, AnswerSink& sink);
 
-    /// Asks Podman whether it answers, which it has to within a few seconds.
+    /// Asks Podman whether it answers, which it has to within a few seconds. No exceptions.
     PodmanPing ping(const KxNNet::Cancellation& cancellation);
 
     void closeStaleConnections() { pool.closeStale(); }
 
 private:
     PodmanReply call(const PodmanRequest& request, const KxNNet::WaitLimits& limits, AnswerSink* sink, pid_t* server);
+    PodmanReply callSafely(const PodmanRequest& request, const KxNNet::WaitLimits& limits, pid_t* server);
 
     mutable std::mutex addressMutex;
     PodmanAddress address;

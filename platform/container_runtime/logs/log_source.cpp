@@ -1,0 +1,99 @@
+#include "platform/container_runtime/logs/log_source.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "platform/common/system_text.h"
+#include "platform/container_runtime/logs/file/file_reader.h"
+#include "platform/container_runtime/logs/file/log_watch.h"
+#include "platform/container_runtime/podman/podman_failure.h"
+
+namespace KxNContainer {
+
+namespace {
+
+/// How often Podman is asked about a container whose end cannot be seen from here, and how long it has for its answer.
+constexpr std::chrono::milliseconds ASKING_TIME{500};
+constexpr std::chrono::seconds ANSWER_TIME{5};
+
+std::string inspectionPath(const std::string& containerId) {
+    return "/containers/" + containerId + "/json";
+}
+
+}  // namespace
+
+Inspection inspectContainer(PodmanClient& podman, const std::string& path, const KxNNet::Cancellation& ending,
+                            std::chrono::seconds longest) {
+    const auto deadline = std::chrono::steady_clock::now() + longest;
+    Inspection inspection{podman.ask({path, KxCCurlHandler::MethodType::GET, {}, {}}, {ending, deadline}), {}};
+    if (inspection.reply.status / 100 == 2) {
+        inspection.container = ContainerLog::parse(inspection.reply.body);
+    }
+    return inspection;
+}
+
+LogSource::LogSource(const LogTools& usedTools, const ContainerLog& container, const LogRange& range,
+                     const std::string& cursor, Until until)
+    : tools(usedTools), containerId(container.id) {
+    if (container.driver != ContainerLog::Driver::file) {
+        throw KxNCommon::systemError("The log driver '" + container.driverName + "'", ENOTSUP);
+    }
+    if (container.isRunning || until == Until::cancelled) {
+        log = tools.watch.follow(container.id, container.path);
+        update(container);
+    }
+    reader = std::make_unique<FileReader>(FileReading{container.id, container.path, log, until == Until::endOfRun},
+                                          range, cursor);
+}
+
+LogSource::~LogSource() {
+    reader.reset();
+    if (log) {
+        log.reset();
+        tools.watch.noteLeaving();
+    }
+}
+
+void LogSource::update(const ContainerLog& container) {
+    const FollowedLog::Run known = log->run();
+    if (!container.isRunning) {
+        if (!known.hasEnded && !known.isWatched) {
+            log->endRun(container.exitCode);
+            log->ringAll();
+        }
+    } else if (!tools.watch.watchWriter(log, container.process) && known.hasEnded) {
+        log->beginRun(false);
+    }
+}
+
+bool LogSource::wait(const KxNNet::Cancellation& cancellation, std::chrono::milliseconds longest) {
+    const FollowedLog::Run known = run();
+    if (known.hasEnded || known.isWatched) {
+        return reader->wait(cancellation, longest);
+    }
+    if (!reader->wait(cancellation, std::min(longest, ASKING_TIME)) && !cancellation.isCancelled()) {
+        try {
+            const Inspection inspection =
+                inspectContainer(tools.podman, inspectionPath(containerId), cancellation, ANSWER_TIME);
+            if (inspection.container) {
+                update(*inspection.container);
+            } else if (inspection.reply.status == 404) {
+                log->endRun(std::nullopt);
+            }
+        } catch (const PodmanFailure&) {
+            // The log goes on whether Podman answers or not.
+        }
+        return longest > ASKING_TIME;
+    }
+    return !cancellation.isCancelled();
+}
+
+FollowedLog::Run LogSource::run() const {
+    return log ? log->run() : FollowedLog::Run{};
+}
+
+std::uint64_t LogSource::activity() const {
+    return log ? log->activity() : 0;
+}
+
+}  // namespace KxNContainer
