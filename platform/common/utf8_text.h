@@ -24,6 +24,9 @@ public:
     /// Appends to `text` all characters that `bytes` complete.
     void append(std::string_view bytes, std::string& text);
 
+    /// The beginning of a character that is kept back.
+    std::string_view incomplete() const { return {pending.data(), pendingSize}; }
+
     /// Nothing follows: an incomplete character becomes U+FFFD.
     void finish(std::string& text);
 

@@ -8,8 +8,11 @@
 #include "KxCustomConfig.h"
 #include "KxLog.h"
 #include "platform/container_runtime/container_impl.h"
+#include "platform/container_runtime/logs/log_cursor.h"
+#include "platform/container_runtime/logs/log_entries.h"
 #include "platform/container_runtime/podman/podman_api.h"
 #include "platform/container_runtime/podman/podman_command.h"
+#include "platform/container_runtime/podman/podman_failure.h"
 #include "platform/container_runtime/stores/runtime_directories.h"
 
 namespace KxNContainer {
@@ -180,6 +183,27 @@ PodmanReply KxCContainer::StreamPodmanRequest(
     } catch (const std::exception& error) {
         return {std::string("The log stream failed: ") + error.what(), 503};
     }
+}
+
+PodmanReply KxCContainer::FollowLogEntries(const std::string& containerName, const KxSLogBegin& begin,
+                                           KxCLogEntrySink& sink,
+                                           // NOLINTNEXTLINE(performance-unnecessary-value-param): a share, for its run
+                                           std::shared_ptr<KxSLogStreamSession> session) {
+    if (session == nullptr) {
+        return {"The log stream has no session", 503};
+    }
+    try {
+        return followEntries({impl->podman, impl->logWatch}, containerName, begin, sink, session->ending);
+    } catch (const PodmanFailure& failure) {
+        // A client that goes before Podman has answered is no failure.
+        return session->ending.isCancelled() ? PodmanReply{"", 200} : PodmanReply{failure.what(), failure.status};
+    } catch (const std::exception& error) {
+        return {std::string("The log cannot be followed: ") + error.what(), 503};
+    }
+}
+
+bool KxCContainer::IsLogCursor(const std::string& text) {
+    return LogCursor::parse(text).has_value();
 }
 
 void KxCContainer::UnregisterLogStreamSession(KxNTamberWebApi::KxCWebSocket* socket) {

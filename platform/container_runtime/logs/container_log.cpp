@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <limits>
 
 #include "KxJson.h"
 #include "platform/container_runtime/podman/podman_api.h"
@@ -44,13 +43,6 @@ std::optional<std::int64_t> parseNumber(std::string_view digits) {
     std::int64_t value = 0;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
     return error == std::errc() && end == digits.data() + digits.size() ? std::optional(value) : std::nullopt;
-}
-
-/// As nanoseconds; the first and the last time for those beyond.
-LogTime toLogTime(std::int64_t seconds) {
-    constexpr std::int64_t NANOSECONDS = 1'000'000'000;
-    constexpr std::int64_t LIMIT = std::numeric_limits<LogTime>::max() / NANOSECONDS;
-    return std::clamp(seconds, -LIMIT, LIMIT) * NANOSECONDS;
 }
 
 bool takeParameter(std::string_view name, std::string_view value, LogRange& range, bool& isFollowing) {

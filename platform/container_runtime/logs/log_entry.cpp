@@ -1,5 +1,6 @@
 #include "platform/container_runtime/logs/log_entry.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
@@ -105,6 +106,12 @@ std::string formatLogTime(LogTime time) {
                       static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
                       static_cast<int>(clock.seconds().count()), static_cast<int>(clock.subseconds().count()));
     return {text.data(), static_cast<std::size_t>(size)};
+}
+
+LogTime toLogTime(std::int64_t seconds) {
+    constexpr std::int64_t NANOSECONDS = 1'000'000'000;
+    constexpr std::int64_t LIMIT = std::numeric_limits<LogTime>::max() / NANOSECONDS;
+    return std::clamp(seconds, -LIMIT, LIMIT) * NANOSECONDS;
 }
 
 /// What has no time that can be read is wanted: output in doubt is better than output lost.

@@ -35,6 +35,9 @@ struct LogEntry {
 std::optional<LogTime> parseLogTime(std::string_view text);
 std::string formatLogTime(LogTime time);
 
+/// The first and the last time for those beyond.
+LogTime toLogTime(std::int64_t seconds);
+
 /// What of a log is wanted.
 struct LogRange {
     static constexpr std::uint64_t ALL = std::numeric_limits<std::uint64_t>::max();
@@ -64,7 +67,7 @@ private:
         bool isWanted = true;
     };
 
-    const LogRange range;
+    LogRange range;
     std::array<Line, LOG_OUTPUTS> lines{};
 };
 

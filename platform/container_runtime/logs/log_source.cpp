@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "KxLog.h"
 #include "platform/common/system_text.h"
 #include "platform/container_runtime/logs/file/file_reader.h"
 #include "platform/container_runtime/logs/file/log_watch.h"
@@ -32,9 +33,9 @@ Inspection inspectContainer(PodmanClient& podman, const std::string& path, const
     return inspection;
 }
 
-LogSource::LogSource(const LogTools& usedTools, const ContainerLog& container, const LogRange& range,
-                     const std::string& cursor, Until until)
-    : tools(usedTools), containerId(container.id) {
+LogSource::LogSource(const LogTools& usedTools, const std::string& name, const ContainerLog& container,
+                     const LogRange& range, const std::string& cursor, Until until)
+    : tools(usedTools), containerName(name), containerId(container.id) {
     if (container.driver != ContainerLog::Driver::file) {
         throw KxNCommon::systemError("The log driver '" + container.driverName + "'", ENOTSUP);
     }
@@ -52,6 +53,17 @@ LogSource::~LogSource() {
         log.reset();
         tools.watch.noteLeaving();
     }
+}
+
+LogStep LogSource::next() {
+    const LogStep step = reader->next();
+    if (step.kind == LogStep::Kind::gap) {
+        const auto& bytes = step.gap.bytes;
+        const std::string size = bytes ? std::to_string(*bytes) + " bytes" : "a part of unknown size";
+        KxCRTE_LOG(3, "Korvex Container Service: Of the log of container '%s' %s cannot be read any more: %s",
+                   containerName.c_str(), size.c_str(), step.gap.reason);
+    }
+    return step;
 }
 
 void LogSource::update(const ContainerLog& container) {

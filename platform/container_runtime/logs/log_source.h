@@ -38,13 +38,14 @@ public:
 
     /// Throws std::system_error when the log cannot be opened or is of a kind that is not read here,
     /// std::invalid_argument for a cursor that is none.
-    LogSource(const LogTools& usedTools, const ContainerLog& container, const LogRange& range,
+    LogSource(const LogTools& usedTools, const std::string& name, const ContainerLog& container, const LogRange& range,
               const std::string& cursor, Until until);
     ~LogSource();
     LogSource(const LogSource&) = delete;
     LogSource& operator=(const LogSource&) = delete;
 
-    LogStep next() { return reader->next(); }
+    /// As LogReader::next. A gap leaves a line in our log.
+    LogStep next();
     std::string cursor() { return reader->cursor(); }
 
     /// As LogReader::wait. Where the writer of the log cannot be seen from here, Podman is asked now and then whether
@@ -59,6 +60,7 @@ public:
 
 private:
     const LogTools tools;
+    const std::string containerName;
     const std::string containerId;
     std::shared_ptr<FollowedLog> log;  ///< while it is followed
     std::unique_ptr<LogReader> reader;

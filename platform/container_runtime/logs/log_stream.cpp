@@ -16,8 +16,8 @@ namespace KxNContainer {
 
 namespace {
 
-/// More than this is not gathered into one text.
-constexpr std::size_t TEXT_SIZE = 24UL << 10;
+/// More than this is not gathered into one text; of one more block of a log at most three times its size is added.
+constexpr std::size_t TEXT_SIZE = 16UL << 10;
 
 /// Sends text to a client.
 class TextSender {
@@ -143,12 +143,6 @@ PodmanReply relay(PodmanClient& podman, const PodmanRequest& request, bool isFra
     return reply;
 }
 
-void report(const LogStreams::Session& session, const LogGap& gap) {
-    const std::string size = gap.bytes ? std::to_string(*gap.bytes) + " bytes" : "a part of unknown size";
-    KxCRTE_LOG(3, "Korvex Container Service: Of the log of container '%s' %s cannot be read any more: %s",
-               session.containerName.c_str(), size.c_str(), gap.reason);
-}
-
 /// What is left until `time`, if there is one.
 milliseconds timeUntil(const std::optional<LogTime>& time) {
     if (!time) {
@@ -170,9 +164,7 @@ void sendLog(LogSource& log, const LogRange& range, const LogStreams::Session& s
             if (sender.isFull() && !sender.flush()) {
                 return;
             }
-        } else if (step.kind == LogStep::Kind::gap) {
-            report(session, step.gap);
-        } else {
+        } else if (step.kind != LogStep::Kind::gap) {
             const milliseconds left = timeUntil(range.until);
             if (step.kind == LogStep::Kind::ended || left <= milliseconds(0) || !sender.flush()) {
                 break;
@@ -197,7 +189,8 @@ std::unique_ptr<LogSource> openLog(const LogTools& tools, const ContainerLog& co
         return nullptr;
     }
     try {
-        return std::make_unique<LogSource>(tools, container, range, "", LogSource::Until::endOfRun);
+        return std::make_unique<LogSource>(tools, session.containerName, container, range, "",
+                                           LogSource::Until::endOfRun);
     } catch (const std::exception& error) {
         KxCRTE_LOG(3, "Korvex Container Service: The log of container '%s' is left to Podman: %s",
                    session.containerName.c_str(), error.what());

@@ -18,7 +18,7 @@ namespace KxNContainer {
 
 namespace {
 
-constexpr std::size_t BLOCK_SIZE = 24UL << 10;
+constexpr std::size_t BLOCK_SIZE = 16UL << 10;
 
 /// The pieces of a line lie together, but for the lines of the other output. This far the beginning of one is looked
 /// for.
