@@ -138,7 +138,7 @@ PodmanReply EntryFollower::run(const std::string& name, const KxSLogBegin& wante
     containerName = name;
     const std::string path = "/containers/" + name + "/json";
     const Inspection inspection =
-        inspectContainer(tools.podman, path, ending, timeLimit(path, KxCCurlHandler::MethodType::GET));
+        inspectPatiently(tools.podman, path, ending, timeLimit(path, KxCCurlHandler::MethodType::GET));
     if (!inspection.container) {
         return inspection.reply.status / 100 == 2 ? PodmanReply{"Podman's answer says nothing of a container", 503}
                                                   : inspection.reply;

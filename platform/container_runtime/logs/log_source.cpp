@@ -1,5 +1,7 @@
 #include "platform/container_runtime/logs/log_source.h"
 
+#include <poll.h>
+
 #include <algorithm>
 #include <cerrno>
 
@@ -17,6 +19,10 @@ namespace {
 constexpr std::chrono::milliseconds ASKING_TIME{500};
 constexpr std::chrono::seconds ANSWER_TIME{5};
 
+/// How long Podman is left alone after a failure, and how long before the end it is not asked any more.
+constexpr std::chrono::milliseconds RETRY_TIME{200};
+constexpr std::chrono::seconds RETRY_MARGIN{1};
+
 std::string inspectionPath(const std::string& containerId) {
     return "/containers/" + containerId + "/json";
 }
@@ -31,6 +37,23 @@ Inspection inspectContainer(PodmanClient& podman, const std::string& path, const
         inspection.container = ContainerLog::parse(inspection.reply.body);
     }
     return inspection;
+}
+
+Inspection inspectPatiently(PodmanClient& podman, const std::string& path, const KxNNet::Cancellation& ending,
+                            std::chrono::seconds longest) {
+    const auto end = std::chrono::steady_clock::now() + longest;
+    while (true) {
+        const auto left = std::chrono::ceil<std::chrono::seconds>(end - std::chrono::steady_clock::now());
+        try {
+            return inspectContainer(podman, path, ending, left);
+        } catch (const PodmanFailure& failure) {
+            if (failure.status != PodmanFailure::UNREACHABLE || left <= RETRY_MARGIN || ending.isCancelled()) {
+                throw;
+            }
+        }
+        pollfd cancelled{ending.descriptor(), POLLIN, 0};
+        ::poll(&cancelled, 1, static_cast<int>(RETRY_TIME.count()));
+    }
 }
 
 LogSource::LogSource(const LogTools& usedTools, const std::string& name, const ContainerLog& container,

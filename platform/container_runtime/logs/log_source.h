@@ -31,6 +31,10 @@ struct Inspection {
 Inspection inspectContainer(PodmanClient& podman, const std::string& path, const KxNNet::Cancellation& ending,
                             std::chrono::seconds longest);
 
+/// The same, but asks again when Podman has died or cannot be reached: within that time it may be back.
+Inspection inspectPatiently(PodmanClient& podman, const std::string& path, const KxNNet::Cancellation& ending,
+                            std::chrono::seconds longest);
+
 /// Reads a log that is kept on this machine. One thread.
 class LogSource {
 public:

@@ -203,7 +203,7 @@ PodmanReply passOn(const LogTools& tools, const PodmanRequest& request, const Lo
     bool isFramed = false;
     if (const auto path = inspectPath(request.path)) {
         const auto container =
-            inspectContainer(tools.podman, *path, session.ending, timeLimit(*path, request.method)).container;
+            inspectPatiently(tools.podman, *path, session.ending, timeLimit(*path, request.method)).container;
         const std::string query = request.path.substr(std::min(request.path.find('?') + 1, request.path.size()));
         const auto range = container ? parseLogQuery(query) : std::nullopt;
         if (const auto log = range ? openLog(tools, *container, *range, session) : nullptr) {
