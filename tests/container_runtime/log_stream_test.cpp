@@ -1,7 +1,7 @@
 #include "platform/container_runtime/logs/log_stream.h"
 
 #include "KxErrorManager.h"
-#include "platform/container_runtime/logs/file/log_watch.h"
+#include "platform/container_runtime/logs/watch/log_watch.h"
 #include "podman_double.h"
 #include "tests/support.h"
 #include "web_socket_double.h"

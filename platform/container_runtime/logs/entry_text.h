@@ -5,7 +5,7 @@
 #include <string>
 
 #include "platform/common/utf8_text.h"
-#include "platform/container_runtime/logs/log_entry.h"
+#include "platform/container_runtime/logs/entry/log_entry.h"
 
 namespace KxNContainer {
 

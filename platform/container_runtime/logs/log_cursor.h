@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/container_runtime/logs/log_entry.h"
+#include "platform/container_runtime/logs/entry/log_entry.h"
 
 namespace KxNContainer {
 

@@ -8,8 +8,8 @@
 
 #include "platform/common/utf8_text.h"
 #include "platform/container_runtime/logs/container_log.h"
+#include "platform/container_runtime/logs/entry/log_entry.h"
 #include "platform/container_runtime/logs/log_cursor.h"
-#include "platform/container_runtime/logs/log_entry.h"
 #include "platform/container_runtime/podman/podman_api.h"
 #include "platform/container_runtime/podman/podman_failure.h"
 

@@ -8,7 +8,8 @@
 #include "KxLog.h"
 #include "platform/common/system_text.h"
 #include "platform/container_runtime/logs/file/file_reader.h"
-#include "platform/container_runtime/logs/file/log_watch.h"
+#include "platform/container_runtime/logs/journal/journal_reader.h"
+#include "platform/container_runtime/logs/watch/log_watch.h"
 #include "platform/container_runtime/podman/podman_failure.h"
 
 namespace KxNContainer {
@@ -59,15 +60,20 @@ Inspection inspectPatiently(PodmanClient& podman, const std::string& path, const
 LogSource::LogSource(const LogTools& usedTools, const std::string& name, const ContainerLog& container,
                      const LogRange& range, const std::string& cursor, Until until)
     : tools(usedTools), containerName(name), containerId(container.id) {
-    if (container.driver != ContainerLog::Driver::file) {
+    if (container.driver == ContainerLog::Driver::other) {
         throw KxNCommon::systemError("The log driver '" + container.driverName + "'", ENOTSUP);
     }
+    const bool isFile = container.driver == ContainerLog::Driver::file;
     if (container.isRunning || until == Until::cancelled) {
-        log = tools.watch.follow(container.id, container.path);
+        log = tools.watch.follow(container.id, isFile ? container.path : "");
         update(container);
     }
-    reader = std::make_unique<FileReader>(FileReading{container.id, container.path, log, until == Until::endOfRun},
-                                          range, cursor);
+    const bool endsWithRun = until == Until::endOfRun;
+    if (isFile) {
+        reader = std::make_unique<FileReader>(container.id, container.path, log, endsWithRun, range, cursor);
+    } else {
+        reader = std::make_unique<JournalReader>(container.id, log, endsWithRun, range, cursor);
+    }
 }
 
 LogSource::~LogSource() {

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "platform/container_runtime/logs/container_log.h"
-#include "platform/container_runtime/logs/file/followed_log.h"
-#include "platform/container_runtime/logs/log_reader.h"
+#include "platform/container_runtime/logs/entry/log_reader.h"
+#include "platform/container_runtime/logs/watch/followed_log.h"
 #include "platform/container_runtime/podman/podman_client.h"
 
 namespace KxNContainer {

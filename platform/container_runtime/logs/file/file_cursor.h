@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/container_runtime/logs/file/log_file.h"
+#include "platform/container_runtime/logs/watch/log_file.h"
 
 namespace KxNContainer {
 

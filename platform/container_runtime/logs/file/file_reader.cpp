@@ -1,18 +1,15 @@
 #include "platform/container_runtime/logs/file/file_reader.h"
 
-#include <poll.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
 
 #include "platform/common/system_text.h"
+#include "platform/container_runtime/logs/entry/tail_finder.h"
 #include "platform/container_runtime/logs/file/file_cursor.h"
 #include "platform/container_runtime/logs/file/file_tail.h"
-#include "platform/container_runtime/logs/tail_finder.h"
 
 namespace KxNContainer {
 
@@ -24,43 +21,25 @@ constexpr std::size_t BLOCK_SIZE = 16UL << 10;
 /// for.
 constexpr off_t LONGEST_SEARCH = 1L << 20;
 
-}  // namespace
-
-FileReader::FileReader(FileReading what, const LogRange& range, const std::string& cursor) : reading(std::move(what)) {
-    if (reading.log) {
-        run = reading.endsWithRun ? reading.log->run().number : 0;
-        reading.log->add(bell);
-    }
-    try {
-        const auto files = openFiles();
-        if (!cursor.empty()) {
-            beginBehind(cursor, files);
-        } else {
-            beginWithTail(range, files);
-        }
-    } catch (...) {
-        if (reading.log) {
-            reading.log->remove(bell);
-        }
-        throw;
-    }
-}
-
-FileReader::~FileReader() {
-    if (reading.log) {
-        reading.log->remove(bell);
-    }
-}
-
-std::vector<FollowedLog::File> FileReader::openFiles() {
-    if (reading.log) {
-        return reading.log->files();
-    }
-    KxNCommon::UniqueFd file = openLogFile(reading.path, reading.containerId);
+std::vector<FollowedLog::File> openOne(const std::string& containerId, const std::string& path) {
+    KxNCommon::UniqueFd file = openLogFile(path, containerId);
     if (!file) {
-        throw KxNCommon::systemError("Cannot open '" + reading.path + "'");
+        throw KxNCommon::systemError("Cannot open '" + path + "'");
     }
     return {{1, std::make_shared<LogFile>(std::move(file))}};
+}
+
+}  // namespace
+
+FileReader::FileReader(const std::string& containerId, const std::string& path, std::shared_ptr<FollowedLog> followed,
+                       bool endsWithRun, const LogRange& range, const std::string& cursor)
+    : follower(std::move(followed), endsWithRun) {
+    const auto files = follower.log() != nullptr ? follower.log()->files() : openOne(containerId, path);
+    if (!cursor.empty()) {
+        beginBehind(cursor, files);
+    } else {
+        beginWithTail(range, files);
+    }
 }
 
 void FileReader::enter(const FollowedLog::File& file, off_t at) {
@@ -93,7 +72,7 @@ void FileReader::beginWithTail(const LogRange& range, const std::vector<Followed
         enter(files.back(), 0);
         return;
     }
-    const bool hasEnded = !reading.log || reading.log->run().hasEnded;
+    const bool hasEnded = follower.isRunOver();
     Place end{files.back().number, files.back().file->look().size};
     std::array<char, 1> last{'\n'};
     if (!hasEnded && end.offset > 0 && files.back().file->read(end.offset - 1, last) == 1 && last[0] != '\n') {
@@ -146,7 +125,7 @@ LogStep FileReader::next() {
         if (!gaps.empty() || fill() || goOn()) {
             continue;
         }
-        return {isRunOver() ? LogStep::Kind::ended : LogStep::Kind::waits, {}, {}};
+        return {isRunOver ? LogStep::Kind::ended : LogStep::Kind::waits, {}, {}};
     }
 }
 
@@ -162,8 +141,9 @@ std::optional<LogEntry> FileReader::takeEntry(bool isAll) {
 
 /// Reads what has come since. False when that is nothing.
 bool FileReader::fill() {
-    const bool isReplaced = reading.log && reading.log->fileBehind(current.number);
-    const bool isComplete = isReplaced || isRunOver();  // asked before the file is looked at for the last time
+    const bool isReplaced = follower.log() != nullptr && follower.log()->fileBehind(current.number);
+    isRunOver = follower.isRunOver();  // both asked before the file is looked at for the last time
+    const bool isComplete = isReplaced || isRunOver;
     const LogFile::Look look = current.file->look();
     takeCuts(look);
     const std::size_t place = rest.empty() ? 0 : static_cast<std::size_t>(rest.data() - block.data());
@@ -207,18 +187,9 @@ void FileReader::addGap(const std::optional<std::uint64_t>& bytes, const char* r
     gaps.push_back({bytes, reason});
 }
 
-/// Whether no more comes until the container is started again, if at all.
-bool FileReader::isRunOver() const {
-    if (!reading.log) {
-        return true;
-    }
-    const FollowedLog::Run known = reading.log->run();
-    return known.hasEnded || (run != 0 && known.number != run);
-}
-
 /// Goes on with the next file, when this one has been read to its end.
 bool FileReader::goOn() {
-    const auto following = hasNext ? reading.log->fileBehind(current.number) : std::nullopt;
+    const auto following = hasNext ? follower.log()->fileBehind(current.number) : std::nullopt;
     if (!following) {
         hasAll = false;
         return false;
@@ -238,23 +209,11 @@ bool FileReader::goOn() {
 bool FileReader::wait(const KxNNet::Cancellation& cancellation, std::chrono::milliseconds longest) {
     std::vector<char>(rest.begin(), rest.end()).swap(block);  // a stream that waits costs no memory
     rest = {block.data(), block.size()};
-    std::array<pollfd, 2> polls{{{bell.descriptor(), POLLIN, 0}, {cancellation.descriptor(), POLLIN, 0}}};
-    const int count = ::poll(polls.data(), polls.size(), static_cast<int>(longest.count()));
-    if (count < 0 && errno != EINTR) {
-        throw KxNCommon::systemError("A container's log");
-    }
-    if (polls[0].revents != 0) {
-        bell.silence();
-    }
-    return count > 0 && polls[1].revents == 0;
+    return follower.wait(cancellation, longest, -1);
 }
 
 std::string FileReader::cursor() {
     return FileCursor::at(*current.file, offset).format();
-}
-
-bool FileReader::isCursor(std::string_view text) {
-    return FileCursor::parse(text).has_value();
 }
 
 }  // namespace KxNContainer

@@ -8,32 +8,24 @@
 #include <string>
 #include <vector>
 
+#include "platform/container_runtime/logs/entry/log_reader.h"
 #include "platform/container_runtime/logs/file/entry_parser.h"
-#include "platform/container_runtime/logs/file/followed_log.h"
-#include "platform/container_runtime/logs/log_reader.h"
+#include "platform/container_runtime/logs/watch/log_follower.h"
 
 namespace KxNContainer {
 
-/// What a reader is to read.
-struct FileReading {
-    std::string containerId;
-    std::string path;
-    std::shared_ptr<FollowedLog> log;  ///< to follow it; none to read what is there
-    bool endsWithRun = false;          ///< with the run of the container that is under way, if one is
-};
-
 class FileReader final : public LogReader {
 public:
-    /// Begins with the last lines of `range`, or behind `cursor` if that is not empty. Throws std::system_error when
-    /// there is no such log, std::invalid_argument for a cursor that is none.
-    FileReader(FileReading what, const LogRange& range, const std::string& cursor);
-    ~FileReader() override;
+    /// Reads the log of the container with that id at `path`, or the files of `followed`, if there is such a log, as it
+    /// grows: to the end of the container's run or, without `endsWithRun`, over all runs. Begins with the last lines of
+    /// `range`, or behind `cursor` if that is not empty. Throws std::system_error when there is no such log,
+    /// std::invalid_argument for a cursor that is none.
+    FileReader(const std::string& containerId, const std::string& path, std::shared_ptr<FollowedLog> followed,
+               bool endsWithRun, const LogRange& range, const std::string& cursor);
 
     LogStep next() override;
     bool wait(const KxNNet::Cancellation& cancellation, std::chrono::milliseconds longest) override;
     std::string cursor() override;
-
-    static bool isCursor(std::string_view text);
 
 private:
     struct Place {
@@ -42,7 +34,6 @@ private:
         auto operator<=>(const Place&) const = default;
     };
 
-    std::vector<FollowedLog::File> openFiles();
     void beginBehind(const std::string& cursor, const std::vector<FollowedLog::File>& files);
     void beginWithTail(const LogRange& range, const std::vector<FollowedLog::File>& files);
     void enter(const FollowedLog::File& file, off_t at);
@@ -50,12 +41,9 @@ private:
     bool fill();
     void takeCuts(const LogFile::Look& look);
     void addGap(const std::optional<std::uint64_t>& bytes, const char* reason);
-    bool isRunOver() const;
     bool goOn();
 
-    const FileReading reading;
-    std::uint64_t run = 0;  ///< the last one to be read, 0 for no end
-    LogBell bell;
+    LogFollower follower;
 
     FollowedLog::File current;
     off_t offset = 0;  ///< of `rest` in the file
@@ -64,6 +52,7 @@ private:
     std::string_view rest;    ///< of the block
     bool hasAll = false;      ///< no more comes into this file by now
     bool hasNext = false;     ///< nor ever: there is another one, and this one has been read to its end
+    bool isRunOver = false;   ///< it was when the file was looked at last
     bool isSkipping = false;  ///< the rest of an entry that is not wanted
     EntryParser parser;
     std::array<Place, LOG_OUTPUTS> begins{};

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/container_runtime/logs/file/entry_parser.h"
-#include "platform/container_runtime/logs/file/log_file.h"
+#include "platform/container_runtime/logs/watch/log_file.h"
 
 namespace KxNContainer {
 

@@ -1,4 +1,4 @@
-#include "platform/container_runtime/logs/file/followed_log.h"
+#include "platform/container_runtime/logs/watch/followed_log.h"
 
 #include <sys/eventfd.h>
 

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "platform/common/unique_fd.h"
-#include "platform/container_runtime/logs/file/followed_log.h"
-#include "platform/container_runtime/logs/file/log_writer.h"
+#include "platform/container_runtime/logs/watch/followed_log.h"
+#include "platform/container_runtime/logs/watch/log_writer.h"
 
 namespace KxNContainer {
 

@@ -1,4 +1,4 @@
-#include "platform/container_runtime/logs/file/log_watch.h"
+#include "platform/container_runtime/logs/watch/log_watch.h"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -1,4 +1,4 @@
-#include "platform/container_runtime/logs/log_entry.h"
+#include "platform/container_runtime/logs/entry/log_entry.h"
 
 #include <algorithm>
 #include <array>

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "platform/common/unique_fd.h"
-#include "platform/container_runtime/logs/file/log_file.h"
+#include "platform/container_runtime/logs/watch/log_file.h"
 
 namespace KxNContainer {
 

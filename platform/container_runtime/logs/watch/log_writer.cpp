@@ -1,4 +1,4 @@
-#include "platform/container_runtime/logs/file/log_writer.h"
+#include "platform/container_runtime/logs/watch/log_writer.h"
 
 #include <dirent.h>
 #include <fcntl.h>

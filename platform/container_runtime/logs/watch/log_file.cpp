@@ -1,4 +1,4 @@
-#include "platform/container_runtime/logs/file/log_file.h"
+#include "platform/container_runtime/logs/watch/log_file.h"
 
 #include <fcntl.h>
 #include <linux/openat2.h>
