@@ -1,40 +1,27 @@
-#include <sys/eventfd.h>
-#include <unistd.h>
-
-#include <array>
-#include <atomic>
-#include <cerrno>
-#include <condition_variable>
+#include <boost/asio/dispatch.hpp>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/use_future.hpp>
 #include <csignal>
-#include <cstring>
-#include <mutex>
+#include <exception>
+#include <map>
+#include <memory>
 #include <string>
-#include <system_error>
 #include <thread>
 
 #include "KxErrorManager.h"
 #include "KxRtos.h"
 #include "platform/common/blocked_signals.h"
-#include "platform/common/unique_fd.h"
 
 namespace KxNRtosAbstraction {
 
 namespace {
 
-// What signal context touches. A signal that arrives again before it was delivered is delivered once.
-std::array<std::atomic<bool>, NSIG> arrived{};
-static_assert(std::atomic<bool>::is_always_lock_free);
-std::atomic<int> arrivalEvent{-1};
+namespace asio = boost::asio;
 
-void noteArrival(int signalNumber) {
-    const int interruptedErrno = errno;
-    arrived[static_cast<std::size_t>(signalNumber)].store(true);
-    const std::uint64_t one = 1;
-    static_cast<void>(!::write(arrivalEvent.load(), &one, sizeof(one)));
-    errno = interruptedErrno;
-}
-
-// Calls the registered handlers, one at a time, on a thread of its own.
+/// Calls the registered handlers, one at a time, on a thread of its own. Everything else happens there, too, so that a
+/// handler that is removed is not running.
 class Delivery {
 public:
     static Delivery& getInstance() {
@@ -42,137 +29,98 @@ public:
         return delivery;
     }
 
-    // Makes the event and the thread where they are missing. False, with an error in `pool`, when that fails.
-    bool start(KxCErrorListPool& pool);
+    void install(int signalNumber, SignalHandler handler, KxCErrorListPool& pool) {
+        onThread([&] {
+            forget(signalNumber);
+            auto added = std::make_shared<Registration>(loop, handler, pool);
+            added->signals.add(signalNumber);
+            // Whom it reaches goes on with what the system did for it.
+            struct sigaction action {};
+            ::sigaction(signalNumber, nullptr, &action);
+            action.sa_flags |= SA_RESTART;
+            ::sigaction(signalNumber, &action, nullptr);
+            await(registrations[signalNumber] = std::move(added));
+        });
+    }
 
-    void setHandler(int signalNumber, SignalHandler handler, KxCErrorListPool& pool);
-
-    // When it returns the handler is not running, unless this is called by it.
-    void clearHandler(int signalNumber);
+    void remove(int signalNumber) {
+        onThread([&] {
+            forget(signalNumber);
+            asio::signal_set(loop).add(signalNumber);  // its end restores the default action, whoever has set another
+        });
+    }
 
 private:
     struct Registration {
-        SignalHandler handler = nullptr;
-        KxCErrorListPool* pool = nullptr;
+        Registration(asio::io_context& loop, SignalHandler called, KxCErrorListPool& handlersPool)
+            : signals(loop), handler(called), pool(handlersPool) {}
+
+        asio::signal_set signals;
+        SignalHandler handler;
+        KxCErrorListPool& pool;
     };
 
-    [[noreturn]] void deliver();
-    void callHandler(int signalNumber);
-
-    KxNCommon::UniqueFd event;
-    std::mutex mutex;
-    std::condition_variable handlerReturned;
-    std::array<Registration, NSIG> registrations;
-    int runningSignal = 0;
-    bool isStarted = false;
-    std::thread::id threadId;
-};
-
-bool Delivery::start(KxCErrorListPool& pool) {
-    const std::lock_guard lock(mutex);
-    if (isStarted) {
-        return true;
-    }
-    event = KxNCommon::UniqueFd(::eventfd(0, EFD_CLOEXEC));
-    if (!event) {
-        pool.addError(0, std::string("The event for signals cannot be made: ") + std::strerror(errno));
-        return false;
-    }
-    arrivalEvent.store(event.get());
-    try {
+    Delivery() {
         const KxNCommon::BlockedSignals blocked;
-        std::thread thread([this] { deliver(); });
-        threadId = thread.get_id();
-        thread.detach();
-    } catch (const std::system_error& error) {
-        pool.addError(0, std::string("The thread for signals cannot be started: ") + error.what());
-        return false;
+        std::thread([this] { loop.run(); }).detach();
     }
-    isStarted = true;
-    return true;
-}
 
-void Delivery::setHandler(int signalNumber, SignalHandler handler, KxCErrorListPool& pool) {
-    const std::lock_guard lock(mutex);
-    registrations[static_cast<std::size_t>(signalNumber)] = {handler, &pool};
-}
-
-void Delivery::clearHandler(int signalNumber) {
-    std::unique_lock lock(mutex);
-    registrations[static_cast<std::size_t>(signalNumber)] = {};
-    arrived[static_cast<std::size_t>(signalNumber)].store(false);
-    if (std::this_thread::get_id() != threadId) {
-        handlerReturned.wait(lock, [&] { return runningSignal != signalNumber; });
+    template <typename Action>
+    void onThread(Action action) {
+        asio::dispatch(loop, asio::use_future(action)).get();
     }
-}
 
-void Delivery::deliver() {
-    for (;;) {
-        std::uint64_t count;
-        static_cast<void>(!::read(arrivalEvent.load(), &count, sizeof(count)));
-        for (int signalNumber = 1; signalNumber < NSIG; ++signalNumber) {
-            if (arrived[static_cast<std::size_t>(signalNumber)].exchange(false)) {
-                callHandler(signalNumber);
-            }
+    void forget(int signalNumber) {
+        if (const auto former = registrations.extract(signalNumber)) {
+            former.mapped()->signals.clear();  // it may be its handler that calls
         }
     }
-}
 
-void Delivery::callHandler(int signalNumber) {
-    std::unique_lock lock(mutex);
-    const Registration registration = registrations[static_cast<std::size_t>(signalNumber)];
-    if (registration.handler == nullptr) {
+    void await(const std::shared_ptr<Registration>& registration) {
+        registration->signals.async_wait([this, registration](const boost::system::error_code& error, int number) {
+            if (error) {
+                return;
+            }
+            registration->handler(registration->pool, number);
+            if (const auto found = registrations.find(number);
+                found != registrations.end() && found->second == registration) {
+                await(registration);
+            }
+        });
+    }
+
+    asio::io_context loop;
+    asio::executor_work_guard<asio::io_context::executor_type> work{loop.get_executor()};
+    std::map<int, std::shared_ptr<Registration>> registrations;
+};
+
+/// Does something for a signal; its failure goes to `pool`.
+template <typename Action>
+void attempt(KxCErrorListPool& pool, int signalNumber, const char* what, Action action) {
+    if (signalNumber <= 0 || signalNumber >= NSIG) {
+        pool.addError(0, std::string(what) + " failed: there is no signal " + std::to_string(signalNumber));
         return;
     }
-    runningSignal = signalNumber;
-    lock.unlock();
-    registration.handler(*registration.pool, signalNumber);
-    lock.lock();
-    runningSignal = 0;
-    handlerReturned.notify_all();
-}
-
-bool setAction(KxCErrorListPool& pool, int signalNumber, void (*action)(int), const char* what) {
-    struct sigaction wanted {};
-    wanted.sa_handler = action;
-    wanted.sa_flags = SA_RESTART;
-    sigemptyset(&wanted.sa_mask);
-    if (::sigaction(signalNumber, &wanted, nullptr) == 0) {
-        return true;
+    try {
+        action(Delivery::getInstance());
+    } catch (const boost::system::system_error& failure) {
+        pool.addError(0, std::string(what) + " for signal " + std::to_string(signalNumber) +
+                             " failed: " + failure.code().message());
+    } catch (const std::exception& failure) {
+        pool.addError(0, std::string("Signals cannot be delivered: ") + failure.what());
     }
-    pool.addError(
-        0, std::string(what) + " for signal " + std::to_string(signalNumber) + " failed: " + std::strerror(errno));
-    return false;
-}
-
-bool isSignal(KxCErrorListPool& pool, int signalNumber, const char* what) {
-    if (signalNumber > 0 && signalNumber < NSIG) {
-        return true;
-    }
-    pool.addError(0, std::string(what) + " failed: there is no signal " + std::to_string(signalNumber));
-    return false;
 }
 
 }  // namespace
 
 void installSignalHandler(KxCErrorListPool& pool, int signalNumber, SignalHandler handler) {
-    constexpr const char* WHAT = "Installing the handler";
-    Delivery& delivery = Delivery::getInstance();
-    if (!isSignal(pool, signalNumber, WHAT) || !delivery.start(pool)) {
-        return;
-    }
-    delivery.setHandler(signalNumber, handler, pool);
-    if (!setAction(pool, signalNumber, noteArrival, WHAT)) {
-        delivery.clearHandler(signalNumber);
-    }
+    attempt(pool, signalNumber, "Installing the handler",
+            [&](Delivery& delivery) { delivery.install(signalNumber, handler, pool); });
 }
 
 void removeSignalHandler(KxCErrorListPool& pool, int signalNumber) {
-    constexpr const char* WHAT = "Restoring the default action";
-    if (isSignal(pool, signalNumber, WHAT)) {
-        setAction(pool, signalNumber, SIG_DFL, WHAT);
-        Delivery::getInstance().clearHandler(signalNumber);
-    }
+    attempt(pool, signalNumber, "Restoring the default action",
+            [&](Delivery& delivery) { delivery.remove(signalNumber); });
 }
 
 }  // namespace KxNRtosAbstraction
