@@ -1,13 +1,22 @@
 // Small things that are done to bytes of text. ASCII only, whatever the locale.
 #pragma once
 
+#include <algorithm>
+#include <charconv>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 namespace KxNCommon {
 
 constexpr bool isControl(char c) {
     return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
+}
+
+/// Whether `text` holds a control character other than those of `allowed`.
+constexpr bool holdsControl(std::string_view text, std::string_view allowed = {}) {
+    return std::ranges::any_of(text, [&](char c) { return isControl(c) && allowed.find(c) == allowed.npos; });
 }
 
 constexpr bool isAlphanumeric(char c) {
@@ -37,6 +46,14 @@ inline std::string toHex(std::string_view bytes) {
         appendHex(text, byte);
     }
     return text;
+}
+
+/// The decimal number that all of `text` is; none when it is anything else or does not fit.
+template <class Number>
+std::optional<Number> parseNumber(std::string_view text) {
+    Number number{};
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
 }
 
 /// `text` without the blanks around it.

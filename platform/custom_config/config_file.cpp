@@ -17,10 +17,6 @@ std::string_view trim(std::string_view text) {
     return KxNCommon::trim(text, " \t\r\v\f");
 }
 
-bool holdsControlCharacter(std::string_view text) {
-    return std::any_of(text.begin(), text.end(), [](char c) { return KxNCommon::isControl(c) && c != '\t'; });
-}
-
 std::string quoted(std::string_view text) {
     return "\"" + std::string(text) + "\"";
 }
@@ -35,7 +31,7 @@ public:
         if (line.empty() || line.front() == '#' || line.front() == ';') {
             return;
         }
-        if (holdsControlCharacter(line)) {
+        if (KxNCommon::holdsControl(line, "\t")) {
             report("the line " + quoted(line) + " holds a control character");
         } else if (line.front() == '[') {
             parseSection(line);

@@ -10,7 +10,7 @@ namespace KxNConfigSchema {
 
 enum class Kind {
     Number,   ///< decimal, from `lowest` to `highest`
-    Choice,   ///< one of the words in `choices`, separated by '|'
+    Choice,   ///< one of the two words in `choices`, which are separated by " or "
     Address,  ///< an IPv4 or IPv6 address
     Path      ///< an absolute path
 };
@@ -19,7 +19,6 @@ struct Key {
     const char* section;
     const char* name;
     const char* defaultText;
-    const char* meaning;  ///< for the operator who edits the file
     Kind kind;
     std::int64_t lowest = 0;
     std::int64_t highest = 0;
@@ -38,8 +37,5 @@ bool isKnownSection(std::string_view section);
 std::string describeValues(const Key& key);
 
 bool isValid(const Key& key, std::string_view value);
-
-/// A configuration file that names every key with its default, commented out.
-std::string renderDefaultFile();
 
 }  // namespace KxNConfigSchema

@@ -128,21 +128,15 @@ TEST(CustomConfig, ReadsTheNamedFileTellsItsErrorsAndKnowsWhoMayStart) {
 }
 
 // What is shipped to operators says the same as the program does.
-TEST(ShippedConfig, TheFileIsTheOneOfTheProgramAndCleanWithEveryKeySwitchedOn) {
-    const std::string shipped = PACKAGING_DIRECTORY "/kx-container-service.conf";
-    std::string text = KxNConfigSchema::renderDefaultFile();
-    if (readFile(shipped) != text) {
-        const std::string expected = testing::TempDir() + "kx-container-service.conf";
-        writeFile(expected, text);
-        ADD_FAILURE() << shipped << " differs from the keys of the program; copy " << expected << " over it";
-    }
+TEST(ShippedConfig, HasEveryKeyWithItsDefaultAndIsCleanWithEachSwitchedOn) {
+    std::string text = readFile(PACKAGING_DIRECTORY "/kx-container-service.conf");
     EXPECT_THAT(KxNConfigFile::parse(text, "f").values, IsEmpty());
     std::string page = readFile(PACKAGING_DIRECTORY "/kx-container-service.8");
     std::erase(page, '\\');  // before hyphens
     for (const KxNConfigSchema::Key& key : KxNConfigSchema::getKeys()) {
-        const std::size_t at = text.find(std::string("#") + key.name + " = ");
+        const std::size_t at = text.find("\n#" + std::string(key.name) + " = " + key.defaultText + "\n");
         ASSERT_NE(at, std::string::npos) << key.name;
-        text.erase(at, 1);
+        text.erase(at + 1, 1);
         EXPECT_THAT(page, HasSubstr(std::string(".SS [") + key.section + "]\n"));
         EXPECT_THAT(page, HasSubstr(std::string(".BR ") + key.name + " \" = " + key.defaultText + "\"\n"));
     }
