@@ -3,6 +3,7 @@
 
 #include "api/endpoints.h"
 #include "fuzz/require.h"
+#include "platform/common/text.h"
 #include "platform/web_api/http/request_target.h"
 #include "platform/web_api/routing/router.h"
 
@@ -17,7 +18,7 @@ void checkValues(const RouteMatch& match, std::size_t targetSize) {
         KX_REQUIRE(text.size() <= targetSize);
         KX_REQUIRE((*value)->location != LOCATION_PATH || findPathParameterFault(text) == nullptr);
         KX_REQUIRE((*value)->type != TYPE_BOOLEAN || parseBoolean(text) == (*value)->boolean);
-        KX_REQUIRE((*value)->type != TYPE_INT64 || parseInt64(text) == (*value)->integer);
+        KX_REQUIRE((*value)->type != TYPE_INT64 || KxNCommon::parseNumber<std::int64_t>(text) == (*value)->integer);
     }
     KX_REQUIRE(value - match.values() >= 1);  // the version at least
 }

@@ -1,7 +1,6 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -11,6 +10,7 @@
 
 #include "KxCustomConfig.h"
 #include "KxLog.h"
+#include "platform/common/text.h"
 #include "platform/log/log_line.h"
 #include "platform/log/log_sink.h"
 
@@ -35,11 +35,9 @@ int readThreshold() {
     const std::string text = KxCCustomConfig::getInstance()->getOption(
         KxNCustomConfig::KxNLog::pSection, KxNCustomConfig::KxNLog::pOptionLevel, "", false);
     isReading = false;
-    int level = DEFAULT_THRESHOLD;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), level);
-    const bool isLevel =
-        error == std::errc{} && end == text.data() + text.size() && level >= 0 && level <= HIGHEST_THRESHOLD;
-    level = isLevel ? level : DEFAULT_THRESHOLD;
+    const auto configured = KxNCommon::parseNumber<int>(text);
+    const bool isLevel = configured && *configured >= 0 && *configured <= HIGHEST_THRESHOLD;
+    const int level = isLevel ? *configured : DEFAULT_THRESHOLD;
     threshold.store(level, std::memory_order_relaxed);
     return level;
 }

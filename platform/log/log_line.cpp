@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdio>
 
 #include "platform/common/text.h"
@@ -33,18 +32,12 @@ const LevelText& textsOf(int level) {
 }
 
 void appendTimestamp(std::pmr::string& line, const timespec& utc) {
-    using namespace std::chrono;
-    const sys_seconds instant{seconds{utc.tv_sec}};
-    const sys_days day = floor<days>(instant);
-    const year_month_day date{day};
-    const hh_mm_ss time{instant - day};
-    std::array<char, 96> text;
-    const int length = std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ",
-                                     std::max(0, static_cast<int>(date.year())), static_cast<unsigned>(date.month()),
-                                     static_cast<unsigned>(date.day()), static_cast<int>(time.hours().count()),
-                                     static_cast<int>(time.minutes().count()), static_cast<int>(time.seconds().count()),
-                                     static_cast<int>(utc.tv_nsec / 1'000'000));
-    line.append(text.data(), static_cast<std::size_t>(length));
+    tm parts{};
+    ::gmtime_r(&utc.tv_sec, &parts);
+    std::array<char, 64> text;
+    const std::size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &parts);
+    std::snprintf(text.data() + length, text.size() - length, ".%03dZ", static_cast<int>(utc.tv_nsec / 1'000'000));
+    line.append(text.data());
 }
 
 // Length of the character beyond ASCII that begins `text`, 0 when it is malformed or may not be shown as it is: a
@@ -57,19 +50,13 @@ std::size_t showableLength(std::string_view text) {
 }
 
 void appendEscape(std::pmr::string& line, char byte) {
-    switch (byte) {
-        case '\n':
-            line.append("\\n");
-            break;
-        case '\r':
-            line.append("\\r");
-            break;
-        case '\t':
-            line.append("\\t");
-            break;
-        default:
-            line.append("\\x");
-            KxNCommon::appendHex(line, byte);
+    constexpr std::string_view NAMED = "\n\r\t";
+    line.push_back('\\');
+    if (const std::size_t at = NAMED.find(byte); at != std::string_view::npos) {
+        line.push_back("nrt"[at]);
+    } else {
+        line.push_back('x');
+        KxNCommon::appendHex(line, byte);
     }
 }
 

@@ -11,10 +11,6 @@ namespace KxNTamberWebApi {
 
 namespace {
 
-bool hasControl(std::string_view text) {
-    return std::any_of(text.begin(), text.end(), KxNCommon::isControl);
-}
-
 void replaceAll(std::string& text, std::string_view from, std::string_view to) {
     for (std::size_t i = text.find(from); i != std::string::npos; i = text.find(from, i + to.size())) {
         text.replace(i, from.size(), to);
@@ -96,7 +92,7 @@ std::optional<ContentDisposition> parseContentDisposition(std::string_view value
         return std::nullopt;
     }
     const std::string clientName = extended ? *extended : plain.value_or("");
-    if (hasControl(clientName) || hasControl(field.value_or(""))) {
+    if (KxNCommon::holdsControl(clientName) || KxNCommon::holdsControl(field.value_or(""))) {
         error = "A name in the Content-Disposition field holds a control character";
         return std::nullopt;
     }
@@ -110,14 +106,14 @@ std::optional<ContentType> parseContentType(std::string_view value) {
     ContentType type{toLowerCase(parameters.element()), {}};
     const std::size_t slash = type.mediaType.find('/');
     if (slash == 0 || slash == std::string::npos || slash + 1 == type.mediaType.size() ||
-        type.mediaType.find_first_of(" \t,") != std::string::npos || hasControl(type.mediaType)) {
+        type.mediaType.find_first_of(" \t,") != std::string::npos || KxNCommon::holdsControl(type.mediaType)) {
         return std::nullopt;
     }
     while (auto parameter = parameters.next()) {
         constexpr std::size_t maximumBoundary = 70;
         const std::string& boundary = parameter->value;
         if (parameter->name == "boundary" && type.boundary.empty() && boundary.size() <= maximumBoundary &&
-            !boundary.empty() && !hasControl(boundary) && boundary.back() != ' ') {
+            !boundary.empty() && !KxNCommon::holdsControl(boundary) && boundary.back() != ' ') {
             type.boundary = boundary;
         }
     }

@@ -22,11 +22,6 @@ struct PartHeaders {
     std::string transferEncoding;
 };
 
-bool hasControlButTab(std::string_view text) {
-    return std::any_of(text.begin(), text.end(),
-                       [](char c) { return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f; });
-}
-
 /// Reads the header fields of a part, each with its line end; false when a line is no field.
 bool parseHeaders(std::string_view block, PartHeaders& headers) {
     std::string* last = nullptr;
@@ -34,7 +29,7 @@ bool parseHeaders(std::string_view block, PartHeaders& headers) {
         const std::size_t end = block.find(LINE_END);
         const std::string_view text = block.substr(0, end);
         block.remove_prefix(end + LINE_END.size());
-        if (hasControlButTab(text)) {
+        if (KxNCommon::holdsControl(text, "\t")) {
             return false;
         }
         if (text.front() == ' ' || text.front() == '\t') {  // the line before goes on

@@ -1,7 +1,5 @@
 #include "platform/web_api/http/request_target.h"
 
-#include <charconv>
-
 #include "platform/common/text.h"
 #include "platform/web_api/http/header_parameters.h"
 
@@ -117,15 +115,6 @@ std::optional<bool> parseBoolean(std::string_view text) {
         return false;
     }
     return std::nullopt;
-}
-
-std::optional<std::int64_t> parseInt64(std::string_view text) {
-    std::int64_t value = 0;
-    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (failure != std::errc() || end != text.data() + text.size()) {
-        return std::nullopt;
-    }
-    return value;
 }
 
 }  // namespace KxNTamberWebApi

@@ -1,7 +1,6 @@
 // The request target of RFC 9112 section 3.2: its halves, its escapes, and the rules for what a parameter may hold.
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -36,8 +35,5 @@ const char* findPathParameterFault(std::string_view decoded);
 
 /// "true", "1", "false" or "0"; null for any other text.
 std::optional<bool> parseBoolean(std::string_view text);
-
-/// Decimal digits, with or without '-', within 64 bits; null for any other text.
-std::optional<std::int64_t> parseInt64(std::string_view text);
 
 }  // namespace KxNTamberWebApi

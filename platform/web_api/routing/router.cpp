@@ -4,6 +4,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "platform/common/text.h"
 #include "platform/web_api/http/request_target.h"
 
 namespace KxNTamberWebApi {
@@ -311,7 +312,7 @@ const char* readValue(std::string_view decoded, KxSTamberWebApiParameterValue& v
         return boolean ? nullptr : "must be true, false, 1 or 0";
     }
     if (value.type == TYPE_INT64) {
-        const std::optional<std::int64_t> integer = parseInt64(decoded);
+        const std::optional<std::int64_t> integer = KxNCommon::parseNumber<std::int64_t>(decoded);
         value.integer = integer.value_or(0);
         return integer ? nullptr : "must be a decimal signed 64-bit number";
     }

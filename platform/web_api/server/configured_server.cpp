@@ -1,4 +1,3 @@
-#include <charconv>
 #include <chrono>
 #include <exception>
 #include <string>
@@ -7,6 +6,7 @@
 #include "KxCustomConfig.h"
 #include "KxErrorManager.h"
 #include "KxTamberWebApi/KxServer.h"
+#include "platform/common/text.h"
 #include "platform/console/console.h"
 #include "platform/console/page_files.h"
 #include "platform/web_api/server/server.h"
@@ -31,12 +31,10 @@ std::string readOption(const char* option, const char* defaultValue) {
 template <typename Number>
 Number readNumber(const char* option, const char* defaultValue) {
     const std::string text = readOption(option, defaultValue);
-    Number number{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size()) {
-        throw std::runtime_error("Web API: option " + std::string(option) + " has the bad value '" + text + "'");
+    if (const auto number = KxNCommon::parseNumber<Number>(text)) {
+        return *number;
     }
-    return number;
+    throw std::runtime_error("Web API: option " + std::string(option) + " has the bad value '" + text + "'");
 }
 
 ServerSettings readSettings(std::uint32_t requestThreads) {
