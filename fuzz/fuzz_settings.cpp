@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     KxNJson::json expected = KxNJson::json::object();
     bool isObject = true;
     try {
-        expected = parseJsonObject(text);
+        expected = readJsonFile(directory.path("settings")).value();
     } catch (const std::invalid_argument&) {
         isObject = false;
     }
@@ -27,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     KX_REQUIRE(store.setUserSettings({-7, 1234567}));
     expected["tcp_port"] = -7;
     expected["cores_num"] = 1234567;
-    const KxNJson::json written = parseJsonObject(directory.read("settings"));
+    const KxNJson::json written = readJsonFile(directory.path("settings")).value();
     KX_REQUIRE(written == expected && written.dump() == expected.dump());
 
     const SettingsStore again(directory.path("settings"), 4);

@@ -9,8 +9,21 @@
 
 namespace KxNContainer {
 
-KxNJson::json parseJsonObject(const std::string& text) {
+std::optional<KxNJson::json> readJsonFile(const std::string& path) {
+    constexpr std::size_t maxBytes = 1 << 20;
     constexpr int maxDepth = 32;  // what is written here nests three deep; other releases may add to it
+    std::string text;
+    std::string error;
+    switch (KxNCommon::readSmallFile(path, maxBytes, text, error)) {
+        case KxNCommon::ReadResult::Missing:
+            return std::nullopt;
+        case KxNCommon::ReadResult::Failed:
+            throw std::runtime_error(error);
+        case KxNCommon::ReadResult::TooLarge:
+            throw std::invalid_argument(error);
+        case KxNCommon::ReadResult::Ok:
+            break;
+    }
     try {
         KxNJson::json parsed = KxNJson::parseJsonText(text, maxDepth);
         if (parsed.is_object()) {

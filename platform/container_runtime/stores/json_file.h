@@ -1,18 +1,17 @@
 // JSON files of the library: text from a disk that anybody may have written to.
 #pragma once
 
+#include <optional>
 #include <string>
 
-#include "KxJsonFwd.h"
+#include "KxJson.h"
 
 namespace KxNContainer {
 
-/// Files larger than this are not ours.
-inline constexpr std::size_t MAX_JSON_FILE_BYTES = 1 << 20;
-
-/// Parses the text of a JSON object. Throws std::invalid_argument, which says what is wrong and where, when it is
-/// anything else, is nested deeper than anything we write (later steps recurse), or is not valid UTF-8.
-KxNJson::json parseJsonObject(const std::string& text);
+/// The JSON object that the file holds; none where there is no file. Throws std::invalid_argument, which says what is
+/// wrong and where, when the file holds anything else, more than 1 MiB, what nests deeper than anything we write (later
+/// steps recurse), or invalid UTF-8; and std::runtime_error when it cannot be read.
+std::optional<KxNJson::json> readJsonFile(const std::string& path);
 
 /// Replaces the file, indented for the person who looks into it, and makes its directory where it is missing. Throws
 /// std::runtime_error, whose text begins with `failure`; also when a text in `object` is not valid UTF-8, which would

@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "KxLog.h"
-#include "platform/common/atomic_file.h"
 #include "platform/container_runtime/stores/json_file.h"
 
 namespace KxNContainer {
@@ -197,31 +196,18 @@ bool PluginConfig::hasFile(const PluginIdentity& plugin) const {
 
 /// Holds an array of entries always. Throws std::runtime_error when the file cannot be used.
 KxNJson::json PluginConfig::load() const {
-    std::string text;
-    std::string error;
-    KxNJson::json document = KxNJson::json::object();
-    switch (KxNCommon::readSmallFile(configFile, MAX_JSON_FILE_BYTES, text, error)) {
-        case KxNCommon::ReadResult::Missing:
-            error.clear();
-            break;
-        case KxNCommon::ReadResult::Ok:
-            try {
-                document = parseJsonObject(text);
-            } catch (const std::invalid_argument& broken) {
-                error = "'" + configFile + "' is broken: " + broken.what();
-            }
-            break;
-        default:
-            break;
+    const std::string cannot = "The plugin configuration cannot be used: ";
+    try {
+        KxNJson::json document = readJsonFile(configFile).value_or(KxNJson::json::object());
+        if (!document.emplace(DEACTIVATED, KxNJson::json::array()).first.value().is_array()) {
+            throw std::invalid_argument("\"deactivated\" is not an array");
+        }
+        return document;
+    } catch (const std::invalid_argument& broken) {
+        throw std::runtime_error(cannot + "'" + configFile + "' is broken: " + broken.what());
+    } catch (const std::runtime_error& failure) {
+        throw std::runtime_error(cannot + failure.what());
     }
-    KxNJson::json& entries = document.emplace(DEACTIVATED, KxNJson::json::array()).first.value();
-    if (error.empty() && !entries.is_array()) {
-        error = "'" + configFile + "' is broken: \"deactivated\" is not an array";
-    }
-    if (!error.empty()) {
-        throw std::runtime_error("The plugin configuration cannot be used: " + error);
-    }
-    return document;
 }
 
 }  // namespace KxNContainer
