@@ -1,70 +1,30 @@
 #include "platform/container_runtime/stores/tools_mount.h"
 
-#include <fcntl.h>
-#include <linux/loop.h>
-#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
 #include "KxLog.h"
 #include "platform/common/system_text.h"
-#include "platform/common/unique_fd.h"
+#include "platform/common/text.h"
+#include "platform/process/run_to_end.h"
 
 namespace KxNContainer {
 
 namespace {
 
-using KxNCommon::UniqueFd;
-
-/// File systems that such images are made with.
-constexpr const char* FILE_SYSTEMS[] = {"squashfs", "erofs", "ext4"};
+constexpr std::chrono::seconds MOUNT_TIME{30};
 
 bool isMountPoint(const std::string& path) {
     struct stat inside {};
     struct stat above {};
     return ::stat(path.c_str(), &inside) == 0 && ::stat((path + "/..").c_str(), &above) == 0 &&
            inside.st_dev != above.st_dev;
-}
-
-struct LoopDevice {
-    UniqueFd descriptor;
-    std::string path;
-};
-
-/// A loop device that shows `image`, and goes with its last user.
-LoopDevice attachLoopDevice(const std::string& image) {
-    const UniqueFd file(::open(image.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!file) {
-        throw KxNCommon::systemError("Cannot open '" + image + "'");
-    }
-    const UniqueFd control(::open("/dev/loop-control", O_RDWR | O_CLOEXEC));
-    // Another process may take the free device before we do; then there is another one.
-    for (int attempt = 0; control && attempt < 16; ++attempt) {
-        const int number = ::ioctl(control.get(), LOOP_CTL_GET_FREE);
-        if (number < 0) {
-            break;
-        }
-        LoopDevice device{{}, "/dev/loop" + std::to_string(number)};
-        device.descriptor = UniqueFd(::open(device.path.c_str(), O_RDONLY | O_CLOEXEC));
-        loop_config config{};
-        config.fd = static_cast<__u32>(file.get());
-        config.info.lo_flags = LO_FLAGS_READ_ONLY | LO_FLAGS_AUTOCLEAR;
-        std::strncpy(reinterpret_cast<char*>(config.info.lo_file_name), image.c_str(), LO_NAME_SIZE - 1);
-        if (device.descriptor && ::ioctl(device.descriptor.get(), LOOP_CONFIGURE, &config) == 0) {
-            return device;
-        }
-        if (errno != EBUSY) {
-            break;
-        }
-    }
-    throw KxNCommon::systemError("Cannot get a loop device for '" + image + "'");
 }
 
 }  // namespace
@@ -85,12 +45,14 @@ void ToolsMount::mount() {
         KxCRTE_LOG(2, "Korvex Container Service: Container tools are mounted at %s already", point.c_str());
         return;
     }
-    const LoopDevice device = attachLoopDevice(image);
-    isMounted = std::any_of(std::begin(FILE_SYSTEMS), std::end(FILE_SYSTEMS), [&](const char* type) {
-        return ::mount(device.path.c_str(), point.c_str(), type, MS_RDONLY | MS_NODEV | MS_NOSUID, nullptr) == 0;
-    });
+    // It finds out what file system the image holds, and makes a loop device that goes with its last user.
+    const KxNProcess::RunResult result = KxNProcess::runToEnd(
+        {"/bin/mount", {"-o", "loop,ro,nodev,nosuid", image, point}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}}, {},
+        std::chrono::steady_clock::now() + MOUNT_TIME);
+    isMounted = result.end == KxNProcess::RunResult::End::Exited && result.exitCode == 0;
     if (!isMounted) {
-        throw KxNCommon::systemError("Cannot mount '" + image + "' at '" + point + "'");
+        throw std::runtime_error("Cannot mount '" + image + "' at '" + point + "': " + result.error +
+                                 std::string(KxNCommon::trim(result.output, "\n")));
     }
     KxCRTE_LOG(2, "Korvex Container Service: Container tools mounted at %s", point.c_str());
 }

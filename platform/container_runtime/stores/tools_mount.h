@@ -14,7 +14,7 @@ public:
     ToolsMount& operator=(const ToolsMount&) = delete;
 
     /// The tools are in place then, which they also are when something is mounted there already, or when there is no
-    /// image at all. Throws std::system_error.
+    /// image at all. Throws std::runtime_error.
     void mount();
 
     /// Takes away what `mount` mounted. Containers that still run need the tools: then it stays, and the next `mount`

@@ -1,0 +1,91 @@
+// The container runtime as a whole, on file systems of its own, with a Podman from an image of the container tools.
+#include <sched.h>
+#include <sys/mount.h>
+
+#include "KxContainer.h"
+#include "KxJson.h"
+#include "service/paths.h"
+#include "tests/support.h"
+
+using namespace KxNTests;
+using namespace KxNContainer;
+using namespace KxNContainerPaths;
+namespace fs = std::filesystem;
+
+namespace {
+
+void makeToolsImage() {
+    writeFile("/mnt/tools/bin/podman", "#!/bin/sh\nexec " KX_FAKE_PODMAN " \"$@\"\n");
+    fs::permissions("/mnt/tools/bin/podman", fs::perms::owner_all);
+    fs::create_directories(fs::path(CONTAINER_TOOLS).parent_path());
+    ASSERT_EQ(std::system(("/sbin/mkfs.ext4 -q -d /mnt/tools " + CONTAINER_TOOLS + " 1M").c_str()), 0);
+}
+
+TEST(Container, WorksFromItsInitialisationToItsStopAndAgain) {
+    if (!fs::exists("/dev/loop-control") || ::unshare(CLONE_NEWNS) != 0) {
+        GTEST_SKIP() << "needs root and loop devices";
+    }
+    ASSERT_EQ(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+    for (const char* path : {"/mnt", "/run", "/var/lib"}) {
+        ASSERT_EQ(::mount("tests", path, "tmpfs", 0, "size=64m"), 0) << path;
+    }
+    fs::create_directories("/userstorage1");
+    ASSERT_EQ(::mount("tests", "/userstorage1", "tmpfs", 0, "size=20m"), 0);
+    ::setenv("KX_CUSTOM_CONFIG", "/run/none.conf", 1);
+    makeToolsImage();
+    const auto ask = [] {
+        return KxCContainer::GetInstance()->ExecutePodmanRequest("/x", KxCCurlHandler::MethodType::GET, {}, "", false);
+    };
+
+    KxCContainer& runtime = *KxCContainer::GetInstance();
+    EXPECT_EQ(runtime.GetContainerServiceStatus(true), KxCContainer::UNINITIALIZED);
+    ASSERT_TRUE(runtime.init());
+    EXPECT_EQ(runtime.GetContainerServiceStatus(false), KxCContainer::INITIALIZED);
+    EXPECT_TRUE(fs::exists(PODMAN) && fs::exists(IMAGES_STORAGE_DIR) && fs::exists(COMPOSE_FILES_PATH));
+    EXPECT_EQ(fs::status(CONTAINER_CERTS_DIR).permissions(), fs::perms::owner_all);
+    EXPECT_EQ(fs::status(PLUGINS_DIR).permissions(), static_cast<fs::perms>(0755));
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_TRUE(runtime.Start());
+        EXPECT_EQ(runtime.GetContainerServiceStatus(true), KxCContainer::STARTED);
+        EXPECT_EQ(ask().body, "OK");
+        ASSERT_TRUE(runtime.Stop());
+        EXPECT_EQ(runtime.GetContainerServiceStatus(true), KxCContainer::STOPPED);
+        EXPECT_EQ(ask().status, 503);
+        EXPECT_FALSE(fs::exists(PODMAN));
+        ASSERT_TRUE(runtime.init());
+    }
+
+    writeFile(PLUGINS_DIR + "/a_1.crp", "x");
+    EXPECT_EQ(runtime.addPluginToConfig("a", "2"), 3);
+    EXPECT_EQ(runtime.addPluginToConfig("a", "1"), 0);
+    EXPECT_TRUE(runtime.listPlugins()["plugins"][0]["isDeactivated"]);
+    EXPECT_EQ(runtime.removePluginFromConfig("a", "1"), 0);
+    EXPECT_EQ(runtime.removePluginFromConfigByFileName(""), 2);
+    EXPECT_EQ(runtime.removePluginFromConfigByFileName("a_1.crp"), 1);
+    EXPECT_TRUE(runtime.SetContainerServiceUserSettings({4711, 1}));
+    EXPECT_EQ(runtime.GetContainerServiceUserSettings().tcpPort, 4711);
+    EXPECT_TRUE(runtime.DisableContainerService());
+    EXPECT_FALSE(runtime.IsContainerServiceEnabled(true));
+    EXPECT_TRUE(runtime.EnableContainerService());
+    EXPECT_TRUE(runtime.IsContainerServiceEnabled(false));
+    writeFile(SETTINGS_FILE, R"({"enabled": false})");
+    EXPECT_TRUE(runtime.IsContainerServiceEnabled(false));
+    EXPECT_FALSE(runtime.IsContainerServiceEnabled(true));
+    EXPECT_GE(runtime.GetMaxAllowedCpuCoreCount(), 1U);
+    std::string problem;
+    EXPECT_TRUE(runtime.HasValidUserStorage(&problem)) << problem;
+    writeFile("/userstorage1/large", std::string(8 << 20, 'x'));
+    EXPECT_FALSE(runtime.HasValidUserStorage(&problem));
+    EXPECT_THAT(problem, HasSubstr("is full"));
+    EXPECT_TRUE(runtime.TriggerInventoryTreeScan());
+    EXPECT_THAT(readFile("/run/KxInventoryTree.json"), HasSubstr("a_1.crp"));
+    ASSERT_TRUE(runtime.Start());
+    KxNJson::json result;
+    EXPECT_EQ(runtime.CreateCompose(nullptr, result), 3);
+    EXPECT_EQ(runtime.StartCompose("none.yml", result), 4);
+    EXPECT_EQ(runtime.StopCompose("none.yml", result) + runtime.RemoveCompose("none.yml", result), 8);
+    EXPECT_THAT(result["Message"], HasSubstr("none.yml"));
+    EXPECT_TRUE(runtime.Stop());
+}
+
+}  // namespace
