@@ -1,39 +1,28 @@
 #include "platform/web_api/connection/connection_registry.h"
 
+#include <algorithm>
+
 namespace KxNTamberWebApi {
 
 void Connection::join() {
     std::lock_guard lock(registry->mutex);
-    nextMember = registry->first;
-    if (nextMember != nullptr) {
-        nextMember->previousMember = this;
-    }
-    registry->first = this;
-    ++registry->members;
-    isMember = true;
+    registry->members.push_front(*this);
 }
 
 void Connection::leave() {
     std::lock_guard lock(registry->mutex);
-    if (!isMember) {
-        return;
-    }
-    isMember = false;
-    (previousMember != nullptr ? previousMember->nextMember : registry->first) = nextMember;
-    if (nextMember != nullptr) {
-        nextMember->previousMember = previousMember;
-    }
-    if (--registry->members == 0) {
-        registry->emptied.notify_all();
+    if (is_linked()) {
+        registry->members.erase(registry->members.iterator_to(*this));
+        if (registry->members.empty()) {
+            registry->emptied.notify_all();
+        }
     }
 }
 
 template <typename Action>
 void ConnectionRegistry::forEach(Action action) {
     std::lock_guard lock(mutex);
-    for (Connection* one = first; one != nullptr; one = one->nextMember) {
-        action(*one);
-    }
+    std::for_each(members.begin(), members.end(), action);
 }
 
 void ConnectionRegistry::sweep() {
@@ -61,12 +50,12 @@ std::vector<std::shared_ptr<KxCWebSocket::State>> ConnectionRegistry::streams() 
 
 std::size_t ConnectionRegistry::count() const {
     std::lock_guard lock(mutex);
-    return members;
+    return members.size();
 }
 
 bool ConnectionRegistry::waitUntilEmpty(std::chrono::milliseconds timeout) {
     std::unique_lock lock(mutex);
-    return emptied.wait_for(lock, timeout, [this] { return members == 0; });
+    return emptied.wait_for(lock, timeout, [this] { return members.empty(); });
 }
 
 }  // namespace KxNTamberWebApi

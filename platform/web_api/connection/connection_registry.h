@@ -1,6 +1,7 @@
 // What every connection has in common: a deadline that one sweep for all of them looks at.
 #pragma once
 
+#include <boost/intrusive/list.hpp>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -17,7 +18,7 @@ class ConnectionRegistry;
 
 /// One connection. It registers itself, and must have left the registry before its descriptor is closed: until then
 /// the sweep may shut the descriptor down.
-class Connection {
+class Connection : public boost::intrusive::list_base_hook<> {
 public:
     explicit Connection(ConnectionRegistry& owner) : registry(&owner) {}
     virtual ~Connection() = default;
@@ -40,9 +41,6 @@ protected:
 private:
     friend class ConnectionRegistry;
     ConnectionRegistry* registry;
-    Connection* previousMember = nullptr;
-    Connection* nextMember = nullptr;
-    bool isMember = false;
 };
 
 /// All connections of a server. Any thread.
@@ -65,8 +63,7 @@ private:
 
     mutable std::mutex mutex;
     std::condition_variable emptied;
-    Connection* first = nullptr;
-    std::size_t members = 0;
+    boost::intrusive::list<Connection> members;
 };
 
 }  // namespace KxNTamberWebApi
