@@ -1,7 +1,7 @@
 #include "platform/common/utf8_text.h"
 
-#include <algorithm>
 #include <cstdint>
+#include <utility>
 
 namespace KxNCommon {
 
@@ -11,10 +11,6 @@ constexpr std::string_view REPLACEMENT = "\xEF\xBF\xBD";
 
 bool isWithin(std::uint8_t byte, std::uint8_t lowest, std::uint8_t highest) {
     return byte >= lowest && byte <= highest;
-}
-
-bool isAscii(char byte) {
-    return static_cast<std::uint8_t>(byte) < 0x80;
 }
 
 /// Goes through all of it without a branch, as most text is ASCII.
@@ -32,7 +28,7 @@ std::size_t asciiPrefix(std::string_view bytes) {
     while (size + 8 <= bytes.size() && isAscii(bytes.substr(size, 8))) {
         size += 8;
     }
-    while (size < bytes.size() && isAscii(bytes[size])) {
+    while (size < bytes.size() && isAscii(bytes.substr(size, 1))) {
         ++size;
     }
     return size;
@@ -64,59 +60,36 @@ Utf8Character firstCharacter(std::string_view bytes) {
 }
 
 void Utf8Text::append(std::string_view bytes, std::string& text) {
-    if (pendingSize == 0 && isAscii(bytes)) {
+    if (pending.empty() && isAscii(bytes)) {
         text.append(bytes);
         return;
     }
-    completePending(bytes, text);
+    std::string joined;
+    if (!pending.empty()) {
+        joined = std::exchange(pending, {}).append(bytes);
+        bytes = joined;
+    }
     std::size_t checked = 0;  // valid bytes that are not in `text` yet
-    while (checked < bytes.size()) {
-        if (isAscii(bytes[checked])) {
-            checked += asciiPrefix(bytes.substr(checked));
-            continue;
-        }
+    while ((checked += asciiPrefix(bytes.substr(checked))) < bytes.size()) {
         const Utf8Character character = firstCharacter(bytes.substr(checked));
         if (character.kind == Utf8Character::VALID) {
             checked += character.size;
             continue;
         }
         text.append(bytes.substr(0, checked));
-        bytes.remove_prefix(checked + character.size);
-        checked = 0;
         if (character.kind == Utf8Character::INVALID) {
             text.append(REPLACEMENT);
         } else {
-            pendingSize = character.size;
-            std::copy_n(bytes.data() - pendingSize, pendingSize, pending.data());
+            pending = bytes.substr(checked);
         }
+        bytes.remove_prefix(checked + character.size);
+        checked = 0;
     }
-    text.append(bytes.substr(0, checked));
-}
-
-void Utf8Text::completePending(std::string_view& bytes, std::string& text) {
-    while (pendingSize > 0 && !bytes.empty()) {
-        pending[pendingSize] = bytes.front();
-        const Utf8Character character = firstCharacter({pending.data(), pendingSize + 1});
-        if (character.kind == Utf8Character::INVALID) {
-            // The new byte does not belong to it: what was kept back is the whole part to be replaced.
-            text.append(REPLACEMENT);
-            pendingSize = 0;
-            return;
-        }
-        bytes.remove_prefix(1);
-        ++pendingSize;
-        if (character.kind == Utf8Character::VALID) {
-            text.append(pending.data(), pendingSize);
-            pendingSize = 0;
-        }
-    }
+    text.append(bytes);
 }
 
 void Utf8Text::finish(std::string& text) {
-    if (pendingSize > 0) {
-        text.append(REPLACEMENT);
-        pendingSize = 0;
-    }
+    text.append(std::exchange(pending, {}).empty() ? std::string_view() : REPLACEMENT);
 }
 
 std::string toUtf8(std::string_view bytes) {

@@ -1,7 +1,6 @@
 // UTF-8 of bytes from anywhere.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -25,16 +24,13 @@ public:
     void append(std::string_view bytes, std::string& text);
 
     /// The beginning of a character that is kept back.
-    std::string_view incomplete() const { return {pending.data(), pendingSize}; }
+    std::string_view incomplete() const { return pending; }
 
     /// Nothing follows: an incomplete character becomes U+FFFD.
     void finish(std::string& text);
 
 private:
-    void completePending(std::string_view& bytes, std::string& text);
-
-    std::array<char, 4> pending{};
-    std::size_t pendingSize = 0;
+    std::string pending;  // the beginning of a character
 };
 
 /// `bytes` as `Utf8Text` makes text of them.
