@@ -19,7 +19,7 @@ using KxNJson::json;
 /// An answer that the library gives by itself, and to which operations.
 struct LibraryAnswer {
     int status;
-    enum { always, withToken, withBody, withJsonBody, withWebSocket } when;
+    enum : unsigned { always = 1, withToken = 2, withBody = 4, withJsonBody = 8, withWebSocket = 16 } when;
     const char* description;
 };
 
@@ -98,22 +98,28 @@ json makeParameter(const KxSTamberWebApiParameter& declared, const KxSParameterT
 }
 
 /// The name of a file that is sent without a form around it.
-json makeFileNameParameter() {
-    return {{"name", "Content-Disposition"},
-            {"in", "header"},
-            {"description", "Names the file of an upload that is not a form"},
-            {"schema", {{"type", "string"}}},
-            {"example", "attachment; filename=\"file\""}};
-}
+constexpr const char* FILE_NAME_PARAMETER = R"({"name": "Content-Disposition", "in": "header",
+    "description": "Names the file of an upload that is not a form", "schema": {"type": "string"},
+    "example": "attachment; filename=\"file\""})";
 
-json makeUploadBody() {
-    const json file = {{"type", "string"}, {"format", "binary"}};
-    const json form = {{"type", "object"}, {"properties", {{"file", file}}}, {"required", {"file"}}};
-    return {
-        {"description", "The file: in a form, or as it is"},
-        {"required", true},
-        {"content", {{"multipart/form-data", {{"schema", form}}}, {"application/octet-stream", {{"schema", file}}}}}};
-}
+constexpr const char* UPLOAD_BODY =
+    R"({"description": "The file: in a form, or as it is", "required": true, "content": {
+    "multipart/form-data": {"schema": {"type": "object",
+        "properties": {"file": {"type": "string", "format": "binary"}}, "required": ["file"]}},
+    "application/octet-stream": {"schema": {"type": "string", "format": "binary"}}}})";
+
+constexpr const char* PROBLEM_SCHEMA =
+    R"({"type": "object", "description": "Problem details as RFC 9457 describes them",
+    "required": ["type", "title", "status", "detail"], "properties": {
+        "type": {"type": "string"},
+        "title": {"type": "string", "description": "Name of the status"},
+        "status": {"type": "integer", "minimum": 400, "maximum": 599},
+        "detail": {"type": "string", "description": "What happened, for people"}}})";
+
+constexpr const char* SECURITY_SCHEMES = R"({
+    "bearer": {"type": "http", "scheme": "bearer", "description": "The token in the server's token file"},
+    "clientCertificate": {"type": "mutualTLS",
+        "description": "A certificate signed by the CA that the server was given"}})";
 
 json makeJsonBody(const char* schema, const std::string& operationId) {
     json content = json::object();
@@ -153,22 +159,6 @@ const KxSOperationSchema* findSchema(const KxSApiSchemas* schemas, std::string_v
     return nullptr;
 }
 
-bool isGiven(const LibraryAnswer& answer, bool needsToken, std::uint8_t bodyKind, bool isWebSocket) {
-    switch (answer.when) {
-        case LibraryAnswer::always:
-            return true;
-        case LibraryAnswer::withToken:
-            return needsToken;
-        case LibraryAnswer::withBody:
-            return bodyKind != 0;
-        case LibraryAnswer::withJsonBody:
-            return bodyKind == BODY_JSON;
-        case LibraryAnswer::withWebSocket:
-            return isWebSocket;
-    }
-    return false;
-}
-
 /// The answers by status, those of the library as references. Notes in `shared` which of these there are.
 json makeAnswers(const KxSOperationSchema* schema, const std::string& operationId, bool needsToken,
                  std::uint8_t bodyKind, std::set<int>& shared) {
@@ -177,12 +167,15 @@ json makeAnswers(const KxSOperationSchema* schema, const std::string& operationI
          ++answer) {
         answers[answer->status] = makeAnswer(*answer, operationId);
     }
-    const bool isWebSocket = answers.count(101) != 0;
+    const unsigned kinds = LibraryAnswer::always | (needsToken ? LibraryAnswer::withToken : 0U) |
+                           (bodyKind != 0 ? LibraryAnswer::withBody : 0U) |
+                           (bodyKind == BODY_JSON ? LibraryAnswer::withJsonBody : 0U) |
+                           (answers.count(101) != 0 ? LibraryAnswer::withWebSocket : 0U);
     const bool isDescribed = !answers.empty();
     for (const LibraryAnswer& answer : LIBRARY_ANSWERS) {
-        if (isGiven(answer, needsToken, bodyKind, isWebSocket) && answers.count(answer.status) == 0) {
+        const json reference = {{"$ref", "#/components/responses/" + findStatusTitle(answer.status)}};
+        if ((answer.when & kinds) != 0 && answers.emplace(answer.status, reference).second) {
             shared.insert(answer.status);
-            answers[answer.status] = {{"$ref", "#/components/responses/" + findStatusTitle(answer.status)}};
         }
     }
     json made = json::object();
@@ -214,13 +207,13 @@ json makeOperation(const KxSTamberWebApiEndpoint& endpoint, const KxSOperationSc
         }
     }
     if (bodyKind == BODY_UPLOAD) {
-        parameters.push_back(makeFileNameParameter());
+        parameters.push_back(json::parse(FILE_NAME_PARAMETER));
     }
     if (!parameters.empty()) {
         operation["parameters"] = std::move(parameters);
     }
     if (bodyKind == BODY_UPLOAD) {
-        operation["requestBody"] = makeUploadBody();
+        operation["requestBody"] = json::parse(UPLOAD_BODY);
     } else if (bodyKind == BODY_JSON) {
         operation["requestBody"] = makeJsonBody(schema == nullptr ? nullptr : schema->requestSchema, operationId);
     }
@@ -231,14 +224,7 @@ json makeOperation(const KxSTamberWebApiEndpoint& endpoint, const KxSOperationSc
 json makeComponents(std::span<const DescribedTable> tables, bool needsToken, const std::set<int>& shared) {
     json components;
     json& named = components["schemas"];
-    named["Problem"] = {{"type", "object"},
-                        {"description", "Problem details as RFC 9457 describes them"},
-                        {"required", {"type", "title", "status", "detail"}},
-                        {"properties",
-                         {{"type", {{"type", "string"}}},
-                          {"title", {{"type", "string"}, {"description", "Name of the status"}}},
-                          {"status", {{"type", "integer"}, {"minimum", 400}, {"maximum", 599}}},
-                          {"detail", {{"type", "string"}, {"description", "What happened, for people"}}}}}};
+    named["Problem"] = json::parse(PROBLEM_SCHEMA);
     for (const DescribedTable& table : tables) {
         for (const auto* schema = table.schemas == nullptr ? nullptr : table.schemas->named;
              schema != nullptr && schema->name != nullptr; ++schema) {
@@ -252,23 +238,17 @@ json makeComponents(std::span<const DescribedTable> tables, bool needsToken, con
         }
     }
     if (needsToken) {
-        components["securitySchemes"] = {
-            {"bearer",
-             {{"type", "http"}, {"scheme", "bearer"}, {"description", "The token in the server's token file"}}},
-            {"clientCertificate",
-             {{"type", "mutualTLS"}, {"description", "A certificate signed by the CA that the server was given"}}}};
+        components["securitySchemes"] = json::parse(SECURITY_SCHEMES);
     }
     return components;
 }
 
-void checkSchemas(const KxSApiSchemas* schemas, const json& paths) {
-    std::set<std::string> known;
-    for (const auto& path : paths) {
-        for (const auto& operation : path) {
-            known.insert(operation["operationId"].get<std::string>());
-        }
+void checkSchemas(const DescribedTable& table) {
+    std::set<std::string_view> known;
+    for (const auto* endpoint = table.endpoints; *endpoint != nullptr; ++endpoint) {
+        known.insert((*endpoint)->operationId);
     }
-    const KxSOperationSchema* schema = schemas == nullptr ? nullptr : schemas->operations;
+    const KxSOperationSchema* schema = table.schemas == nullptr ? nullptr : table.schemas->operations;
     for (; schema != nullptr && schema->operationId != nullptr; ++schema) {
         if (known.count(schema->operationId) == 0) {
             throw std::invalid_argument("no endpoint has the operation '" + std::string(schema->operationId) +
@@ -298,11 +278,9 @@ std::string makeOpenApiDocument(const ApiTexts& texts, std::span<const Described
         for (const auto* endpoint = table.endpoints; *endpoint != nullptr; ++endpoint) {
             addOperation(**endpoint, findSchema(table.schemas, (*endpoint)->operationId));
         }
+        checkSchemas(table);
     }
     addOperation(openApiEndpoint, &OPEN_API_SCHEMA);
-    for (const DescribedTable& table : tables) {
-        checkSchemas(table.schemas, paths);
-    }
 
     json document = {{"openapi", "3.1.0"},
                      {"info", {{"title", texts.title}, {"description", texts.description}, {"version", texts.version}}},
