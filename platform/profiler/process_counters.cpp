@@ -57,7 +57,7 @@ Counter ProcessCounters::sampleMemory() const {
     unsigned long resident = 0;
     unsigned long shared = 0;
     if (length <= 0 || std::sscanf(text.data(), "%*u %lu %lu", &resident, &shared) != 2) {
-        return {"memory", "Resident memory, KiB", {}};
+        return {"memory", "Resident memory, KiB", KxNJson::json::object()};
     }
     const double kibPerPage = static_cast<double>(::sysconf(_SC_PAGESIZE)) / 1024;
     return {"memory",

@@ -4,22 +4,18 @@
 #include <sys/resource.h>
 
 #include <chrono>
-#include <string>
 #include <vector>
 
+#include "KxJson.h"
 #include "platform/common/unique_fd.h"
 
 namespace KxNProfiler {
 
 /// One group of values that a trace viewer draws as one track.
 struct Counter {
-    struct Value {
-        const char* name;
-        double value;
-    };
     const char* source;  ///< "kernel" or "memory"
     const char* name;
-    std::vector<Value> values;
+    KxNJson::json values;  ///< numbers by name
 };
 
 /// Samples the process. One thread at a time.

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -31,8 +32,8 @@ constexpr std::size_t MAX_NAME_LENGTH = 100;
 // The threads, and so the recorder, may outlive main.
 struct Recorder {
     std::mutex mutex;
-    std::unique_ptr<KxNProfiler::TraceFile> trace;  // null while the profiler is closed
-    std::vector<std::string> eventNames;            // as JSON; the id is the position
+    std::optional<KxNProfiler::TraceFile> trace;  // none while the profiler is closed
+    std::vector<std::string> eventNames;          // as JSON; the id is the position
     std::condition_variable stopped;
     bool isStopping = false;
     std::thread sampler;
@@ -47,16 +48,11 @@ std::string toText(const KxNJson::json& event) {
     return event.dump(-1, ' ', true, KxNJson::Utf8ErrorMode::replace);
 }
 
-struct Microseconds {
-    long long whole;
-    int thousandths;
-};
-
-Microseconds now() {
+/// Microseconds of the clock that trace viewers expect.
+double now() {
     timespec time{};
     ::clock_gettime(CLOCK_MONOTONIC, &time);
-    return {static_cast<long long>(time.tv_sec) * 1'000'000 + time.tv_nsec / 1000,
-            static_cast<int>(time.tv_nsec % 1000)};
+    return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
 }
 
 std::string metadata(const char* name, pid_t thread, const char* argument, const std::string& value) {
@@ -64,16 +60,12 @@ std::string metadata(const char* name, pid_t thread, const char* argument, const
 }
 
 std::string counterEvent(const KxNProfiler::Counter& counter) {
-    KxNJson::json values = KxNJson::json::object();
-    for (const auto& [name, value] : counter.values) {
-        values[name] = value;
-    }
     return toText({{"name", counter.name},
                    {"cat", counter.source},
                    {"ph", "C"},
-                   {"ts", now().whole},
+                   {"ts", now()},
                    {"pid", ::getpid()},
-                   {"args", std::move(values)}});
+                   {"args", counter.values}});
 }
 
 std::string currentThreadName() {
@@ -92,12 +84,15 @@ void giveUp(std::atomic<bool>& active, const std::string& reason) {
 // The caller holds the recorder's mutex and the profiler is open.
 void flushTrace(std::atomic<bool>& active) {
     KxNProfiler::TraceFile& trace = *recorder().trace;
-    const bool isFull = trace.isFull();
-    std::string error;
-    if (!(isFull ? trace.finish(error) : trace.flush(error))) {
-        giveUp(active, error);
-    } else if (isFull) {
-        giveUp(active, "the trace has reached its " + std::to_string(KxNProfiler::TraceFile::MAX_BYTES) + " bytes");
+    try {
+        if (trace.isFull()) {
+            trace.finish();
+            giveUp(active, "the trace has reached its " + std::to_string(KxNProfiler::TraceFile::MAX_BYTES) + " bytes");
+        } else {
+            trace.flush();
+        }
+    } catch (const std::system_error& failure) {
+        giveUp(active, failure.what());
     }
 }
 
@@ -106,12 +101,10 @@ void sampleUntilStopped(std::atomic<bool>& active) {
     Recorder& to = recorder();
     std::unique_lock lock(to.mutex);
     while (to.trace && !to.stopped.wait_for(lock, SAMPLE_INTERVAL, [&] { return to.isStopping; })) {
-        for (const KxNProfiler::Counter& counter : counters.sample()) {
-            if (to.trace) {
+        if (to.trace) {
+            for (const KxNProfiler::Counter& counter : counters.sample()) {
                 to.trace->append(counterEvent(counter));
             }
-        }
-        if (to.trace) {
             flushTrace(active);
         }
     }
@@ -127,21 +120,16 @@ KxCProfiler& KxCProfiler::getInstance() {
 bool KxCProfiler::open(const char* sourceName, std::uint32_t sourceNumber) {
     Recorder& to = recorder();
     const std::lock_guard lock(to.mutex);
-    std::string error;
-    to.trace = KxNProfiler::TraceFile::create(TRACE_FILE, PREVIOUS_TRACE_FILE, error);
-    if (!to.trace) {
-        KxCRTE_LOG(4, "Korvex Container Service: Profiling is not possible: %s", error.c_str());
-        return false;
-    }
-    to.trace->append(metadata("process_name", ::getpid(), "name", sourceName));
-    to.trace->append(metadata("process_labels", ::getpid(), "labels",
-                              "source " + std::to_string(sourceNumber) + ": application, kernel, memory"));
     try {
+        to.trace.emplace(TRACE_FILE, PREVIOUS_TRACE_FILE);
+        to.trace->append(metadata("process_name", ::getpid(), "name", sourceName));
+        to.trace->append(metadata("process_labels", ::getpid(), "labels",
+                                  "source " + std::to_string(sourceNumber) + ": application, kernel, memory"));
         const KxNCommon::BlockedSignals blocked;
         to.isStopping = false;
         to.sampler = std::thread([this] { sampleUntilStopped(active); });
     } catch (const std::system_error& failure) {
-        KxCRTE_LOG(4, "Korvex Container Service: Profiling is not possible: no thread: %s", failure.what());
+        KxCRTE_LOG(4, "Korvex Container Service: Profiling is not possible: %s", failure.what());
         to.trace.reset();
         return false;
     }
@@ -162,7 +150,7 @@ void KxCProfiler::emit(std::uint32_t eventId, std::uint32_t code, std::uint32_t 
     if (!isActive()) {
         return;
     }
-    const Microseconds time = now();
+    const double time = now();
     thread_local const pid_t thread = ::gettid();
     thread_local bool isNamed = false;
     Recorder& to = recorder();
@@ -175,11 +163,10 @@ void KxCProfiler::emit(std::uint32_t eventId, std::uint32_t code, std::uint32_t 
         isNamed = true;
     }
     std::array<char, 1024> event;  // a name's escapes fit as well
-    const int length = std::snprintf(
-        event.data(), event.size(),
-        R"({"name":%s,"cat":"application","ph":"%c","ts":%lld.%03d,"pid":%d,"tid":%d,"args":{"index":%u}})",
-        to.eventNames[eventId].c_str(), code == ENTER ? 'B' : 'E', time.whole, time.thousandths, ::getpid(), thread,
-        index);
+    const int length =
+        std::snprintf(event.data(), event.size(),
+                      R"({"name":%s,"cat":"application","ph":"%c","ts":%.3f,"pid":%d,"tid":%d,"args":{"index":%u}})",
+                      to.eventNames[eventId].c_str(), code == ENTER ? 'B' : 'E', time, ::getpid(), thread, index);
     to.trace->append({event.data(), static_cast<std::size_t>(length)});
     if (to.trace->getBufferedBytes() >= FLUSH_BYTES) {
         flushTrace(active);
@@ -198,9 +185,12 @@ void KxCProfiler::close() {
         sampler.join();
     }
     lock.lock();
-    std::string error;
-    if (to.trace && !to.trace->finish(error)) {
-        KxCRTE_LOG(3, "Korvex Container Service: The profiler's trace is incomplete: %s", error.c_str());
+    try {
+        if (to.trace) {
+            to.trace->finish();
+        }
+    } catch (const std::system_error& failure) {
+        KxCRTE_LOG(3, "Korvex Container Service: The profiler's trace is incomplete: %s", failure.what());
     }
     to.trace.reset();
 }

@@ -7,8 +7,9 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <utility>
+
+#include "platform/common/system_text.h"
 
 namespace KxNProfiler {
 
@@ -16,14 +17,13 @@ namespace {
 
 constexpr mode_t FILE_MODE = 0600;
 
-KxNCommon::UniqueFd openLocked(const std::string& path, std::string& error) {
+KxNCommon::UniqueFd openLocked(const std::string& path) {
     KxNCommon::UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, FILE_MODE));
     if (!file) {
-        error = "cannot open " + path + ": " + std::strerror(errno);
-    } else if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-        error = errno == EWOULDBLOCK ? path + " is being written by another process"
-                                     : "cannot lock " + path + ": " + std::strerror(errno);
-        file.reset();
+        throw KxNCommon::systemError("cannot open " + path);
+    }
+    if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+        throw KxNCommon::systemError("cannot lock " + path + ", which another process may be writing");
     }
     return file;
 }
@@ -35,24 +35,21 @@ bool holdsSomething(const KxNCommon::UniqueFd& file) {
 
 }  // namespace
 
-std::unique_ptr<TraceFile> TraceFile::create(const std::string& path, const std::string& previousPath,
-                                             std::string& error) {
-    KxNCommon::UniqueFd file = openLocked(path, error);
-    if (file && holdsSomething(file)) {
+TraceFile::TraceFile(const std::string& filePath, const std::string& previousPath)
+    : file(openLocked(filePath)), path(filePath) {
+    if (holdsSomething(file)) {
         if (std::rename(path.c_str(), previousPath.c_str()) != 0) {
-            error = "cannot rename " + path + " to " + previousPath + ": " + std::strerror(errno);
-            return nullptr;
+            throw KxNCommon::systemError("cannot rename " + path + " to " + previousPath);
         }
-        file = openLocked(path, error);
+        file = openLocked(path);
     }
-    return file ? std::unique_ptr<TraceFile>(new TraceFile(std::move(file), path)) : nullptr;
 }
 
 void TraceFile::append(std::string_view event) {
     buffer.append(std::exchange(isEmpty, false) ? "\n" : ",\n").append(event);
 }
 
-bool TraceFile::flush(std::string& error) {
+void TraceFile::flush() {
     std::string_view rest = buffer;
     while (!rest.empty()) {
         const ssize_t written = ::write(file.get(), rest.data(), rest.size());
@@ -60,20 +57,19 @@ bool TraceFile::flush(std::string& error) {
             continue;
         }
         if (written < 0) {
-            error = "cannot write " + path + ": " + std::strerror(errno);
+            const int number = errno;
             static_cast<void>(!::ftruncate(file.get(), static_cast<off_t>(writtenBytes)));
-            return false;
+            throw KxNCommon::systemError("cannot write " + path, number);
         }
         rest.remove_prefix(static_cast<std::size_t>(written));
     }
     writtenBytes += buffer.size();
     buffer.clear();
-    return true;
 }
 
-bool TraceFile::finish(std::string& error) {
+void TraceFile::finish() {
     buffer.append("\n]\n");
-    return flush(error);
+    flush();
 }
 
 }  // namespace KxNProfiler

@@ -4,7 +4,6 @@
 #include <sys/types.h>
 
 #include <cstddef>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -18,10 +17,9 @@ class TraceFile {
 public:
     static constexpr std::size_t MAX_BYTES = 64 * 1024 * 1024;
 
-    /// Makes the file at `path`; one that an earlier process left is kept under `previousPath`. Null, and `error` with
-    /// the path and the system's text, when that fails or another process is writing it.
-    static std::unique_ptr<TraceFile> create(const std::string& path, const std::string& previousPath,
-                                             std::string& error);
+    /// Makes the file at `path`; one that an earlier process left is kept under `previousPath`. Throws
+    /// std::system_error, which names the file, when that fails or another process is writing it.
+    TraceFile(const std::string& path, const std::string& previousPath);
 
     /// Buffers one event, a JSON object.
     void append(std::string_view event);
@@ -29,16 +27,14 @@ public:
     std::size_t getBufferedBytes() const { return buffer.size(); }
     bool isFull() const { return writtenBytes + buffer.size() >= MAX_BYTES; }
 
-    /// Writes what is buffered. When that fails the file ends with the last event that was written whole, and `error`
-    /// gets the system's text.
-    bool flush(std::string& error);
+    /// Writes what is buffered. Throws std::system_error when that fails; the file then ends with the last event that
+    /// was written whole.
+    void flush();
 
-    /// Ends the array and writes all of it. No event may follow.
-    bool finish(std::string& error);
+    /// Ends the array and writes all of it. No event may follow. Throws as `flush`.
+    void finish();
 
 private:
-    TraceFile(KxNCommon::UniqueFd opened, std::string filePath) : file(std::move(opened)), path(std::move(filePath)) {}
-
     KxNCommon::UniqueFd file;  // holds the lock that keeps other processes off
     const std::string path;
     std::string buffer = "[";

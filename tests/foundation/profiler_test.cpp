@@ -17,48 +17,30 @@ namespace {
 using KxNJson::json;
 using KxNProfiler::TraceFile;
 
-class TraceFileTest : public testing::Test {
-protected:
+TEST(TraceFile, WhatAKilledProcessLeftLacksOnlyTheEndOfTheArrayAndAFullDiskCutsAtAWholeEvent) {
     const TemporaryDirectory directory;
     const std::string path = directory.path("trace.json");
     const std::string previous = directory.path("previous.json");
-    std::string error;
-};
-
-TEST_F(TraceFileTest, WhatAKilledProcessLeftLacksOnlyTheEndOfTheArray) {
-    auto trace = TraceFile::create(path, previous, error);
-    ASSERT_TRUE(trace) << error;
+    std::optional<TraceFile> trace(std::in_place, path, previous);
     trace->append(R"({"name":"a"})");
     trace->append(R"({"name":"b"})");
-    ASSERT_TRUE(trace->flush(error));
-    EXPECT_FALSE(TraceFile::create(path, previous, error));
-    EXPECT_THAT(error, HasSubstr("written by another process"));
+    trace->flush();
+    EXPECT_THROW(TraceFile(path, previous), std::system_error) << "another one is writing it";
     EXPECT_FALSE(std::filesystem::exists(previous));
     trace.reset();  // without finish, as after a kill
-
-    trace = TraceFile::create(path, previous, error);
-    ASSERT_TRUE(trace) << error;
+    trace.emplace(path, previous);
     EXPECT_EQ(json::parse(readFile(previous) + "]").size(), 2u);
-    trace->append("{}");
-    ASSERT_TRUE(trace->finish(error));
-    EXPECT_EQ(json::parse(readFile(path)).size(), 1u);
-}
-
-TEST_F(TraceFileTest, ADiskThatIsFullCutsAtAWholeEvent) {
-    const auto trace = TraceFile::create(path, previous, error);
-    ASSERT_TRUE(trace);
     trace->append(R"({"name":"whole"})");
-    ASSERT_TRUE(trace->flush(error));
+    trace->flush();
     trace->append(R"({"name":"does not fit any more, since the file may not grow to this size"})");
     rlimit unlimited{};
     ::getrlimit(RLIMIT_FSIZE, &unlimited);
     const rlimit full{readFile(path).size() + 20, unlimited.rlim_max};
     ::signal(SIGXFSZ, SIG_IGN);
     ::setrlimit(RLIMIT_FSIZE, &full);
-    const bool isWritten = trace->flush(error);
+    EXPECT_THAT([&] { trace->flush(); },
+                testing::ThrowsMessage<std::system_error>(HasSubstr(path + ": File too large")));
     ::setrlimit(RLIMIT_FSIZE, &unlimited);
-    EXPECT_FALSE(isWritten);
-    EXPECT_THAT(error, HasSubstr(path + ": File too large"));
     EXPECT_EQ(json::parse(readFile(path) + "]").size(), 1u);
 }
 
@@ -77,6 +59,7 @@ TEST(Profiler, RecordsBalancedEventsOfEveryThreadAndAllSources) {
     const std::uint32_t outer = profiler.registerEvent("Outer \"quoted\"");
     const std::uint32_t inner = profiler.registerEvent("Inner");
     onThreads(THREADS, [&](int) {
+        ::pthread_setname_np(::pthread_self(), "kx-named");
         for (int i = 0; i < ROUNDS; ++i) {
             profiler.emit(outer, KxCProfiler::ENTER, 7);
             profiler.emit(inner, KxCProfiler::ENTER, 8);
@@ -92,11 +75,13 @@ TEST(Profiler, RecordsBalancedEventsOfEveryThreadAndAllSources) {
     std::map<int, std::vector<std::string>> open;
     std::set<std::string> categories;
     int entered = 0;
+    int named = 0;
     const json events = json::parse(readFile("/run/KxContainerRTE.trace.json"));
     EXPECT_EQ(events[0]["args"]["name"], "KxTestSource");
     for (const json& event : events) {
         const std::string phase = event["ph"];
         categories.insert(event.value("cat", ""));
+        named += event["name"] == "thread_name" && event["args"]["name"] == "kx-named" ? 1 : 0;
         if (phase == "B") {
             open[event["tid"]].push_back(event["name"]);
             ++entered;
@@ -107,6 +92,7 @@ TEST(Profiler, RecordsBalancedEventsOfEveryThreadAndAllSources) {
         }
     }
     EXPECT_EQ(entered, THREADS * ROUNDS * 2);
+    EXPECT_EQ(named, THREADS);
     EXPECT_EQ(open.size(), static_cast<std::size_t>(THREADS));
     EXPECT_THAT(categories, testing::IsSupersetOf({"application", "kernel", "memory"}));
 }
