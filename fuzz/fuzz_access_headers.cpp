@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     isLoopbackAddress(text);
 
-    const std::string line = makeAuditLine({"127.0.0.1", text, "GET", "/a/{name}", text, 401, 3});
+    const std::string line = makeAuditLine({"127.0.0.1", text, "viewer", "GET", "/a/{name}", text, 401, 3});
     KX_REQUIRE(std::all_of(line.begin(), line.end(), [](char c) { return c >= 0x20 && c < 0x7f; }));
     KX_REQUIRE(line.size() < 3000);
     return 0;
