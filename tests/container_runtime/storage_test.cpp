@@ -1,5 +1,8 @@
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
+
+#include <csignal>
 
 #include "KxJson.h"
 #include "log_recorder.h"
@@ -30,6 +33,13 @@ TEST(UserStorage, IsNeitherMissingNorFullNorReadOnly) {
     EXPECT_EQ(problem(directory.path("")), "");
     writeFile(directory.path("file"), "");
     EXPECT_THAT(problem(directory.path("file")), EndsWith("is not a directory"));
+    rlimit unlimited{};
+    ::getrlimit(RLIMIT_FSIZE, &unlimited);
+    const rlimit none{0, unlimited.rlim_max};
+    ::signal(SIGXFSZ, SIG_IGN);
+    ::setrlimit(RLIMIT_FSIZE, &none);
+    EXPECT_THAT(problem(directory.path("")), EndsWith("cannot be written: File too large"));
+    ::setrlimit(RLIMIT_FSIZE, &unlimited);
     std::ofstream(directory.path("filler")) << std::string(20 << 20, 'x');
     EXPECT_THAT(problem(directory.path("")), EndsWith("is full: 12288 KiB free, at least 16384 KiB needed"));
     std::filesystem::remove(directory.path("filler"));

@@ -43,16 +43,3 @@ def test_plugin_from_upload_to_deletion(service):
     assert (missing.status, missing.detail()) == (404, f"File '{PLUGINS}/motion_2.1.crp' not found")
     assert activate(service, "motion", "2.1", False).detail() == "Plugin does not exist"
     assert service.request("DELETE", "/plugins/plain.crp").status == 204
-
-
-def test_broken_configuration_survives_untouched(service):
-    upload(service, "kept.crp")
-    for content in (b"{", b"", b'{"deactivated": 7}', b"[]"):
-        CONFIG.write_bytes(content)
-        answer = activate(service, "kept", "1.0", False)
-        assert (answer.status, answer.detail()) == (500, "Failed to update plugin deactivation config")
-        assert CONFIG.read_bytes() == content
-        assert service.request("GET", "/plugins").status == 200
-    CONFIG.unlink()
-    assert activate(service, "kept", "1.0", False).status == 200
-    assert service.request("DELETE", "/plugins/kept.crp").status == 204

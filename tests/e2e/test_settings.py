@@ -52,15 +52,3 @@ def test_user_storage_that_is_missing_refuses_the_enable(service):
         assert f"{PREFIX}{answer.detail()}" in service.log()
     finally:
         subprocess.run(["umount", "/userstorage1"], check=True)
-
-
-def test_broken_file_is_set_aside_and_defaults_apply(start_service):
-    SETTINGS.parent.mkdir(parents=True)
-    SETTINGS.write_bytes(b'{"tcp_port": 1')
-    running = start_service()
-    assert running.request("GET", "/settings").json() == DEFAULTS
-    (aside,) = [path for path in SETTINGS.parent.iterdir() if path.name.startswith(SETTINGS.name) and path != SETTINGS]
-    assert aside.read_bytes() == b'{"tcp_port": 1'
-    assert any(str(SETTINGS) in line and aside.name in line for line in running.log().splitlines())
-    assert running.request("PATCH", "/settings", {"tcp_port": 3}).status == 200
-    assert json.loads(SETTINGS.read_text())["tcp_port"] == 3

@@ -107,6 +107,12 @@ TEST(Child, ThatCannotRunIsNotStarted) {
     }
 }
 
+TEST(Executable, IsTheFirstThatIsThere) {
+    EXPECT_EQ(findExecutable({"/no/such/sh", "no-such-sh", "sh", "/bin/true"}).substr(0, 5), "/usr/");
+    EXPECT_EQ(findExecutable({"/etc/passwd", "/bin/true", "sh"}), "/bin/true");
+    EXPECT_EQ(findExecutable({"no-such-sh"}), "");
+}
+
 TEST(Child, KilledServiceLeavesNoOrphans) {
     const std::string seconds = uniqueSeconds();
     const pid_t service = ::fork();

@@ -14,6 +14,14 @@ protected:
 TEST_F(ServerRequests, EachRequestGetsItsAnswer) {
     const std::string json = "Content-Type: application/json\r\n";
     const std::string echo = "PATCH /api/v1/echo HTTP/1.1\r\n@";
+    const auto sized = [&](const std::string& body) {
+        return echo + json + "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+    };
+    const auto chunked = [&](const std::string& body) {
+        std::ostringstream size;
+        size << std::hex << body.size();
+        return echo + json + "Transfer-Encoding: chunked\r\n\r\n" + size.str() + "\r\n" + body + "\r\n0\r\n\r\n";
+    };
     const struct {
         const char* fault;
         std::string request;  // "@" stands for the Host and Authorization fields
@@ -33,6 +41,15 @@ TEST_F(ServerRequests, EachRequestGetsItsAnswer) {
          "not valid JSON: it nests more than 64 levels deep"},
         {"an announced body that is too large", echo + json + "Content-Length: 1048577\r\n\r\n", 413, "ContentTooLarge",
          true},
+        {"a body of the largest size", sized(std::string(1 << 20, ' ').replace(0, 2, "[]")), 200, "[]"},
+        {"a body that turns out too large", chunked(std::string((1 << 20) + 1, ' ')), 413, "", true},
+        {"JSON with an error in its second line", sized("{\"a\":\n 1,,}"), 400, "line 2"},
+        {"JSON that is no UTF-8", sized("{\"a\":\"\xff\"}"), 400, "not valid JSON"},
+        {"a long request line", "GET /" + std::string(9000, 'x') + " HTTP/1.1\r\n@\r\n", 414, "UriTooLong", true},
+        {"a long header", "GET /api/v1/fast HTTP/1.1\r\n@X: " + std::string(17'000, 'x') + "\r\n\r\n", 431, "", true},
+        {"no number as length", echo + "Content-Length: x\r\n\r\n", 400, "", true},
+        {"a length and chunks", echo + "Content-Length: 5\r\nTransfer-Encoding: chunked\r\n\r\n", 400, "", true},
+        {"what is no HTTP", "GARBAGE\r\n\r\n", 400, "", true},
         {"no host", "GET /api/v1/fast HTTP/1.1\r\n\r\n", 400, "Host", true},
         {"two hosts", "GET /api/v1/fast HTTP/1.1\r\n@Host: b\r\n\r\n", 400, "Host", true},
         {"a blank before a colon", "GET / HTTP/1.1\r\nHost : a\r\n\r\n", 400, "BadRequest", true},
