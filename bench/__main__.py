@@ -7,7 +7,7 @@ import resource
 import sys
 import time
 
-from bench import costs, footprint, plots, report, requests, streams, uploads
+from bench import costs, footprint, logs, plots, report, requests, streams, uploads
 from bench.measurement import Effort, Growth, Row
 
 PLAIN_OR_TLS = {  # take as `tls` which
@@ -35,7 +35,10 @@ MEASUREMENTS = {
     **{f"{name}-tls": over_tls(measure) for name, measure in PLAIN_OR_TLS.items()},
     "handshake": requests.handshake,
     "list": requests.container_list,
-    "log": streams.ended_log,
+    "log": logs.ended_log,
+    "log-tail": logs.tail_of_large_log,
+    "log-latency": logs.latency,
+    "log-unread": logs.unread_streams,
     "stream": streams.double_stream,
     "start": footprint.start,
     "executable": footprint.executable,

@@ -1,16 +1,13 @@
 """Log streams: how fast one is, what many cost, and what is left of ten thousand that came and went."""
 
 import ssl
-import subprocess
 import time
 
 from bench import http, programs
 from bench.measurement import Growth, Row
-from bench.podman_double import FRAME, LINE
 from bench.programs import kx
 
 MIB = 1 << 20
-LOG_BYTES = 100 * MIB
 
 
 def log_target(name, query=""):
@@ -26,34 +23,6 @@ def read_through_service(service, name, seconds, ended=False):
     if closed != ended:
         raise RuntimeError(f"the log {'ended' if closed else 'did not end'} after {size:.0f} bytes")
     return size, clock, service.usage.cpu_seconds() - before, messages
-
-
-def ended_log(effort, directory):
-    """A container's whole log, after its end: each side reads it to its last byte."""
-    own, direct = [], []
-    with programs.Podman(directory), programs.Service(directory) as service:
-        kx.make_image()
-        kx.podman("run", "-d", "--replace", "--network=none", "--name", "ended", kx.IMAGE, "/bin/sh", "-c",
-                  f"yes '{LINE.decode().strip()}' | head -n {LOG_BYTES // len(LINE)}")
-        kx.podman("wait", "ended")
-        for _ in range(effort.rounds(3)):
-            direct.append(read_from_podman("ended"))
-            size, seconds, *_ = read_through_service(service, "ended", 120, ended=True)
-            if size != LOG_BYTES // len(LINE) * len(LINE):
-                raise RuntimeError(f"of a log of {LOG_BYTES} bytes {size:.0f} arrived")
-            own.append(size / MIB / seconds)
-        kx.podman("rm", "ended")
-    return [Row("log", "log of 100 MiB of a container that has ended", "MiB/s", own,
-                "curl reading it from Podman, without following", direct, 20, "ratio")]
-
-
-def read_from_podman(name):
-    """MiB per second of the log's text, without Podman's framing."""
-    output = subprocess.run(
-        ["curl", "-sf", "--unix-socket", kx.PODMAN_SOCKET, "-o", "/dev/null", "-w", "%{size_download} %{time_total}",
-         f"http://podman/v1.41/containers/{name}/logs?stdout=true&stderr=true"],
-        capture_output=True, text=True, check=True).stdout.split()
-    return int(output[0]) * len(LINE) / len(FRAME) / MIB / float(output[1])
 
 
 def double_stream(effort, directory):

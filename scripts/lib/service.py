@@ -42,7 +42,7 @@ def wait_until(condition, seconds, what):
 
 def podman(*arguments, check=True, **options):
     """Runs the Podman command line tool; gives what it printed."""
-    result = subprocess.run(["podman", *arguments], text=True, capture_output=True, timeout=120, **options)
+    result = subprocess.run(["podman", *arguments], text=True, capture_output=True, **{"timeout": 120, **options})
     if check and result.returncode != 0:
         raise RuntimeError(f"podman {' '.join(arguments)}: {result.stderr.strip()}")
     return result.stdout.strip()

@@ -12,7 +12,7 @@ import sys
 import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-sys.path[:0] = [str(ROOT / "scripts/lib"), str(ROOT / "tests/openapi")]
+sys.path[:0] = [str(ROOT / path) for path in ("scripts/lib", "tests/openapi", "tests/logs")]
 import service as kx  # noqa: E402
 from description import Description  # noqa: E402
 

@@ -10,7 +10,7 @@ import time
 
 import pytest
 from conftest import kx
-from test_logs import UNTIL_STOPPED, run_container
+from test_logs import run_container
 
 PAGE = """<!doctype html><script>
 const socket = new WebSocket("ws://127.0.0.1:PORT/api/cre/v1.0/containers/page/logs/ws", ["kx.logs.v1", "bearer.TOKEN"]);
@@ -51,7 +51,7 @@ class PageServer(http.server.ThreadingHTTPServer):
 
 @pytest.mark.skipif(shutil.which("chromium") is None, reason="Chromium is not installed")
 def test_page_follows_a_log(service, tmp_path):
-    run_container("page", f"for i in 1 2 3; do echo line $i ä; sleep 0.3; done; {UNTIL_STOPPED}")
+    run_container("page", f"for i in 1 2 3; do echo line $i ä; sleep 0.3; done; trap exit TERM; while :; do sleep 0.1; done")
     with PageServer(PAGE.replace("PORT", str(service.port)).replace("TOKEN", service.token())) as server:
         browser = subprocess.Popen(
             ["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",

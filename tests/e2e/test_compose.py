@@ -1,6 +1,5 @@
 """Compose files and the commands on them, with the real docker-compose and Podman."""
 
-import asyncio
 import concurrent.futures
 import pathlib
 import subprocess
@@ -8,7 +7,7 @@ import time
 import urllib.parse
 
 from conftest import end, kx
-from test_logs import CLOSING, follow, read_all
+from follower import Follower
 
 FILES = pathlib.Path("/userstorage1/container_rte/utilities/compose-files")
 
@@ -48,16 +47,13 @@ def running_names(service):
     return [entry["Names"][0].lstrip("/") for entry in service.request("GET", "/containers").json()["containers"]]
 
 
-async def follow_until_stopped(service, container, word, stop):
-    """Follows the container's log until the word comes, then stops the container; gives the answer to that."""
-    async with follow(service, container) as stream:
-        text, deadline = "", time.monotonic() + 60
-        while word not in text:
-            text += await asyncio.wait_for(stream.recv(), deadline - time.monotonic())
-        stopping = asyncio.get_running_loop().run_in_executor(None, stop)
-        _, closing, code = await read_all(stream)
-        assert (closing, code) == (CLOSING.format(container), 1000)
-        return await stopping
+def follow_until_stopped(service, container, word, stop):
+    """Reads until the word has come, stops the container, and reads to the end; gives the answer to the stop."""
+    follower = Follower(service, container)
+    kx.wait_until(lambda: word in "".join(follower.messages), 60, f"{word!r} in the log")
+    answer = stop()
+    follower.result()
+    return answer
 
 
 def whole_life(service, name, greeting, repeat=1):
@@ -68,7 +64,7 @@ def whole_life(service, name, greeting, repeat=1):
     assert list(created[0].json()) == ["Message", "Name", "Command", "ExitCode", "Output"]
     assert created[0].json()["Name"] == name and created[0].json()["ExitCode"] == 0
     client = next(container for container in running_names(service) if f"{greeting}-client" in container)
-    assert asyncio.run(follow_until_stopped(service, client, greeting, lambda: command(service, name, "stop"))).status == 200
+    assert follow_until_stopped(service, client, greeting, lambda: command(service, name, "stop")).status == 200
     assert client not in running_names(service)
     assert {command(service, name, "remove").status for _ in range(repeat)} == {200}
     assert client not in kx.podman("ps", "--all", "--format", "{{.Names}}").split()

@@ -7,7 +7,7 @@ import subprocess
 import sys
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "scripts/lib"))
+sys.path[:0] = [str(pathlib.Path(__file__).resolve().parents[2] / path) for path in ("scripts/lib", "tests/logs")]
 import service as kx  # noqa: E402
 
 CONFIG_DIR = pathlib.Path("/mnt/cfdrive/containers")

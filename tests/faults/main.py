@@ -10,13 +10,15 @@ from dataclasses import dataclass
 import device as devices
 import clients
 import kills
+import log_faults
 import podman_faults
 import resources
 import shutdown
 import uploads
 from report import Report
 
-GROUPS = {"podman": podman_faults, "kill": kills, "resources": resources, "clients": clients, "uploads": uploads, "shutdown": shutdown}
+GROUPS = {"podman": podman_faults, "logs": log_faults, "kill": kills, "resources": resources, "clients": clients,
+          "uploads": uploads, "shutdown": shutdown}
 
 
 @dataclass

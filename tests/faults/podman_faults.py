@@ -1,4 +1,4 @@
-"""Podman killed and frozen during each kind of request, and under a log stream."""
+"""Podman killed and frozen during each kind of request."""
 
 import asyncio
 import concurrent.futures
@@ -9,7 +9,7 @@ import signal
 import time
 
 import websockets
-from device import COMPOSE, COUNTER, IMAGES, TRAVELLER, kx, measure_recovery, upload_image, upload_text
+from device import COMPOSE, IMAGES, TRAVELLER, kx, measure_recovery, upload_image, upload_text
 
 FROZEN_SECONDS = 1
 
@@ -111,33 +111,6 @@ async def read_until(stream, seconds):
     return text, False
 
 
-async def stream_frozen(fault, running):
-    async with follow(running, "counter") as stream:
-        text, _ = await read_until(stream, 1)
-        with kx.frozen_podman():
-            silent, _ = await read_until(stream, 2)
-        begin = time.monotonic()
-        text += silent + await asyncio.wait_for(stream.recv(), 20)
-        fault.recovered(time.monotonic() - begin)
-        rest, ended = await read_until(stream, 1)
-        numbers = [int(line) for line in (text + rest).split("\n")[:-1]]
-        fault.expect(not ended, "the stream ended")
-        fault.expect(numbers and numbers == list(range(numbers[0], numbers[0] + len(numbers))), "lines of the log are missing")
-
-
-async def stream_killed(fault, running):
-    async with follow(running, "counter") as stream:
-        await read_until(stream, 0.5)
-        os.kill(kx.podman_service_pid(), signal.SIGKILL)
-        begin = time.monotonic()
-        text, ended = await read_until(stream, 10)
-        fault.expect(ended and "log stream" in text.splitlines()[-1] if text else ended,
-                     f"the stream did not end with a word: {text[-200:]!r} {ended}")
-    await asyncio.to_thread(measure_recovery, fault, running, begin)
-    async with follow(running, "counter") as stream:
-        fault.expect(await asyncio.wait_for(stream.recv(), 20), "no log after Podman came back")
-
-
 @contextlib.contextmanager
 def whole_life(fault, device):
     """A service from start to end; the pauses before Podman is started again grow within one life."""
@@ -149,12 +122,8 @@ def whole_life(fault, device):
 def run(device, report, plan):
     whats = [(f"Podman {what} during {kind}", lambda fault, running, number, act=act, kind=kind: act(fault, running, kind, number))
              for kind in REQUESTS for what, act in (("killed", kill_during), ("frozen", freeze_during))]
-    whats += [(f"Podman {what} under a log stream", lambda fault, running, _, stream=stream: asyncio.run(stream(fault, running)))
-              for what, stream in (("killed", stream_killed), ("frozen", stream_frozen))]
     for what, act in whats:
         with report.fault(what) as fault, whole_life(fault, device) as running:
-            if "stream" in what:
-                kx.podman("run", "-d", "--name", "counter", "--network", "none", kx.IMAGE, "/bin/sh", "-c", COUNTER)
             for number in range(plan.podman_rounds):
                 with fault.guarded():
                     act(fault, running, number)
