@@ -14,11 +14,12 @@ import log_faults
 import podman_faults
 import resources
 import shutdown
+import streams
 import uploads
 from report import Report
 
 GROUPS = {"podman": podman_faults, "logs": log_faults, "kill": kills, "resources": resources, "clients": clients,
-          "uploads": uploads, "shutdown": shutdown}
+          "uploads": uploads, "streams": streams, "shutdown": shutdown}
 
 
 @dataclass

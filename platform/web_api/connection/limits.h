@@ -36,6 +36,7 @@ struct Limits {
     Milliseconds pongWithin{20'000};
     Milliseconds streamProgress{60'000};
     Milliseconds closeHandshake{10'000};
+    Milliseconds farewell{1'000};  ///< without a byte taken, when the server ends a stream
 
     Milliseconds sweep{500};        ///< how often deadlines are looked at
     Milliseconds acceptPause{100};  ///< when descriptors have run out

@@ -20,8 +20,9 @@ using KxNNet::Task;
 
 namespace {
 
-/// Control frames that may wait to be sent: a client that makes us owe more does not take what it asks for.
-constexpr std::size_t LONGEST_CONTROL_QUEUE = 64 * 1024;
+/// Bytes that may wait to be sent, mostly of control frames: a client that makes us owe more does not take what it asks
+/// for.
+constexpr std::size_t LONGEST_QUEUE = 64 * 1024;
 
 iovec pieceOf(std::string_view bytes) {
     return {const_cast<char*>(bytes.data()), bytes.size()};
@@ -188,8 +189,8 @@ bool KxCWebSocket::State::sendText(std::string_view text, int timeoutMillisecond
         waitLimits.deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMilliseconds);
     }
     std::unique_lock lock(mutex);
-    if (!takeWayOut(lock, waitLimits)) {
-        return false;
+    if (isEnding || !takeWayOut(lock, waitLimits)) {
+        return isEnding && queue(lock, text);
     }
     lock.unlock();
     const bool isTaken = writeFrame(text, waitLimits);
@@ -203,9 +204,20 @@ bool KxCWebSocket::State::sendText(std::string_view text, int timeoutMillisecond
     return isTaken;
 }
 
+/// Leaves a message to the event loop: nobody waits for the client any more. False when it does not fit, or is too
+/// late.
+bool KxCWebSocket::State::queue(std::unique_lock<std::mutex>& lock, std::string_view text) {
+    if (isGone || isClosing || due.size() + text.size() > LONGEST_QUEUE) {
+        return false;
+    }
+    due.append(FrameHead(Opcode::text, text.size()).bytes()).append(text);
+    sendDue(lock);
+    return true;
+}
+
 /// Waits until nobody writes. False when nothing may be sent any more, or the limits end the wait.
 bool KxCWebSocket::State::takeWayOut(std::unique_lock<std::mutex>& lock, const KxNNet::WaitLimits& waitLimits) {
-    const auto isFree = [this] { return !isWriting || isGone || isClosing; };
+    const auto isFree = [this] { return !isWriting || isGone || isClosing || isEnding; };
     if (waitLimits.deadline) {
         changed.wait_until(lock, *waitLimits.deadline, isFree);
     } else {
@@ -233,7 +245,7 @@ bool KxCWebSocket::State::writeFrame(std::string_view text, const KxNNet::WaitLi
                 return false;
             }
             // TLS may hold a record of it already, even where nothing counts as written.
-            if (hasBegun || stream->isTls()) {
+            if (hasBegun || stream->isTls() || isEnding) {
                 rest.append(first).append(text);
             }
             return !rest.empty();
@@ -253,7 +265,7 @@ void KxCWebSocket::State::sendControl(std::string_view frame) {
         return;
     }
     due += frame;
-    if (due.size() > LONGEST_CONTROL_QUEUE) {
+    if (due.size() > LONGEST_QUEUE) {
         stream->cut();
     }
     sendDue(lock);
@@ -331,6 +343,8 @@ void KxCWebSocket::State::lost() {
 void KxCWebSocket::State::end() {
     std::unique_lock lock(mutex);
     isEnding = true;
+    ending.cancel();
+    changed.notify_all();
     callCloseCallback(lock);
 }
 
@@ -375,9 +389,25 @@ void KxCWebSocket::State::sweep(std::int64_t now) {
     if (isAcknowledging || lastAcknowledged == 0) {
         lastAcknowledged = now;
     }
+    bool dataWaits;
+    bool isLeaving;
+    bool clientHasEnded;
+    {
+        std::lock_guard lock(mutex);
+        dataWaits = isWriting;
+        isLeaving = isClosing;
+        clientHasEnded = clientHasClosed || clientIsBroken;
+    }
+    if (isEnding && (dataWaits || isLeaving)) {
+        if (now - lastAcknowledged >= limits.farewell.count()) {
+            stream->cut();
+        }
+        return;
+    }
     if (closeDeadline.hasPassed(now)) {
-        // Megabytes of the stream's end may still wait in the kernel for a client that is slow.
-        const auto patience = progress.bytesWaiting > 0 ? limits.streamProgress : limits.closeHandshake;
+        // Megabytes of the stream's end may still wait in the kernel for a client that is slow, but wants them.
+        const bool isWanted = progress.bytesWaiting > 0 && !clientHasEnded;
+        const auto patience = isWanted ? limits.streamProgress : limits.closeHandshake;
         if (now - lastAcknowledged >= patience.count()) {
             stream->cut();
         }
@@ -388,11 +418,6 @@ void KxCWebSocket::State::sweep(std::int64_t now) {
     }
     if (hasReceived) {
         pingedAt = 0;
-    }
-    bool dataWaits;
-    {
-        std::lock_guard lock(mutex);
-        dataWaits = isWriting;
     }
     // A client that takes nothing is given up whatever it sends.
     waitingSince = !dataWaits ? 0 : waitingSince == 0 || isAcknowledging ? now : waitingSince;

@@ -53,7 +53,8 @@ public:
     /// The close code sent in the end; 1000 unless it is set before `release`.
     void setCloseCode(std::uint16_t code) { closeCode = code; }
 
-    /// Ends the stream from the server's side: tells the handler as if the client had closed, but texts are still sent.
+    /// Ends the stream from the server's side: tells the handler as if the client had closed. Texts are still sent, but
+    /// nobody waits for the client any more.
     void end();
 
     void sweep(std::int64_t now) override;
@@ -73,6 +74,7 @@ private:
     static KxNNet::Task<void> drain(std::shared_ptr<State> self);
 
     // Any thread.
+    bool queue(std::unique_lock<std::mutex>& lock, std::string_view text);
     bool takeWayOut(std::unique_lock<std::mutex>& lock, const KxNNet::WaitLimits& waitLimits);
     bool writeFrame(std::string_view text, const KxNNet::WaitLimits& waitLimits);
     void sendControl(std::string_view frame);
@@ -88,7 +90,7 @@ private:
     const Limits& limits;
     const StreamRequest request;
     const std::shared_ptr<KxNNet::LoopStream> stream;
-    KxNNet::Cancellation ending;  ///< ends the wait of a writer whose client has closed
+    KxNNet::Cancellation ending;  ///< ends the wait of a writer: its client has closed, or the server ends the stream
 
     FrameReader frames;  // the reading coroutine's own
     std::string rest;    // of frames that the socket has not taken; belongs to who has the way out
@@ -103,7 +105,7 @@ private:
     std::mutex mutex;
     std::condition_variable changed;
     bool isWriting = true;   // somebody has the way out; at first the answer to the upgrade
-    std::string due;         // control frames that wait for it
+    std::string due;         // frames that wait for it: of control, or of messages for which nobody waits
     bool isClosing = false;  // our close is due or sent, and nothing follows it
     bool clientHasClosed = false;
     bool clientIsBroken = false;  // it has sent what the protocol forbids
