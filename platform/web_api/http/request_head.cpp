@@ -7,6 +7,7 @@
 
 #include "platform/common/text.h"
 #include "platform/web_api/http/header_parameters.h"
+#include "platform/web_api/http/request_target.h"
 
 namespace KxNTamberWebApi {
 
@@ -23,6 +24,10 @@ std::optional<Refusal> checkFraming(const RequestHead& request) {
     const auto hosts = request.count(field::host);
     if (hosts > 1 || (hosts == 0 && request.version() == 11)) {
         return Refusal{400, "The request needs exactly one Host"};
+    }
+    const bool isOriginForm = request.target().starts_with('/');
+    if (!isHostAndPort(request[field::host]) || (!isOriginForm && !splitRequestTarget(request.target()))) {
+        return Refusal{400, "The host of the request is not a name or address with a port or none"};
     }
     const bool hasCoding = request.count(field::transfer_encoding) > 0;
     if (hasCoding && (request.version() < 11 || request.count(field::content_length) > 0)) {
@@ -42,6 +47,10 @@ std::optional<Refusal> checkFraming(const RequestHead& request) {
 std::optional<Refusal> parseRequestHead(RequestParser& parser, std::string_view head) {
     parser.header_limit(PARSER_HEADER_LIMIT);
     parser.body_limit(boost::none);
+    // The library unfolds lines, which RFC 9112 section 5.2 lets a server refuse and others read another way.
+    if (head.find("\r\n ") != head.npos || head.find("\r\n\t") != head.npos) {
+        return Refusal{400, "The request is not well-formed: a field goes on on the next line"};
+    }
     boost::system::error_code error;
     parser.put(boost::asio::buffer(head.data(), head.size()), error);
     if (error == http::error::bad_version) {

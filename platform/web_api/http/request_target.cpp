@@ -1,5 +1,10 @@
 #include "platform/web_api/http/request_target.h"
 
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <string>
+
 #include "platform/common/text.h"
 #include "platform/web_api/http/header_parameters.h"
 
@@ -32,7 +37,41 @@ std::size_t schemeLength(std::string_view target) {
     return 0;
 }
 
+bool isPort(std::string_view digits) {
+    unsigned number = 0;
+    for (const char c : digits) {
+        if (c < '0' || c > '9' || (number = number * 10 + static_cast<unsigned>(c - '0')) > 65535) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool isIpv6Address(const std::string& text) {
+    in6_addr address;
+    return ::inet_pton(AF_INET6, text.c_str(), &address) == 1;
+}
+
+bool isName(std::string_view text) {
+    return hasValidEscapes(text) && std::all_of(text.begin(), text.end(), [](char c) {
+               return KxNCommon::isAlphanumeric(c) ||
+                      std::string_view("-._~!$&'()*+,;=%").find(c) != std::string_view::npos;
+           });
+}
+
 }  // namespace
+
+bool isHostAndPort(std::string_view text) {
+    const bool isBracketed = text.starts_with('[');
+    const std::size_t hostEnd = isBracketed ? text.find(']') : text.find(':');
+    if (isBracketed && hostEnd == text.npos) {
+        return false;
+    }
+    const std::string_view host = text.substr(isBracketed ? 1 : 0, isBracketed ? hostEnd - 1 : hostEnd);
+    const std::string_view behind = hostEnd == text.npos ? std::string_view() : text.substr(hostEnd + isBracketed);
+    const bool isPortValid = behind.empty() || (behind.front() == ':' && isPort(behind.substr(1)));
+    return isPortValid && (isBracketed ? isIpv6Address(std::string(host)) : isName(host));
+}
 
 std::optional<RequestTarget> splitRequestTarget(std::string_view target) {
     for (const char c : target) {
@@ -54,7 +93,9 @@ std::optional<RequestTarget> splitRequestTarget(std::string_view target) {
         split.path = "/";
     }
     const bool hasPath = !split.path.empty() && (split.path.front() == '/' || target == "*");
-    return hasPath && (scheme == 0 || !split.authority.empty()) ? std::optional(split) : std::nullopt;
+    return hasPath && (scheme == 0 || (!split.authority.empty() && isHostAndPort(split.authority)))
+               ? std::optional(split)
+               : std::nullopt;
 }
 
 bool hasValidEscapes(std::string_view text) {

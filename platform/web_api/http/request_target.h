@@ -19,6 +19,10 @@ struct RequestTarget {
 /// character or a space, which may not stand there.
 std::optional<RequestTarget> splitRequestTarget(std::string_view target);
 
+/// Whether `text` may stand in Host, or as the authority of a target: a name, or an address, in brackets where it is
+/// one of IPv6, and a port or none (RFC 9110 section 7.2, RFC 3986 section 3.2.2).
+bool isHostAndPort(std::string_view text);
+
 /// True when each '%' is followed by two hexadecimal digits.
 bool hasValidEscapes(std::string_view text);
 
