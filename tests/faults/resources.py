@@ -10,7 +10,8 @@ import random
 import resource
 import time
 
-from device import (ARCHIVE, CONFIG_DIR, COUNTER, IMAGES, PLUGIN_CONFIG, PLUGINS, SETTINGS, fill, kx,
+from clients import head
+from device import (ARCHIVE, COMPOSE_FILES, CONFIG_DIR, COUNTER, IMAGES, PLUGIN_CONFIG, PLUGINS, SETTINGS, fill, kx,
                     measure_recovery, small_disk, upload_image, upload_text)
 from podman_faults import follow, read_until
 
@@ -152,7 +153,7 @@ def change_plugin(running, number):
 
 def change_images(running, number):
     answer = upload_image(running, f"traveller{number}.tar")
-    return answer.status == 204, answer.status == 500 and answer.detail() == "Upload failed"
+    return answer.status == 204, answer.status == 507
 
 
 def fill_disk(fault, path, size, file, change, device):
@@ -186,6 +187,54 @@ def run_disks(device, report, plan):
             for _ in range(1 if plan.quick else 10):
                 with fault.guarded():
                     fill_disk(fault, *disk, device)
+
+
+def upload_unannounced(running, kind, size):
+    """An upload that does not say how long it is."""
+    pieces = (b"x" * 65536 for _ in range(size // 65536))
+    return running.request("POST", f"/{kind}", pieces, {"Content-Type": "application/x", "Content-Disposition":
+                                                        "attachment; filename=subject.crp"})
+
+
+def overfill(fault, kind, path, name, list_all, device):
+    """Neither a file that says it is too long, nor one that turns out to be, ends as anything but 507, and no trace of
+    it stays; the file that it would have replaced does as long as nothing was written."""
+    kx.clear_device()
+    with small_disk(path, "4M"), device.service(fresh=False) as running:
+        disposition = {"Content-Type": "application/x", "Content-Disposition": "attachment; filename=subject.crp"}
+        (path / name).write_bytes(b"before")
+        hog = fill(path, leave=300 * 1024)  # of which 256 KiB are kept
+        with running.raw(head(running, "POST", f"/{kind}", "Expect: 100-continue", "Content-Length: 200000",
+                              *(f"{key}: {value}" for key, value in disposition.items()))) as client:
+            answer = client.recv(65536).decode()
+            fault.expect(answer.startswith("HTTP/1.1 507 ") and "200000" in answer and "InsufficientStorage" in answer, f"declared: {answer[:200]}")
+        status = upload_unannounced(running, kind, 196608).status
+        fault.expect(status == 507 and (path / name).read_bytes() == b"before", f"not declared: {status}")
+        os.truncate(hog, hog.stat().st_size - MIB)
+        status = upload_unannounced(running, kind, 3 * MIB).status
+        fault.expect(status == 507, f"one that fills the disk: {status}")
+        fault.expect(not (path / name).exists(), "half a file stays")
+        hog.unlink()
+        listed = running.request("GET", f"/{list_all}").body.decode()
+        fault.expect("subject" not in listed and name not in listed, f"listed: {listed}")
+        inventory = pathlib.Path("/run/KxInventoryTree.json")
+        fault.expect(not inventory.exists() or "subject" not in inventory.read_text(), "in the inventory")
+        fault.expect(" uploaded" not in running.log(), "announced")
+        volume = os.statvfs(path)
+        fault.expect(volume.f_bavail * volume.f_frsize > 3.9 * MIB, "bytes are taken still")
+        fault.expect(running.stop() == 0, "ended with an error")
+
+
+UPLOADS = [("images", IMAGES, "subject.crp", "images"), ("plugins", PLUGINS, "subject.crp", "plugins"),
+           ("compose-files", COMPOSE_FILES, "subject.crp", "compose-files"),
+           ("certs/private-key", CONFIG_DIR / "certs", "server.key", "certs")]
+
+
+def run_full_uploads(device, report):
+    with report.fault("uploads that find no room") as fault:
+        for upload in UPLOADS:
+            with fault.guarded():
+                overfill(fault, *upload, device)
 
 
 def step_clock(fault, running, clock, seconds):
@@ -237,4 +286,5 @@ def run_clock(device, report, plan):
 def run(device, report, plan):
     run_limits(device, report, plan)
     run_disks(device, report, plan)
+    run_full_uploads(device, report)
     run_clock(device, report, plan)

@@ -114,7 +114,7 @@ TestServer::TestServer(TestHandler& handler, const Limits& limits, std::chrono::
     settings.port = 0;
     settings.tokenFile = directory.path("token");
     settings.certificatesDirectory = certificates;
-    settings.uploadKinds = {{"files", {false}}};
+    settings.uploadKinds = {{"files", {false, {}, {}}}};
     settings.requestThreads = 4;
     server = std::make_unique<Server>(settings, limits);
     server->prepare();

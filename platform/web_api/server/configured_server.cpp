@@ -50,9 +50,13 @@ ServerSettings readSettings(std::uint32_t requestThreads) {
     settings.maxConnections = readNumber<std::uint32_t>(config::pOptionMaxConnections, "1024");
     settings.maxUploadBytes = readNumber<std::uint64_t>(config::pOptionMaxUploadBytes, "0");
     settings.certificatesDirectory = KxNContainer::KxNContainerPaths::CONTAINER_CERTS_DIR;
-    settings.uploadKinds = {{"uploadImage", {true}},        {"uploadPlugin", {false}},
-                            {"uploadComposeFile", {false}}, {"uploadCertificate", {false}},
-                            {"uploadPrivateKey", {false}},  {"uploadCaCertificate", {false}}};
+    using namespace KxNContainer::KxNContainerPaths;
+    settings.uploadKinds = {{"uploadImage", {true, IMAGES_STORAGE_DIR, {}}},
+                            {"uploadPlugin", {false, PLUGINS_DIR, {}}},
+                            {"uploadComposeFile", {false, COMPOSE_FILES_PATH, {}}},
+                            {"uploadCertificate", {false, CONTAINER_CERTS_DIR, "server.crt"}},
+                            {"uploadPrivateKey", {false, CONTAINER_CERTS_DIR, "server.key"}},
+                            {"uploadCaCertificate", {false, CONTAINER_CERTS_DIR, "ca.crt"}}};
     settings.requestThreads = requestThreads;
     return settings;
 }

@@ -39,7 +39,7 @@ KxNNet::Task<bool> HttpConnection::untilDecided(Begin begin) {
 
 KxNNet::Task<void> HttpConnection::takeUpload(Exchange& exchange) {
     UploadRequest request{};
-    if (const auto refusal = describeUpload(exchange, core.settings.maxUploadBytes, request)) {
+    if (const auto refusal = describeUpload(exchange, core.settings, request)) {
         exchange.refuse(refusal->status, refusal->detail);
         co_return;
     }
@@ -98,10 +98,9 @@ KxNNet::Task<bool> HttpConnection::collectBeginning(Upload& upload) {
 
 /// Lends the stream to upload threads until they have done with it. False when there was none.
 KxNNet::Task<bool> HttpConnection::carryUpload(Upload& upload, const Exchange& exchange) {
-    const auto kind = core.settings.uploadKinds.find(exchange.match.endpoint->operationId);
     UploadThreads::Job job;
     job.identity = exchange.caller.identity;
-    job.lasts = (kind != core.settings.uploadKinds.end() ? kind->second : UploadKind()).lasts;
+    job.lasts = core.settings.uploadKind(exchange.match.endpoint->operationId).lasts;
     job.needsClean = !upload.bringsFile();
     job.carry = [&upload](bool mayHoldSession) { return upload.run(mayHoldSession); };
     for (;;) {

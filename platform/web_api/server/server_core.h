@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/common/storage_room.h"
 #include "platform/net/cancellation.h"
 #include "platform/net/tls_files.h"
 #include "platform/web_api/access/access_rules.h"
@@ -27,7 +28,14 @@ namespace KxNTamberWebApi {
 
 /// What the server knows of the uploads to one endpoint.
 struct UploadKind {
-    bool lasts = true;  ///< whether its end may take minutes, as an image takes to be loaded
+    bool lasts = true;      ///< whether its end may take minutes, as an image takes to be loaded
+    std::string directory;  ///< where the handler stores the file; empty when that is not known
+    std::string fileName;   ///< under which name; empty for the client's
+
+    /// Null where that is not known.
+    std::optional<std::uint64_t> roomForFile() const {
+        return directory.empty() ? std::nullopt : KxNCommon::roomFor(directory);
+    }
 };
 
 /// What the operator configures, and where the TLS files are.
@@ -41,6 +49,12 @@ struct ServerSettings {
     std::string certificatesDirectory;
     std::map<std::string, UploadKind, std::less<>> uploadKinds;  ///< by operationId
     std::size_t requestThreads = 16;
+
+    const UploadKind& uploadKind(const std::string& operationId) const {
+        static const UploadKind unknown;
+        const auto found = uploadKinds.find(operationId);
+        return found != uploadKinds.end() ? found->second : unknown;
+    }
 };
 
 /// An endpoint of one of the handlers.

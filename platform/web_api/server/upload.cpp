@@ -1,6 +1,7 @@
 #include "platform/web_api/server/upload.h"
 
 #include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -9,6 +10,7 @@
 
 #include "KxJson.h"
 #include "KxLog.h"
+#include "platform/common/storage_room.h"
 #include "platform/net/loop_stream.h"
 #include "platform/web_api/http/content_disposition.h"
 #include "platform/web_api/operation/operation.h"
@@ -31,36 +33,38 @@ Refusal tooLarge(std::uint64_t maximumSize) {
     return {413, "The upload is larger than " + std::to_string(maximumSize) + " bytes"};
 }
 
+Refusal noRoom(std::uint64_t size, std::uint64_t room) {
+    return {507, "The upload needs " + std::to_string(size) + " bytes where " + std::to_string(room) + " are free"};
+}
+
 bool isSuccess(int status) {
     return status >= 200 && status < 300;
 }
 
 }  // namespace
 
-std::optional<Refusal> describeUpload(const Exchange& exchange, std::uint64_t maximumSize, UploadRequest& upload) {
+std::optional<Refusal> describeUpload(const Exchange& exchange, const ServerSettings& settings, UploadRequest& upload) {
     const RequestHead& request = exchange.request();
+    const std::uint64_t declared = exchange.body->remaining();
     upload.endpoint = exchange.match.endpoint;
     upload.caller = exchange.caller;
     upload.values = exchange.match.values();
     upload.target = request.target();
     upload.contentType = request[field::content_type];
-    upload.maximumSize = maximumSize;
+    upload.maximumSize = settings.maxUploadBytes;
+    upload.kind = &settings.uploadKind(upload.endpoint->operationId);
     const bool hasDisposition = request.count(field::content_disposition) > 0;
     // A length of 0 is an empty file when the head describes one, and else a request without a body.
     upload.hasBody = !exchange.body->isComplete() ||
                      (request.count(field::content_length) > 0 && (hasDisposition || !upload.contentType.empty()));
     const auto type = parseContentType(upload.contentType);
-    if (type && type->mediaType == "multipart/form-data") {
+    const bool isForm = type && type->mediaType == "multipart/form-data";
+    if (isForm) {
         upload.boundary = type->boundary;
         if (upload.boundary.empty()) {
             return Refusal{400, "The form has no usable boundary"};
         }
-        return std::nullopt;
-    }
-    if (maximumSize != 0 && exchange.body->remaining() > maximumSize) {
-        return tooLarge(maximumSize);
-    }
-    if (hasDisposition) {
+    } else if (hasDisposition) {
         std::string error;
         const auto disposition = parseContentDisposition(request[field::content_disposition], error);
         if (!disposition) {
@@ -68,7 +72,11 @@ std::optional<Refusal> describeUpload(const Exchange& exchange, std::uint64_t ma
         }
         upload.fileName = disposition->fileName;
     }
-    return std::nullopt;
+    if (!isForm && upload.maximumSize != 0 && declared > upload.maximumSize) {
+        return tooLarge(upload.maximumSize);
+    }
+    const auto room = upload.kind->roomForFile();
+    return room && declared > *room ? std::optional(noRoom(declared, *room)) : std::nullopt;
 }
 
 Upload::Upload(const UploadRequest& uploadRequest, std::shared_ptr<KxCHandler::Registration> handlerRegistration,
@@ -189,6 +197,9 @@ bool Upload::waitFor(Outcome wanted) {
 
 /// Gives the handler what was collected. False when the upload does not go on on this thread.
 bool Upload::passBeginning(bool mayHoldSession) {
+    if (!hasRoomFor({beginning.get(), static_cast<std::size_t>(fileSize)})) {
+        return false;
+    }
     switch (offer({beginning.get(), static_cast<std::size_t>(fileSize)})) {
         case Taken::yes:
             beginningWasTaken = true;
@@ -196,10 +207,10 @@ bool Upload::passBeginning(bool mayHoldSession) {
             memory.giveBack();
             return true;
         case Taken::no:
-            isMisplaced = mayHoldSession && !wasMisplaced;
+            isMisplaced = !over && mayHoldSession && !wasMisplaced;
             wasMisplaced = true;
             beginningWasRefused = true;
-            callsFinish = !isMisplaced;
+            callsFinish = !over && !isMisplaced;
             return false;
         case Taken::handlerIsGone:
             return false;
@@ -222,11 +233,34 @@ bool Upload::onFileData(std::string_view data) {
         if (form) {  // a raw body was read to where it belongs
             std::copy_n(data.data(), data.size(), beginning.get() + (fileSize - data.size()));
         }
-    } else if (offer(data) == Taken::no) {
+    } else if (hasRoomFor(data) && offer(data) == Taken::no && !over) {
         over = true;
         result = makeRefusal(500, UPLOAD_FAILED);
     }
     return !over;
+}
+
+/// Looks before the handler writes, which would take the reserve too, and make a file's name known that then is not
+/// whole.
+bool Upload::hasRoomFor(std::string_view data) {
+    const auto room = request.kind->roomForFile();
+    if (room && data.size() > *room) {
+        endWithoutRoom(data.size(), *room);
+    }
+    return !over;
+}
+
+/// Ends an upload whose file finds no room: nothing half is left of it, and the bytes are free at once, though the
+/// handler may hold the file open.
+void Upload::endWithoutRoom(std::uint64_t size, std::uint64_t room) {
+    refuse(noRoom(size, room));
+    const std::string& name = request.kind->fileName.empty() ? fileName : request.kind->fileName;
+    if (handlerSawIt && !name.empty()) {
+        const std::string path = request.kind->directory + "/" + name;
+        if (::truncate(path.c_str(), 0) == 0) {
+            ::unlink(path.c_str());
+        }
+    }
 }
 
 /// Gives one chunk to the handler.
@@ -250,6 +284,12 @@ Upload::Taken Upload::offer(std::string_view data) {
         KxCRTE_LOG(4, "Korvex Container Service: Web API: a chunk of upload %s threw: %s",
                    request.endpoint->operationId, failure.what());
     }
+    if (!request.kind->directory.empty()) {
+        storageFault = KxNCommon::findStorageFault(request.kind->directory, data.size());
+    }
+    if (KxNCommon::isNoRoom(storageFault)) {
+        endWithoutRoom(data.size(), 0);
+    }
     return Taken::no;
 }
 
@@ -268,7 +308,9 @@ void Upload::finish(bool mayHoldSession) {
                   state);
     finishedWell = isSuccess(state.answer.status) || state.answer.status == 400;
     result = std::move(state.answer);
-    if (beginningWasRefused && isSuccess(result.status)) {
+    // The operation takes a file that it does not find for one that was not sent, whatever kept it from being stored.
+    const bool isToldWrongly = result.status == 400 && storageFault != 0;
+    if (beginningWasRefused && (isSuccess(result.status) || isToldWrongly)) {
         result = makeRefusal(500, UPLOAD_FAILED);
     }
 }

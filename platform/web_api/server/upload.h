@@ -31,10 +31,12 @@ struct UploadRequest {
     std::string fileName;     ///< of a raw body
     bool hasBody;
     std::uint64_t maximumSize;  ///< of the file, 0 for none
+    const UploadKind* kind;
 };
 
-/// Fills in `request` with what the head of `exchange` says of the file; gives why it is refused, or null.
-std::optional<Refusal> describeUpload(const Exchange& exchange, std::uint64_t maximumSize, UploadRequest& request);
+/// Fills in `request` with what the head of `exchange` says of the file; gives why it is refused, or null. `settings`
+/// outlive the request.
+std::optional<Refusal> describeUpload(const Exchange& exchange, const ServerSettings& settings, UploadRequest& request);
 
 /// Begins on the event loop, where the beginning of the file is collected: a client that does not send it costs memory
 /// and no thread. Goes on on an upload thread, which is reserved for the upload until its end and so also waits for the
@@ -92,7 +94,9 @@ private:
     bool waitFor(KxNNet::Outcome wanted);
     void carryBody(bool mayHoldSession);
     bool passBeginning(bool mayHoldSession);
+    bool hasRoomFor(std::string_view data);
     Taken offer(std::string_view data);
+    void endWithoutRoom(std::uint64_t size, std::uint64_t room);
     void finish(bool mayHoldSession);
     void refuse(const Refusal& refusal);
 
@@ -122,6 +126,7 @@ private:
     bool beginningWasRefused = false;
     bool isMisplaced = false;
     bool wasMisplaced = false;
+    int storageFault = 0;  // of the system, when the handler refused the beginning
     bool over = false;
     bool callsFinish = false;
     bool handlerSawIt = false;  // a session may have begun
