@@ -126,6 +126,68 @@ TEST_F(ServerRequests, FilesAreForEverybodyAndOnlyForBrowsersThatTakeThemAsTheyA
     }
 }
 
+TEST_F(ServerRequests, WhatAProxyMayReadAnotherWayIsRefusedAndNothingBehindItIsServed) {
+    const std::string patch = "PATCH /api/v1/echo HTTP/1.1\r\n";
+    const std::string chunks = patch + "@Content-Type: application/json\r\nTransfer-Encoding: chunked\r\n\r\n";
+    std::vector<std::string> requests{
+        patch + "@Content-Length: 4\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n",
+        patch + "@Content-Length: 0\r\nContent-Length: 2\r\n\r\n{}",
+        patch + "@Transfer-Encoding: xchunked\r\n\r\n0\r\n\r\n",
+        patch + "@Transfer-Encoding: chunked;q=1\r\n\r\n0\r\n\r\n",
+        patch + "@Transfer-Encoding: chunked\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n",
+        patch + "@Transfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n",
+        patch + "@Transfer-Encoding:\vchunked\r\n\r\n0\r\n\r\n",
+        patch + "@Transfer-Encoding:\r\n chunked\r\n\r\n0\r\n\r\n",
+        patch + "@Transfer-Encoding : chunked\r\n\r\n0\r\n\r\n",
+        patch + "@ Content-Length: 2\r\n\r\n{}",
+        patch + "@A: b\nContent-Length: 2\r\n\r\n{}",
+        patch + "@A: b\rContent-Length: 2\r\n\r\n{}",
+        patch + "@A: b" + std::string(1, '\0') + "c\r\n\r\n",
+        patch + "@: a\r\n\r\n",
+        patch + "@Host: b\r\n\r\n",
+        patch + "\r\n",
+        "PATCH /api/v1/echo HTTP/1.1\n@\r\n",
+        "PATCH  /api/v1/echo HTTP/1.1\r\n@\r\n",
+        "PATCH\t/api/v1/echo HTTP/1.1\r\n@\r\n",
+        " PATCH /api/v1/echo HTTP/1.1\r\n@\r\n",
+        "PATCH /api/v1/echo HTTP/1.1 \r\n@\r\n",
+        "PATCH /api/v1/echo\r\n@\r\n",
+        "PATCH http://user%40@b/api/v1/echo HTTP/1.1\r\n\r\n",
+    };
+    for (const char* length : {"2, 3", "+2", "-2", "0x2", "1 0", "", "18446744073709551618"}) {
+        requests.push_back(patch + "@Content-Length: " + length + "\r\n\r\n{}");
+    }
+    for (const char* body :
+         {"2\n{}\r\n", "2;a\n{}\r\n", "2;a\rb\r\n{}\r\n", "2 a\r\n{}\r\n", "0x2\r\n{}\r\n", "+2\r\n{}\r\n",
+          "10000000000000002\r\n{}\r\n", "1\r\n{}\r\n", "2\r\n{}\n", "2\r\n{}\r\n0\n\r\n"}) {
+        requests.push_back(chunks + body + "0\r\n\r\n");
+    }
+    for (const char* host : {"a b", "a/b", "a?b", "a#b", "u@a", "a\\b", "a:b", "a:99999", "a:1:2", "[::1", "::1", "[a]",
+                             "[]", "[::1]x", "a%zz", "<a>", "a\tb", "\xe4"}) {
+        requests.push_back("GET /api/v1/fast HTTP/1.1\r\nHost: " + std::string(host) + "\r\n" + server.authorization() +
+                           "\r\n");
+    }
+    for (std::string request : requests) {
+        SCOPED_TRACE(request);
+        if (const std::size_t at = request.find("\n@"); at != request.npos) {
+            request.replace(at + 1, 1, "Host: localhost\r\n" + server.authorization());
+        }
+        RawClient client(server.port());
+        client.send(request + makeHead(server, "GET /api/v1/fast"));
+        const Reply reply = client.receive();
+        EXPECT_TRUE(reply.status == 400 || reply.status == 501 || reply.status == 505) << reply.status;
+        EXPECT_EQ(client.receiveBytes(1), "");
+    }
+    for (const char* host :
+         {"", "a-b.example:8460", "127.0.0.1", "[::1]:80", "[::ffff:1.2.3.4]", "a%20b", "x_~!$&'()*+,;=:"}) {
+        SCOPED_TRACE(host);
+        EXPECT_EQ(ask(server, "GET /api/v1/fast HTTP/1.1\r\nHost: " + std::string(host) + "\r\n" +
+                                  server.authorization() + "\r\n")
+                      .status,
+                  200);
+    }
+}
+
 TEST_F(ServerRequests, PipelinedRequestsAreAnsweredInOrder) {
     RawClient client(server.port());
     std::string requests;

@@ -37,16 +37,6 @@ std::size_t schemeLength(std::string_view target) {
     return 0;
 }
 
-bool isPort(std::string_view digits) {
-    unsigned number = 0;
-    for (const char c : digits) {
-        if (c < '0' || c > '9' || (number = number * 10 + static_cast<unsigned>(c - '0')) > 65535) {
-            return false;
-        }
-    }
-    return true;
-}
-
 bool isIpv6Address(const std::string& text) {
     in6_addr address;
     return ::inet_pton(AF_INET6, text.c_str(), &address) == 1;
@@ -69,8 +59,9 @@ bool isHostAndPort(std::string_view text) {
     }
     const std::string_view host = text.substr(isBracketed ? 1 : 0, isBracketed ? hostEnd - 1 : hostEnd);
     const std::string_view behind = hostEnd == text.npos ? std::string_view() : text.substr(hostEnd + isBracketed);
-    const bool isPortValid = behind.empty() || (behind.front() == ':' && isPort(behind.substr(1)));
-    return isPortValid && (isBracketed ? isIpv6Address(std::string(host)) : isName(host));
+    const std::string_view port = behind.substr(0, behind.empty() ? 0 : 1) == ":" ? behind.substr(1) : behind;
+    const bool isPort = port.empty() || (port.size() < behind.size() && KxNCommon::parseNumber<std::uint16_t>(port));
+    return isPort && (isBracketed ? isIpv6Address(std::string(host)) : isName(host));
 }
 
 std::optional<RequestTarget> splitRequestTarget(std::string_view target) {
