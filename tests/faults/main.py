@@ -14,12 +14,13 @@ import log_faults
 import podman_faults
 import resources
 import shutdown
+import slow_clients
 import streams
 import uploads
 from report import Report
 
 GROUPS = {"podman": podman_faults, "logs": log_faults, "kill": kills, "resources": resources, "clients": clients,
-          "uploads": uploads, "streams": streams, "shutdown": shutdown}
+          "slow": slow_clients, "uploads": uploads, "streams": streams, "shutdown": shutdown}
 
 
 @dataclass
