@@ -8,8 +8,8 @@
 #include <string_view>
 
 #include "platform/net/stream.h"
-#include "platform/web_api/http/body_decoder.h"
 #include "platform/web_api/http/request_buffer.h"
+#include "platform/web_api/http/request_head.h"
 
 namespace KxNTamberWebApi {
 
@@ -19,12 +19,16 @@ class RequestBody {
 public:
     /// All three outlive the body.
     RequestBody(RequestParser& head, RequestBuffer& readAhead, KxNNet::Stream& connection)
-        : decoder(head), buffered(readAhead), stream(connection) {}
+        : parser(head),
+          buffered(readAhead),
+          stream(connection),
+          chunked(head.chunked()),
+          left(head.content_length().value_or(0)) {}
 
-    bool isComplete() const { return decoder.isComplete(); }
+    bool isComplete() const { return chunked ? parser.is_done() : left == 0; }
     bool hasBegunToArrive() const { return !buffered.pending().empty(); }
     /// Bytes that are still to come, where the head told their number.
-    std::uint64_t remaining() const { return decoder.remaining(); }
+    std::uint64_t remaining() const { return left; }
 
     struct Piece {
         KxNNet::Outcome outcome;  ///< `done`: go on, with or without bytes
@@ -39,9 +43,11 @@ public:
     Piece nextReadAhead(std::span<char> room);
 
 private:
-    BodyDecoder decoder;
+    RequestParser& parser;
     RequestBuffer& buffered;
     KxNNet::Stream& stream;
+    const bool chunked;
+    std::uint64_t left;  // bytes of a body that is not chunked
 };
 
 }  // namespace KxNTamberWebApi
