@@ -31,11 +31,12 @@ server itself:
 | 401 | Unauthorized | no token and no client certificate, or a wrong one |
 | 403 | Forbidden | the role does not suffice ("The role 'viewer' may not do this"); or the Origin is foreign and there is no token; with `Auth = none` a foreign Host, too |
 | 404, 405 | NotFound, MethodNotAllowed | no such path, or not with this method (`Allow` says which) |
-| 408, 414, 431 | RequestTimeout, UriTooLong, RequestHeaderFieldsTooLarge | the header block is late, or too large |
+| 408, 414, 431 | RequestTimeout, UriTooLong, RequestHeaderFieldsTooLarge | the header block is late, or too large; 408 also a body without a byte for 30 s, or an upload slower than 1 KiB/s over a minute |
 | 413, 415 | ContentTooLarge, UnsupportedMediaType | the body is too large, or of another type |
 | 426 | UpgradeRequired | the log route without a WebSocket upgrade |
 | 500 | InternalServerError | `Internal error`, or `Upload failed` when a part of an upload could not be stored |
 | 503 | ServiceUnavailable | the service is ending, or all its threads are held up |
+| 507 | InsufficientStorage | an upload needs more bytes than are free where it is stored; the detail has both numbers |
 
 Operations marked with a G answer 500 `Container service is disabled` or `Container service is not started` while they
 cannot work.

@@ -19,7 +19,14 @@ using KxNJson::json;
 /// An answer that the library gives by itself, and to which operations.
 struct LibraryAnswer {
     int status;
-    enum : unsigned { always = 1, withToken = 2, withBody = 4, withJsonBody = 8, withWebSocket = 16 } when;
+    enum : unsigned {
+        always = 1,
+        withToken = 2,
+        withBody = 4,
+        withJsonBody = 8,
+        withWebSocket = 16,
+        withUpload = 32
+    } when;
     const char* description;
 };
 
@@ -28,12 +35,13 @@ constexpr std::array LIBRARY_ANSWERS = {
     LibraryAnswer{401, LibraryAnswer::withToken, "Neither a valid token nor a client certificate was presented"},
     LibraryAnswer{403, LibraryAnswer::always,
                   "The role does not suffice, or the request comes from a foreign page or names a foreign host"},
-    LibraryAnswer{408, LibraryAnswer::withBody, "The body made no progress for too long"},
+    LibraryAnswer{408, LibraryAnswer::withBody, "The body made no progress for too long, or too little"},
     LibraryAnswer{413, LibraryAnswer::withBody, "The body is larger than the server takes"},
     LibraryAnswer{415, LibraryAnswer::withJsonBody, "The body is not application/json"},
     LibraryAnswer{426, LibraryAnswer::withWebSocket, "The request does not ask for a WebSocket"},
     LibraryAnswer{500, LibraryAnswer::always, "The operation failed: see the detail"},
     LibraryAnswer{503, LibraryAnswer::always, "The service is stopping or has no capacity left"},
+    LibraryAnswer{507, LibraryAnswer::withUpload, "The file does not fit where it is to be stored"},
 };
 
 constexpr std::array<const char*, METHOD_PATCH + 1> METHOD_KEYS = {"", "get", "post", "put", "delete", "patch"};
@@ -170,6 +178,7 @@ json makeAnswers(const KxSOperationSchema* schema, const std::string& operationI
     const unsigned kinds = LibraryAnswer::always | (needsToken ? LibraryAnswer::withToken : 0U) |
                            (bodyKind != 0 ? LibraryAnswer::withBody : 0U) |
                            (bodyKind == BODY_JSON ? LibraryAnswer::withJsonBody : 0U) |
+                           (bodyKind == BODY_UPLOAD ? LibraryAnswer::withUpload : 0U) |
                            (answers.count(101) != 0 ? LibraryAnswer::withWebSocket : 0U);
     const bool isDescribed = !answers.empty();
     for (const LibraryAnswer& answer : LIBRARY_ANSWERS) {
