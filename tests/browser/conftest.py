@@ -85,7 +85,10 @@ class Page:
         """, name)
 
     def wait_row(self, name, text, seconds=20):
-        kx.wait_until(lambda: text in self.row(name), seconds, f"{text!r} in the row of {name}: {self.row(name)!r}\n{self.browser.text()[:2000]}")
+        try:
+            kx.wait_until(lambda: text in self.row(name), seconds, f"{text!r} in the row of {name}")
+        except TimeoutError as error:
+            raise AssertionError(f"{error}; it is {self.row(name)!r}\n{self.browser.text()[:2000]}") from None
 
     def wait_text(self, text, seconds=20):
         self.browser.wait("return document.body.innerText.includes(arguments[0])", text, seconds=seconds)

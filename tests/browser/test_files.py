@@ -50,7 +50,7 @@ def test_compose_file_is_dropped_and_run(page):
     drop(page, "web.yml", (ROOT / "docs/examples/web.yml").read_text())
     page.wait_row("web.yml", "no containers")
     card = "li.card button"
-    for button, text in [("Create", "0 of 1 container running"), ("Start", "1 of 1 container running"), ("Stop", "0 of 1 container running")]:
+    for button, text in [("Create", "0 of 2 containers running"), ("Start", "1 of 2 containers running"), ("Stop", "0 of 2 containers running")]:
         page.browser.click(card, button)
         page.wait_row("web.yml", text, 60)
         assert page.browser.find("pre.output")

@@ -61,7 +61,7 @@ function makeFrame() {
             event.preventDefault();
             main.querySelector("h1")?.focus();
         }}, "Skip to the content"),
-        h("header.bar", menu, h("a.brand", {href: "#/overview"}, icon("containers"), h("span", "Container Service")), host, h("span.space"),
+        h("header.bar", menu, h("a.brand", {href: "#/overview"}, icon("containers"), h("span", "Korvex Container Service")), host, h("span.space"),
             h("span.who", h("span", visible(session.identity.name)), h("span.role", session.identity.role)),
             session.token ? button("leave", "Log out", () => leave(""), {kind: "quiet", "aria-label": "Log out"}) : []), nav, lost, main),
         place(name) {
@@ -79,6 +79,7 @@ function makeFrame() {
             setText(links[0].count, count ? String(count) : "");
             show(links[0].count, count > 0);
             links[0].count.title = `${count} problems`;
+            document.title = `${count ? `(${count}) ` : ""}${view?.title ?? ""} – Korvex Container Service`;
         },
     };
 }
@@ -86,7 +87,7 @@ function makeFrame() {
 function showView(next, focus) {
     view?.close?.();
     view = next;
-    document.title = `${view.title} – Container Service`;
+    document.title = `${view.title} – Korvex Container Service`;
     if (!frame) return document.body.replaceChildren(view.element, toasts);
     frame.main.className = view.wide ? "wide" : "";
     frame.main.replaceChildren(view.element);

@@ -2,7 +2,7 @@
 
 import {path} from "./http.js";
 import {confirm, failed, succeeded} from "./dialog.js";
-import {button} from "./dom.js";
+import {button, h} from "./dom.js";
 import {call} from "./service.js";
 import {session} from "./session.js";
 import {inspectLater, store} from "./store.js";
@@ -49,17 +49,24 @@ export async function act(action, container) {
 /** Buttons for what the role may do; `update(container)` shows those that fit its state. */
 export function actionButtons(names, {text = true} = {}) {
     let shown = null;
-    const buttons = names.filter(name => session.may(ACTIONS[name].operation)).map(name => [name,
-        button(name, ACTIONS[name].label, () => act(name, shown), {text, kind: ACTIONS[name].kind})]);
-    return {
-        elements: buttons.map(([, element]) => element),
-        update(container) {
-            shown = container;
-            for (const [name, element] of buttons) {
-                element.hidden = !ACTIONS[name].fits(container);
-                element.disabled = busy.has(container.id);
-                if (!text) element.setAttribute("aria-label", `${ACTIONS[name].label} ${container.name}`);
-            }
-        },
-    };
+    const element = h("div.buttons"), buttons = new Map();
+
+    function make(name) {
+        const made = button(name, ACTIONS[name].label, () => act(name, shown), {text, kind: ACTIONS[name].kind});
+        buttons.set(name, made);
+        element.append(...names.map(one => buttons.get(one)).filter(Boolean));
+        return made;
+    }
+
+    return {element, update(container) {
+        shown = container;
+        for (const name of names) {
+            const fits = ACTIONS[name].fits(container) && session.may(ACTIONS[name].operation);
+            if (!fits && !buttons.has(name)) continue; // of hundreds of containers, most never need most of them
+            const one = buttons.get(name) ?? make(name);
+            one.hidden = !fits;
+            one.disabled = busy.has(container.id);
+            if (!text) one.setAttribute("aria-label", `${ACTIONS[name].label} ${container.name}`);
+        }
+    }};
 }

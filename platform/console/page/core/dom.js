@@ -72,11 +72,13 @@ const ICONS = {
     next: "M6 3.5 10.5 8 6 12.5",
 };
 
+const drawings = {};
+
 /** A drawing beside a text that says the same: hidden from screen readers. */
 export function icon(name) {
-    const drawing = svg("svg", {viewBox: "0 0 16 16", "aria-hidden": "true", focusable: "false"}, svg("path", {d: ICONS[name]}));
-    drawing.classList.add("icon", `icon-${name}`);
-    return drawing;
+    const drawing = drawings[name] ??= svg("svg", {class: `icon icon-${name}`, viewBox: "0 0 16 16", "aria-hidden": "true", focusable: "false"},
+        svg("path", {d: ICONS[name]}));
+    return drawing.cloneNode(true);
 }
 
 /** A button with an icon; without `text` the label is for screen readers and the tooltip. */

@@ -39,7 +39,18 @@ export class LogStream {
             : `The container has exited with code ${exitCode}`;
         if (text !== this.#state) this.buffer.addNote("state", text); // said again at each connection
         this.#state = text;
-        if (state === "removed") this.#end("ended");
+        if (state === "removed") this.end();
+    }
+
+    /** There is no more of this log. */
+    end() {
+        this.#end("ended");
+    }
+
+    /** Begins with a new container of the same name. */
+    restart() {
+        this.#cursor = this.connection = "";
+        this.resume();
     }
 
     #end(connection) {

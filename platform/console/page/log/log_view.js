@@ -53,6 +53,7 @@ export class LogView {
     #paused = false; // by the operator, not because the screen is held elsewhere
     #current = -1; // number of the selected line
     #top = {number: 0, offset: 0, first: 0}; // the line at the upper edge, and the buffer's oldest one then
+    #height = 0; // of the pane, in pixels
     #rate = {total: 0, at: performance.now(), perSecond: 0};
 
     constructor(name, onrefused) {
@@ -107,7 +108,7 @@ export class LogView {
         else if (this.#top.first !== this.#buffer.first)
             pane.scrollTop = this.#selection.indexOf(this.#top.number) * ROW + this.#top.offset;
         this.#remember();
-        const height = pane.clientHeight;
+        const height = this.#height = pane.clientHeight;
         const begin = Math.max(0, Math.floor(pane.scrollTop / ROW) - SPARE_ROWS);
         const shown = Math.min(count - begin, Math.ceil(height / ROW) + 2 * SPARE_ROWS);
         while (this.#rows.length < shown) {
@@ -153,6 +154,7 @@ export class LogView {
 
     #scrolled() {
         const {pane} = this;
+        if (pane.clientHeight !== this.#height) return this.render(); // the pane has another size; nobody has scrolled
         this.#follows = pane.scrollHeight - pane.scrollTop - pane.clientHeight < 2 * ROW;
         if (this.#follows && !this.#paused) this.stream.resume();
         if (this.#top.first === this.#buffer.first) this.#remember();

@@ -95,13 +95,22 @@ function summary(container) {
 export function containerView(name) {
     const mark = stateMark(), told = h("span.summary"), list = h("dl.facts"), gone = h("p.empty", {role: "status"});
     const buttons = actionButtons(["start", "stop", "restart", "remove"]);
-    const tools = h("div.buttons", buttons.elements);
-    const plots = figures(name), log = new LogView(name, readHealth);
+    const tools = buttons.element;
+    const plots = figures(name), log = new LogView(name, refused);
     const details = h("details.card.facts-card", h("summary", "Details"), list);
-    let shown = "";
+    let shown = "", id = findContainer(name)?.id;
+
+    function refused() {
+        if (store.loaded && !findContainer(name)) log.stream.end();
+        else readHealth();
+    }
 
     function update() {
         const container = findContainer(name);
+        if (container && container.id !== id) {
+            id = container.id;
+            if (log.stream.connection === "ended") log.stream.restart();
+        }
         show(gone, !container && store.loaded);
         setText(gone, "This container does not exist (any more). What its log brought stays here until you leave.");
         for (const element of [mark.element, tools, plots.element, details]) show(element, Boolean(container));

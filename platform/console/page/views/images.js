@@ -65,8 +65,8 @@ export function imagesView() {
     const panel = session.may("uploadImage") ? uploadPanel({
         label: "Upload an image archive", accept: ".tar,.gz,.tgz,.bz2,.xz,.zst", targets: ["/images"], note,
         targetOf(file) {
-            const free = Math.max(...(store.storage?.volumes ?? []).map(({FreeBytes}) => FreeBytes), 0);
-            return free && file.size > free ? {refused: `it has ${bytes(file.size)}, and ${bytes(free)} of the disk are free`} : "/images";
+            const free = store.storage?.volumes.find(({What}) => What === "uploads")?.FreeBytes;
+            return file.size > free ? {refused: `it has ${bytes(file.size)}, and ${bytes(free)} of the disk are free`} : "/images";
         },
         done: () => refresh("images").then(() => refresh("storage")),
     }) : null;

@@ -33,7 +33,7 @@ export function loginView(reason, entered) {
 
     return {title: "Log in", element: h("main.login", {id: "main"},
         h("form", {onsubmit: tryToken},
-            h("h1", {tabindex: -1}, "Container Service"),
+            h("h1", {tabindex: -1}, "Korvex Container Service"),
             h("p.host", location.host),
             h("label", {for: "token"}, "Token"), token,
             h("p.hint", {id: "login-hint"}, "Kept for this tab only, until you log out or close it."),

@@ -33,10 +33,11 @@ function makeProblem(problem) {
     const element = h(`li.card.problem.${level}`,
         h("div.problem-mark", icon(level === "bad" ? "bad" : "warning"), h("span.unseen", level === "bad" ? "Broken:" : "Warning:")),
         h("div.problem-text", h("h3", container ? h("a", {href: containerLink(container.name)}, visible(container.name)) : [], title), since, reason, lines),
-        h("div.buttons", buttons?.elements ?? [], links, container ? button("bad", `Dismiss: ${visible(container.name)}`, () => {
+        h("div.buttons", buttons?.element ?? [], links),
+        container ? button("bad", `Dismiss: ${visible(container.name)}`, () => {
             dismissed.add(key);
             store.dispatchEvent(new Event("change"));
-        }, {text: false}) : []));
+        }, {text: false}) : []);
     return {element, update(now) {
         setText(title, (now.container ? " " : "") + visible(now.title));
         setText(since, Number.isFinite(now.since) ? `since ${clock(now.since)}, ${duration((Date.now() - now.since) / 1000)}` : "");
