@@ -50,7 +50,7 @@ function containerProblem(container, activity) {
 }
 
 const PARTS = {
-    podman: {title: "Podman is away", advice: "Containers keep running; lists and actions fail until it answers. The service starts it again by itself."},
+    podman: {title: "Podman is away", degraded: "No containers are handled", advice: "Containers keep running; lists and actions fail. The service starts a Podman that has died by itself."},
     storage: {title: "Storage cannot be used", advice: "Uploads and settings fail. See the disk, then delete images that nothing uses.", view: "images"},
     audit: {title: "The audit record is not written", advice: "Changes go on without a kept record. See whether the disk is full or read-only."},
     certificate: {title: "The certificate needs attention", advice: "Upload a renewed certificate and its key.", view: "certificates"},
@@ -61,8 +61,8 @@ function partProblems(health) {
     const found = [];
     for (const [name, part] of Object.entries(health ?? {})) {
         if (!PARTS[name] || !part?.state || FINE.includes(part.state)) continue;
-        const {title, advice, view} = PARTS[name];
-        found.push({key: `part ${name}`, level: part.state === "degraded" ? "warning" : "bad", title, view, since: moment(part.since),
+        const {title, degraded, advice, view} = PARTS[name];
+        found.push({key: `part ${name}`, level: part.state === "degraded" ? "warning" : "bad", title: part.state === "degraded" && degraded || title, view, since: moment(part.since),
             reason: [part.reason && part.reason.replace(/\.?$/, "."), advice].filter(Boolean).join(" ")});
     }
     return found;
@@ -70,8 +70,8 @@ function partProblems(health) {
 
 function certificateProblem(health) {
     const days = health?.certificate?.days;
-    if (!(days < SOON_DAYS)) return [];
-    return [{key: "part certificate", level: days < NOW_DAYS ? "bad" : "warning", since: NaN, view: "certificates",
+    if (!Number.isFinite(days) || days >= SOON_DAYS) return [];
+    return [{key: "certificate", part: "part certificate", level: days < NOW_DAYS ? "bad" : "warning", since: NaN, view: "certificates",
         title: days < 0 ? "The certificate has ended" : `The certificate ends in ${plural(Math.floor(days), "day")}`,
         reason: `It is valid until ${dateTime(moment(health.certificate.NotAfter))}. Upload a renewed one and its key; they count at once.`}];
 }
@@ -79,7 +79,7 @@ function certificateProblem(health) {
 /** Volumes may be one file system under several names. */
 function volumeProblems(storage) {
     const low = (storage?.volumes ?? []).filter(volume => volume.TotalBytes > 0 && volume.FreeBytes / volume.TotalBytes < LOW_SHARE);
-    return low.map(volume => ({key: `volume ${volume.Path}`, level: volume.FreeBytes / volume.TotalBytes < SPENT_SHARE ? "bad" : "warning",
+    return low.map(volume => ({key: `volume ${volume.Path}`, part: "part storage", level: volume.FreeBytes / volume.TotalBytes < SPENT_SHARE ? "bad" : "warning",
         title: `Disk nearly full: ${volume.What}`, since: NaN, view: "images",
         reason: `${bytes(volume.FreeBytes)} of ${bytes(volume.TotalBytes)} are free at ${volume.Path}.`
             + (storage.images?.UnusedBytes > 0 ? ` Images that nothing uses hold ${bytes(storage.images.UnusedBytes)}.` : "")}));
@@ -87,12 +87,10 @@ function volumeProblems(storage) {
 
 /** Problems, worst and latest first: {key, level: "bad" or "warning", title, since (ms or NaN), reason, container?, actions?, view?}. */
 export function problemsOf({containers, health, storage, activity, errors}) {
-    const certificate = certificateProblem(health);
-    const found = [
-        ...partProblems(health).filter(({key}) => !certificate.some(other => other.key === key)),
-        ...certificate,
-        ...volumeProblems(storage),
-    ];
+    const precise = [...certificateProblem(health), ...volumeProblems(storage)];
+    // What these say, the parts say with less detail.
+    const found = [...partProblems(health).filter(({key, level}) => level === "bad" && key !== "part certificate"
+        || !precise.some(other => other.part === key)), ...precise];
     if (errors.containers && !found.some(({key}) => key === "part podman"))
         found.push({key: "containers", level: "bad", title: "Containers cannot be listed", since: NaN, reason: errors.containers, view: "settings"});
     found.push(...[...containers.values()].map(container => containerProblem(container, activity)).filter(Boolean));

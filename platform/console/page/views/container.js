@@ -74,7 +74,8 @@ function facts(container) {
         ["Ended", dateTime(moment(state.FinishedAt))],
         ["Restarts", `${plural(state.RestartCount ?? 0, "time")}; restarted ${RESTARTS[policy] ?? visible(policy)}`],
         ["Health check", visible(state.Health || "none")],
-        ["Ports", list(detail.Ports?.map(port => `${port.HostIp || "*"}:${port.HostPort} → ${port.ContainerPort}/${port.Protocol}`))],
+        ["Ports", list(detail.Ports?.map(({HostIp, HostPort, ContainerPort, Protocol}) =>
+            HostPort ? `${HostIp || "*"}:${HostPort} → ${ContainerPort}/${Protocol}` : `${ContainerPort}/${Protocol}, not published`))],
         ["Mounts", list(detail.Mounts?.map(mount => `${mount.Source} → ${mount.Destination}${mount.ReadOnly ? " (read only)" : ""}`))],
         ["Networks", list((Array.isArray(detail.Networks) ? detail.Networks : Object.keys(detail.Networks ?? {})).map(net => net.Name ?? net))],
         ["Compose", detail.Compose ? `${visible(detail.Compose.Service)} of ${visible(detail.Compose.File)}` : "–"],
