@@ -115,8 +115,13 @@ class Browser:
 
     def click(self, selector, text=None, seconds=20):
         """As a person does: scrolls there, and hits what lies on top."""
-        element = self.find(selector, text, seconds)
-        self.send("POST", f"{self.session}/element/{element[ELEMENT]}/click", {})
+        for attempt in range(5):
+            element = self.find(selector, text, seconds)
+            try:
+                return self.send("POST", f"{self.session}/element/{element[ELEMENT]}/click", {})
+            except BrowserError as error:
+                if attempt == 4 or "stale" not in str(error):  # another one has taken its place meanwhile
+                    raise
 
     def type(self, selector, text, label=None):
         element = self.find(selector, label)

@@ -16,6 +16,7 @@ import service as kx  # noqa: E402
 from browser import Browser  # noqa: E402
 
 IDENTITIES = pathlib.Path("/mnt/cfdrive/containers/identities.json")
+STORED = [pathlib.Path("/userstorage1/container_rte") / name for name in ("utilities/compose-files", "plugins")]
 VIEWS = ["overview", "containers", "images", "compose", "plugins", "certificates", "settings", "audit"]
 # What the browser says when the service is away on purpose, or answers no: everything else is a fault of the page.
 EXPECTED = re.compile(r"ERR_CONNECTION|ERR_EMPTY_RESPONSE|ERR_INTERNET|ERR_NETWORK|ERR_TIMED_OUT|WebSocket connection to|status of (4|5)\d\d")
@@ -44,12 +45,23 @@ def run_container(name, command, *options):
     kx.podman("run", "-d", "--name", name, *options, kx.IMAGE, "/bin/sh", "-c", command)
 
 
-def remove_container(name):
-    kx.podman("rm", "--force", "--time", "0", name, check=False)
+def clear():
+    """Leaves no container, compose file or plugin of another test."""
+    kx.podman("rm", "--all", "--force", "--time", "0")
+    for folder in STORED:
+        for file in folder.glob("*"):
+            file.unlink()
 
 
 class Page:
     """The page in the browser's tab."""
+
+    def store(self, path, name, content=b"services: {}"):
+        """Uploads a file without the page."""
+        quoted = name.replace('"', '\\"')
+        answer = self.device.service.request("POST", path, content, {"Content-Type": "application/octet-stream",
+                                                                     "Content-Disposition": f'attachment; filename="{quoted}"'})
+        assert answer.status == 200, answer.body
 
     def __init__(self, browser, device):
         self.browser, self.device = browser, device
@@ -172,6 +184,7 @@ def browser():
 def page(browser, device):
     """The page with the administrator in. Whatever a test does, the browser reports nothing that the page should not do."""
     page = Page(browser, device)
+    clear()
     browser.size(1280, 860)
     browser.theme("light")
     page.log_in()

@@ -5,7 +5,7 @@ import os
 import signal
 import subprocess
 
-from conftest import kx, remove_container, run_container
+from conftest import kx, run_container
 
 
 @contextlib.contextmanager
@@ -30,7 +30,6 @@ def test_network_cut_is_told_and_mended(page):
     assert "No connection" not in page.browser.text()
     kx.podman("kill", "meanwhile")
     page.wait_row("meanwhile", "exited", 20)
-    remove_container("meanwhile")
 
 
 def test_service_restarted_under_it(page):
@@ -41,7 +40,6 @@ def test_service_restarted_under_it(page):
     page.browser.wait("return !document.body.innerText.includes('No connection')", seconds=40)
     run_container("after", "sleep 1000")
     page.wait_row("after", "running")
-    remove_container("after")
 
 
 def test_podman_away_is_told(page):
@@ -51,4 +49,3 @@ def test_podman_away_is_told(page):
     os.kill(kx.podman_service_pid(), signal.SIGKILL)
     run_container("meanwhile", "exit 4")
     page.wait_row("meanwhile", "Exit code 4", 60)
-    remove_container("meanwhile")

@@ -1,16 +1,6 @@
 """Containers: what is broken, what an operator does about it, and that the page follows what others do."""
 
-import pytest
-from conftest import kx, remove_container, run_container
-
-NAMES = ["worker", "failed", "looping", "hostile"]
-
-
-@pytest.fixture(autouse=True)
-def no_containers():
-    yield
-    for name in NAMES:
-        remove_container(name)
+from conftest import kx, run_container
 
 
 def test_first_view_says_what_is_broken_and_why(page):
@@ -18,7 +8,7 @@ def test_first_view_says_what_is_broken_and_why(page):
     page.wait_row("failed", "Exit code 3", 10)
     page.wait_row("failed", "cannot open the recipe")
     assert "since " in page.row("failed")
-    page.browser.click(".problem button", "Start failed" if page.browser.exists(".problem button", "Start failed") else "Start")
+    page.browser.click(".problem button", "Start")
     page.wait_text("Container failed started")
     page.wait_row("failed", "Exit code 3")
     page.browser.click(".problem button", "Dismiss: failed")
@@ -64,10 +54,9 @@ def test_details_and_plots(page):
     page.browser.click("summary", "Details")
     for text in ["127.0.0.1:7001 → 80/tcp", "/tmp → /outside (read only)", "localhost/hello:1"]:
         page.wait_text(text)
-    assert "SECRET" not in page.browser.text()
 
 
-MARKUP = '<img src=x onerror="window.hacked=1"><b>bold</b>'
+MARKUP = '<img src=x onerror="window.hacked=1"><b>bold'
 
 
 def test_nothing_from_outside_is_markup(page):
@@ -75,10 +64,8 @@ def test_nothing_from_outside_is_markup(page):
     assert kx.podman("create", "--name", MARKUP, kx.IMAGE, check=False) == ""
     run_container("hostile", f"printf '%s\\n' '{MARKUP}'; printf '\\033]0;title\\007\\033[2Jcleared\\033[31m red\\033[0m\\001\\n\\342\\200\\256turned\\n'; exit 1",
                   "--label", f"com.docker.compose.service={MARKUP}", "--label", "com.docker.compose.project.config_files=/x/<u>.yml")
-    upload = {"Content-Type": "application/octet-stream"}
-    for path, name in [("/compose-files", MARKUP + ".yml"), ("/plugins", MARKUP + "_1.crp")]:
-        headers = {**upload, "Content-Disposition": 'attachment; filename="' + name.replace('"', '\\"') + '"'}
-        assert page.device.service.request("POST", path, b"x", headers).status == 200
+    page.store("/compose-files", MARKUP + ".yml")
+    page.store("/plugins", MARKUP + "_1.crp")
     page.wait_row("hostile", MARKUP)
     page.go("containers/hostile")
     page.wait_text("exited")
@@ -89,6 +76,3 @@ def test_nothing_from_outside_is_markup(page):
         page.go(view)
         page.wait_text("hostile" if view in ("containers", "overview") else "<img")
     assert page.browser.run("return [window.hacked ?? 0, document.querySelectorAll('img, b, u').length]") == [0, 0]
-    for path in ["/compose-files/", "/plugins/"]:
-        for one in page.device.service.request("GET", path[:-1]).json().get("plugins", []) if path == "/plugins/" else page.device.service.request("GET", "/compose-files").json():
-            page.device.service.request("DELETE", path + kx.http.client.urllib.parse.quote(one["fileName"], safe=""))

@@ -1,11 +1,11 @@
 """Much at once: a log that races, hundreds of containers, large uploads; the page answers meanwhile."""
 
+import re
 import statistics
-import subprocess
 import time
 
 import pytest
-from conftest import kx, remove_container, run_container
+from conftest import kx, run_container
 
 LINES_A_SECOND = 10_000
 CLICK = 100  # milliseconds from the click to the next picture
@@ -31,7 +31,8 @@ def heap_mib(page):
 
 
 def lines_come(page):
-    return page.browser.run("return Number(document.querySelector('.log-status').innerText.match(/([\\\\d,]+) lines\\\\/s/)?.[1].replaceAll(',', '') ?? 0)")
+    status = page.browser.run("return document.querySelector('.log-status').innerText")
+    return int(re.search(r"([\d,]+) lines/s", status)[1].replace(",", ""))
 
 
 def race(page, seconds):
@@ -52,7 +53,6 @@ def race(page, seconds):
         if number % 4 == 0:
             heaps.append(heap_mib(page))
     clicks = page.browser.run("return window.clicks")
-    remove_container("racing")
     slow = [duration for duration in clicks if duration > CLICK]
     print(f"{number} clicks, {len(clicks)} above 16 ms, slowest {max(clicks, default=0)} ms; lines a second {rates}; heap in MiB {heaps}")
     return number, slow, rates, heaps
@@ -79,13 +79,12 @@ def test_five_hundred_containers(page):
         page.browser.run("document.getElementById('next').id = ''")
         time.sleep(0.3)
     page.browser.type("input[type=search]", "many-499")
-    page.browser.wait("return document.querySelectorAll('tbody tr').length === 1")
+    page.browser.wait("return document.querySelectorAll('tbody tr:not([hidden])').length === 1")
     kx.podman("start", "many-499")
     page.wait_row("many-499", "exited", 10)
     clicks = page.browser.run("return window.clicks")
     print(f"clicks among 500 containers: {clicks} ms")
     assert statistics.median(clicks or [0]) <= 2 * CLICK
-    subprocess.run(["podman", "rm", "--all", "--force"], stdout=subprocess.DEVNULL, check=True)
 
 
 @pytest.mark.parametrize("mib", [128, pytest.param(1024, marks=pytest.mark.long)])

@@ -172,7 +172,13 @@ export async function readHealth() {
     if (own !== reading) return;
     changed();
     clearTimeout(healthTimer);
-    healthTimer = setTimeout(readHealth, HEALTH_EVERY);
+    healthTimer = setTimeout(tryAgain, HEALTH_EVERY);
+}
+
+/** What could not be read is asked for until it can: that Podman answers again is no event. */
+function tryAgain() {
+    Object.keys(store.errors).forEach(refresh);
+    readHealth();
 }
 
 function comeBack() {
