@@ -95,3 +95,15 @@ def test_goes_on_when_the_container_is_started_again(counting):
     kx.wait_until(lambda: any("has exited with code 137" in text for _, text in page.log_lines()), 20, "the end is told")
     kx.podman("start", "counting")
     kx.wait_until(lambda: [text for _, text in page.log_lines()].count("The container runs") >= 1 and page.log_lines()[-1][1].startswith(("line", "error")), 20, "it goes on")
+
+
+def test_plain_log_stream_opens_to_a_browser(page):
+    """The older stream, by a script that knows nothing of this page: a browser can set no header."""
+    run_container("plain", "for i in 1 2 3; do echo line $i ä; sleep 0.3; done")
+    result = page.browser.run_async("""
+        const [token, done] = arguments, messages = [];
+        const socket = new WebSocket(location.origin.replace("http", "ws") + "/api/cre/v1.0/containers/plain/logs/ws", ["kx.logs.v1", `bearer.${token}`]);
+        socket.onmessage = event => messages.push(event.data);
+        socket.onclose = event => done([socket.protocol, messages.slice(0, -1).join(""), messages.at(-1), event.code]);
+    """, page.device.token())
+    assert result == ["kx.logs.v1", "line 1 ä\nline 2 ä\nline 3 ä\n", "Container id: plain log stream finished.", 1000]

@@ -42,12 +42,25 @@ const update = oncePerFrame(() => {
 });
 
 function makeFrame() {
-    const links = PLACES.filter(([, , , operation]) => !operation || session.may(operation)).map(([name, label]) => ({name, count: h("span.badge"),
-        element: h("a", {href: `#/${name}`}, icon(name), h("span", label))}));
+    const links = PLACES.filter(([, , , operation]) => !operation || session.may(operation)).map(([name, label]) => ({
+        name,
+        count: h("span.badge"),
+        element: h("a", {href: `#/${name}`}, icon(name), h("span", label)),
+    }));
     links[0].element.append(links[0].count);
-    const nav = h("nav", {id: "places", "aria-label": "Places"}, links.map(({element}) => element));
-    const menu = button("menu", "Places", () => openMenu(!nav.classList.contains("open")), {text: false, "aria-expanded": "false", "aria-controls": "places", kind: "menu"});
-    const host = h("span.host"), lost = h("div.lost", {role: "alert"});
+    const nav = h(
+        "nav",
+        {id: "places", "aria-label": "Places"},
+        links.map(({element}) => element),
+    );
+    const menu = button("menu", "Places", () => openMenu(!nav.classList.contains("open")), {
+        text: false,
+        "aria-expanded": "false",
+        "aria-controls": "places",
+        kind: "menu",
+    });
+    const host = h("span.host"),
+        lost = h("div.lost", {role: "alert"});
     const main = h("main", {id: "main"});
 
     function openMenu(open) {
@@ -56,14 +69,36 @@ function makeFrame() {
     }
 
     return {
-        main, openMenu,
-        element: h("div.frame", h("a.skip", {href: "#main", onclick: event => {
-            event.preventDefault();
-            main.querySelector("h1")?.focus();
-        }}, "Skip to the content"),
-        h("header.bar", menu, h("a.brand", {href: "#/overview"}, icon("containers"), h("span", "Korvex Container Service")), host, h("span.space"),
-            h("span.who", h("span", visible(session.identity.name)), h("span.role", session.identity.role)),
-            session.token ? button("leave", "Log out", () => leave(""), {kind: "quiet", "aria-label": "Log out"}) : []), nav, lost, main),
+        main,
+        openMenu,
+        element: h(
+            "div.frame",
+            h(
+                "a.skip",
+                {
+                    href: "#main",
+                    onclick: event => {
+                        event.preventDefault();
+                        main.querySelector("h1")?.focus();
+                    },
+                },
+                "Skip to the content",
+            ),
+            h(
+                "header.bar",
+                menu,
+                h("a.brand", {href: "#/overview"}, icon("containers"), h("span", "Korvex Container Service")),
+                host,
+                h("span.space"),
+                h("span.who", h("span", visible(session.identity.name)), h("span.role", session.identity.role)),
+                session.token
+                    ? button("leave", "Log out", () => leave(""), {kind: "quiet", "aria-label": "Log out"})
+                    : [],
+            ),
+            nav,
+            lost,
+            main,
+        ),
         place(name) {
             for (const link of links) {
                 if (link.name === name) link.element.setAttribute("aria-current", "page");
@@ -73,7 +108,12 @@ function makeFrame() {
         },
         update() {
             setText(host, visible(store.health?.host ?? location.host));
-            setText(lost, service.reachable ? "" : `No connection to the service since ${clock(service.lostAt)}. What is shown is from then. Trying again…`);
+            setText(
+                lost,
+                service.reachable
+                    ? ""
+                    : `No connection to the service since ${clock(service.lostAt)}. What is shown is from then. Trying again…`,
+            );
             show(lost, !service.reachable);
             const count = problemsOf(store).length;
             setText(links[0].count, count ? String(count) : "");
@@ -100,7 +140,8 @@ function showView(next, focus) {
 function go(focus = true) {
     if (!frame) return;
     const [, name, parameter] = location.hash.split("/");
-    const place = PLACES.find(([known, , , operation]) => known === name && (!operation || session.may(operation))) ?? PLACES[0];
+    const place =
+        PLACES.find(([known, , , operation]) => known === name && (!operation || session.may(operation))) ?? PLACES[0];
     frame.place(place[0]);
     if (place[0] === "containers" && parameter) showView(containerView(decodeURIComponent(parameter)), focus);
     else showView(place[2](), focus);
@@ -141,5 +182,8 @@ addEventListener("hashchange", () => go());
 addEventListener("visibilitychange", () => !document.hidden && frame && live.readHealth());
 store.addEventListener("change", update);
 service.addEventListener("reach", update);
-service.addEventListener("refused", () => frame && leave("Your access has ended: the token was removed, renewed or has expired. Log in again."));
+service.addEventListener(
+    "refused",
+    () => frame && leave("Your access has ended: the token was removed, renewed or has expired. Log in again."),
+);
 begin();

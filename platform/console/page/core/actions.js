@@ -14,25 +14,54 @@ const STOP_SECONDS = 10;
 const runs = container => ["running", "paused", "restarting", "stopping"].includes(container.state);
 
 // `fits` is whether the action makes sense in the container's state.
-export const ACTIONS = {
-    start: {operation: "startContainer", label: "Start", doing: "Starting…", done: "started", fits: container => !runs(container),
-        request: name => ["POST", path`/containers/${name}/start`]},
-    stop: {operation: "stopContainer", label: "Stop", doing: "Stopping…", done: "stopped", fits: runs,
-        request: name => ["POST", path`/containers/${name}/stop` + `?timeout=${STOP_SECONDS}`]},
-    restart: {operation: "restartContainer", label: "Restart", doing: "Restarting…", done: "restarted", fits: runs,
-        request: name => ["POST", path`/containers/${name}/restart` + `?timeout=${STOP_SECONDS}`]},
-    remove: {operation: "deleteContainer", label: "Delete", doing: "Deleting…", done: "deleted", fits: () => true, kind: "danger",
+const ACTIONS = {
+    start: {
+        operation: "startContainer",
+        label: "Start",
+        doing: "Starting…",
+        done: "started",
+        fits: container => !runs(container),
+        request: name => ["POST", path`/containers/${name}/start`],
+    },
+    stop: {
+        operation: "stopContainer",
+        label: "Stop",
+        doing: "Stopping…",
+        done: "stopped",
+        fits: runs,
+        request: name => ["POST", path`/containers/${name}/stop` + `?timeout=${STOP_SECONDS}`],
+    },
+    restart: {
+        operation: "restartContainer",
+        label: "Restart",
+        doing: "Restarting…",
+        done: "restarted",
+        fits: runs,
+        request: name => ["POST", path`/containers/${name}/restart` + `?timeout=${STOP_SECONDS}`],
+    },
+    remove: {
+        operation: "deleteContainer",
+        label: "Delete",
+        doing: "Deleting…",
+        done: "deleted",
+        fits: () => true,
+        kind: "danger",
         request: (name, container) => ["DELETE", path`/containers/${name}` + (runs(container) ? "?force=true" : "")],
-        question: container => ({title: `Delete container ${container.name}?`, action: "Delete",
-            text: (runs(container) ? "It is running: it will be killed. " : "")
-                + "What it wrote inside itself is lost; volumes and its image stay."})},
+        question: container => ({
+            title: `Delete container ${container.name}?`,
+            action: "Delete",
+            text:
+                (runs(container) ? "It is running: it will be killed. " : "") +
+                "What it wrote inside itself is lost; volumes and its image stay.",
+        }),
+    },
 };
 
 const changed = () => store.dispatchEvent(new Event("change"));
 
-export async function act(action, container) {
+async function act(action, container) {
     const {question, request, doing, done, label} = ACTIONS[action];
-    if (question && !await confirm(question(container))) return;
+    if (question && !(await confirm(question(container)))) return;
     busy.set(container.id, doing);
     changed();
     try {
@@ -49,7 +78,8 @@ export async function act(action, container) {
 /** Buttons for what the role may do; `update(container)` shows those that fit its state. */
 export function actionButtons(names, {text = true} = {}) {
     let shown = null;
-    const element = h("div.buttons"), buttons = new Map();
+    const element = h("div.buttons"),
+        buttons = new Map();
 
     function make(name) {
         const made = button(name, ACTIONS[name].label, () => act(name, shown), {text, kind: ACTIONS[name].kind});
@@ -58,15 +88,18 @@ export function actionButtons(names, {text = true} = {}) {
         return made;
     }
 
-    return {element, update(container) {
-        shown = container;
-        for (const name of names) {
-            const fits = ACTIONS[name].fits(container) && session.may(ACTIONS[name].operation);
-            if (!fits && !buttons.has(name)) continue; // of hundreds of containers, most never need most of them
-            const one = buttons.get(name) ?? make(name);
-            one.hidden = !fits;
-            one.disabled = busy.has(container.id);
-            if (!text) one.setAttribute("aria-label", `${ACTIONS[name].label} ${container.name}`);
-        }
-    }};
+    return {
+        element,
+        update(container) {
+            shown = container;
+            for (const name of names) {
+                const fits = ACTIONS[name].fits(container) && session.may(ACTIONS[name].operation);
+                if (!fits && !buttons.has(name)) continue; // of hundreds of containers, most never need most of them
+                const one = buttons.get(name) ?? make(name);
+                one.hidden = !fits;
+                one.disabled = busy.has(container.id);
+                if (!text) one.setAttribute("aria-label", `${ACTIONS[name].label} ${container.name}`);
+            }
+        },
+    };
 }

@@ -9,11 +9,17 @@ const TOLD_FOR = 6000; // milliseconds; a failure stays until it is closed
 export function confirm({title, text, action}) {
     return new Promise(resolve => {
         const cancel = h("button", {type: "submit", value: "", autofocus: true}, "Cancel");
-        const dialog = h("dialog", {"aria-labelledby": "dialog-title", "aria-describedby": "dialog-text"},
-            h("form", {method: "dialog"},
+        const dialog = h(
+            "dialog",
+            {"aria-labelledby": "dialog-title", "aria-describedby": "dialog-text"},
+            h(
+                "form",
+                {method: "dialog"},
                 h("h2", {id: "dialog-title"}, visible(title)),
                 h("p", {id: "dialog-text"}, visible(text)),
-                h("div.buttons", cancel, h("button.danger", {type: "submit", value: "yes"}, action))));
+                h("div.buttons", cancel, h("button.danger", {type: "submit", value: "yes"}, action)),
+            ),
+        );
         const before = document.activeElement;
         dialog.addEventListener("close", () => {
             dialog.remove();
@@ -30,8 +36,12 @@ const urgently = h("div.toasts", {role: "alert"});
 export const toasts = h("aside.toast-places", {"aria-label": "Messages"}, urgently, politely);
 
 function tell(place, name, text) {
-    const toast = h(`div.toast.${name}`, icon(name), h("span", visible(text)),
-        button("bad", "Close the message", () => toast.remove(), {text: false}));
+    const toast = h(
+        `div.toast.${name}`,
+        icon(name),
+        h("span", visible(text)),
+        button("bad", "Close the message", () => toast.remove(), {text: false}),
+    );
     place.append(toast);
     return toast;
 }

@@ -2,7 +2,8 @@
 
 const SVG = "http://www.w3.org/2000/svg";
 
-const isContent = value => typeof value === "string" || typeof value === "number" || value instanceof Node || Array.isArray(value);
+const isContent = value =>
+    typeof value === "string" || typeof value === "number" || value instanceof Node || Array.isArray(value);
 
 function put(element, attributes) {
     for (const [name, value] of Object.entries(attributes)) {
@@ -76,14 +77,22 @@ const drawings = {};
 
 /** A drawing beside a text that says the same: hidden from screen readers. */
 export function icon(name) {
-    const drawing = drawings[name] ??= svg("svg", {class: `icon icon-${name}`, viewBox: "0 0 16 16", "aria-hidden": "true", focusable: "false"},
-        svg("path", {d: ICONS[name]}));
+    const drawing = (drawings[name] ??= svg(
+        "svg",
+        {class: `icon icon-${name}`, viewBox: "0 0 16 16", "aria-hidden": "true", focusable: "false"},
+        svg("path", {d: ICONS[name]}),
+    ));
     return drawing.cloneNode(true);
 }
 
 /** A button with an icon; without `text` the label is for screen readers and the tooltip. */
 export function button(name, label, onclick, {kind = "", text = true, ...attributes} = {}) {
-    const element = h("button", {type: "button", onclick, ...attributes}, name ? icon(name) : [], text ? h("span", label) : []);
+    const element = h(
+        "button",
+        {type: "button", onclick, ...attributes},
+        name ? icon(name) : [],
+        text ? h("span", label) : [],
+    );
     if (kind) element.classList.add(...kind.split(" "));
     if (!text) {
         element.classList.add("bare");
@@ -106,7 +115,7 @@ export function keyedChildren(parent, keyOf, make) {
             const key = keyOf(item);
             gone.delete(key);
             let row = rows.get(key);
-            if (!row) rows.set(key, row = make(item));
+            if (!row) rows.set(key, (row = make(item)));
             row.update?.(item);
             if (row.element === place) place = place.nextElementSibling;
             else parent.insertBefore(row.element, place);
@@ -122,17 +131,33 @@ export function keyedChildren(parent, keyOf, make) {
 export function table(caption, columns, keyOf, make) {
     const body = h("tbody", {role: "rowgroup"});
     const heads = columns.map(([name, text]) =>
-        h("th", {scope: "col", role: "columnheader", class: name}, text.startsWith("(") ? h("span.unseen", text.slice(1, -1)) : text));
-    const element = h("table", {role: "table"}, h("caption.unseen", caption),
-        h("thead", {role: "rowgroup"}, h("tr", {role: "row"}, heads)), body);
+        h(
+            "th",
+            {scope: "col", role: "columnheader", class: name},
+            text.startsWith("(") ? h("span.unseen", text.slice(1, -1)) : text,
+        ),
+    );
+    const element = h(
+        "table",
+        {role: "table"},
+        h("caption.unseen", caption),
+        h("thead", {role: "rowgroup"}, h("tr", {role: "row"}, heads)),
+        body,
+    );
     return {element, update: keyedChildren(body, keyOf, make)};
 }
 
 /** A row for `table`; cells as [class, ...content], the first one is the row's heading if `heading` says so. */
 export function row(cells, heading = 0) {
-    return h("tr", {role: "row"}, cells.map(([name, ...content], at) => at === heading
-        ? h("th", {scope: "row", role: "rowheader", class: name}, content)
-        : h("td", {role: "cell", class: name}, content)));
+    return h(
+        "tr",
+        {role: "row"},
+        cells.map(([name, ...content], at) =>
+            at === heading
+                ? h("th", {scope: "row", role: "rowheader", class: name}, content)
+                : h("td", {role: "cell", class: name}, content),
+        ),
+    );
 }
 
 /** Runs `work` once in the next animation frame, however often it is asked for. */

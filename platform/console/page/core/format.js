@@ -16,7 +16,12 @@ export const visible = text => String(text ?? "").replace(CONTROL, picture);
 export const logText = text => visible(text.replace(TERMINAL_SEQUENCE, "").replace(/\r$/, "").replaceAll("\t", "    "));
 
 /** Output of a program: as `logText`, with its lines. */
-export const outputText = text => String(text ?? "").split("\n").map(logText).join("\n").trimEnd();
+export const outputText = text =>
+    String(text ?? "")
+        .split("\n")
+        .map(logText)
+        .join("\n")
+        .trimEnd();
 
 export function bytes(count) {
     if (!Number.isFinite(count)) return "–";
@@ -43,17 +48,23 @@ export function moment(time) {
 export function duration(seconds) {
     if (!Number.isFinite(seconds)) return "–";
     seconds = Math.max(0, Math.round(seconds));
-    const parts = [[86400, "d"], [3600, "h"], [60, "min"], [1, "s"]];
+    const parts = [
+        [86400, "d"],
+        [3600, "h"],
+        [60, "min"],
+        [1, "s"],
+    ];
     const first = parts.findIndex(([size]) => seconds >= size);
     if (first < 0) return "0 s";
     const [size, unit] = parts[first];
     const text = `${Math.floor(seconds / size)} ${unit}`;
     const [finer, finerUnit] = parts[first + 1] ?? [];
-    const rest = finer && first < 2 ? Math.floor(seconds % size / finer) : 0;
+    const rest = finer && first < 2 ? Math.floor((seconds % size) / finer) : 0;
     return rest ? `${text} ${rest} ${finerUnit}` : text;
 }
 
-export const ago = milliseconds => Number.isFinite(milliseconds) ? `${duration((Date.now() - milliseconds) / 1000)} ago` : "–";
+export const ago = milliseconds =>
+    Number.isFinite(milliseconds) ? `${duration((Date.now() - milliseconds) / 1000)} ago` : "–";
 
 const two = value => String(value).padStart(2, "0");
 
@@ -71,4 +82,7 @@ export function dateTime(milliseconds) {
     return `${date.getFullYear()}-${two(date.getMonth() + 1)}-${two(date.getDate())} ${clock(milliseconds)}`;
 }
 
-export const shortId = id => String(id ?? "").replace(/^sha256:/, "").slice(0, 12);
+export const shortId = id =>
+    String(id ?? "")
+        .replace(/^sha256:/, "")
+        .slice(0, 12);

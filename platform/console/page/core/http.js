@@ -28,7 +28,11 @@ export function errorOf(status, text, retryAfter) {
     } catch {
         // not from the service itself
     }
-    return new ApiError(status, problem?.detail || problem?.title || `The service answered ${status}`, Number(retryAfter) || 0);
+    return new ApiError(
+        status,
+        problem?.detail || problem?.title || `The service answered ${status}`,
+        Number(retryAfter) || 0,
+    );
 }
 
 /**
@@ -42,13 +46,23 @@ export async function callWith(token, method, target, {json, accept = [], second
     const limit = seconds ? AbortSignal.timeout(seconds * 1000) : undefined;
     let response, text;
     try {
-        response = await fetch(BASE + target, {method, headers, body: json === undefined ? undefined : JSON.stringify(json),
-            signal: limit, cache: "no-store", credentials: "same-origin", redirect: "error"});
+        response = await fetch(BASE + target, {
+            method,
+            headers,
+            body: json === undefined ? undefined : JSON.stringify(json),
+            signal: limit,
+            cache: "no-store",
+            credentials: "same-origin",
+            redirect: "error",
+        });
         text = await response.text();
     } catch {
         throw new ConnectionError();
     }
     if (!response.ok && response.status !== 304 && !accept.includes(response.status))
         throw errorOf(response.status, text, response.headers.get("Retry-After"));
-    return {status: response.status, body: text && response.headers.get("Content-Type")?.includes("json") ? JSON.parse(text) : text};
+    return {
+        status: response.status,
+        body: text && response.headers.get("Content-Type")?.includes("json") ? JSON.parse(text) : text,
+    };
 }

@@ -19,7 +19,7 @@ export class LiveSocket {
     constructor(protocol, target, {onmessage, onstate = () => {}, onrefused = () => {}}) {
         Object.assign(this, {protocol, target, onmessage, onstate, onrefused});
         this.retryNow = () => this.#socket || this.#connect();
-        service.addEventListener("reach", this.onreach = () => service.reachable ? this.retryNow() : this.#drop());
+        service.addEventListener("reach", (this.onreach = () => (service.reachable ? this.retryNow() : this.#drop())));
         addEventListener("online", this.retryNow);
         this.#connect();
     }
@@ -29,7 +29,10 @@ export class LiveSocket {
         if (this.#closed) return;
         const url = new URL(BASE + this.target(), location.href);
         url.protocol = url.protocol.replace("http", "ws");
-        const socket = this.#socket = new WebSocket(url, [this.protocol, ...session.token ? [`bearer.${session.token}`] : []]);
+        const socket = (this.#socket = new WebSocket(url, [
+            this.protocol,
+            ...(session.token ? [`bearer.${session.token}`] : []),
+        ]));
         let opened = false;
         socket.onopen = () => {
             opened = true;

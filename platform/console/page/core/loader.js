@@ -21,9 +21,12 @@ export function loader(target, kind, take, fail) {
     store.addEventListener("event", onevent);
     service.addEventListener("reach", onreach);
     read();
-    return {read, close() {
-        closed = true;
-        store.removeEventListener("event", onevent);
-        service.removeEventListener("reach", onreach);
-    }};
+    return {
+        read,
+        close() {
+            closed = true;
+            store.removeEventListener("event", onevent);
+            service.removeEventListener("reach", onreach);
+        },
+    };
 }

@@ -8,7 +8,7 @@ export const service = new EventTarget();
 service.reachable = true;
 service.lostAt = NaN; // milliseconds of the epoch
 
-export function setReachable(reachable) {
+function setReachable(reachable) {
     if (service.reachable === reachable) return;
     service.reachable = reachable;
     if (!reachable) service.lostAt = Date.now();
@@ -23,7 +23,8 @@ export async function call(method, target, options) {
         return answer;
     } catch (error) {
         setReachable(!(error instanceof ConnectionError));
-        if (error instanceof ApiError && error.status === 401 && token === session.token) service.dispatchEvent(new Event("refused"));
+        if (error instanceof ApiError && error.status === 401 && token === session.token)
+            service.dispatchEvent(new Event("refused"));
         throw error;
     }
 }

@@ -36,7 +36,8 @@ const changed = () => store.dispatchEvent(new Event("change"));
 const nameOf = container => (container.Names?.[0] ?? container.Name ?? "").replace(/^\//, "");
 
 export const findContainer = name => {
-    for (const container of store.containers.values()) if (container.name === name || container.id === name) return container;
+    for (const container of store.containers.values())
+        if (container.name === name || container.id === name) return container;
     return undefined;
 };
 
@@ -60,9 +61,24 @@ let missedSome = true; // events: what is known of single containers may be old
 
 const readers = {
     containers: () => read("containers", () => get("/containers?all=true"), takeList),
-    images: () => read("images", () => get("/images"), body => store.images = body.images),
-    composeFiles: () => read("composeFiles", () => get("/compose-files"), body => store.composeFiles = body),
-    storage: () => read("storage", () => get("/storage"), body => store.storage = body),
+    images: () =>
+        read(
+            "images",
+            () => get("/images"),
+            body => (store.images = body.images),
+        ),
+    composeFiles: () =>
+        read(
+            "composeFiles",
+            () => get("/compose-files"),
+            body => (store.composeFiles = body),
+        ),
+    storage: () =>
+        read(
+            "storage",
+            () => get("/storage"),
+            body => (store.storage = body),
+        ),
 };
 
 export const refresh = name => readers[name]();
@@ -72,10 +88,17 @@ function takeList({containers}) {
     store.containers = new Map();
     for (const item of containers) {
         const old = before.get(item.Id);
-        const entry = {id: item.Id, name: nameOf(item), image: item.Image, created: item.Created, state: item.State,
-            detail: old?.detail ?? null};
+        const entry = {
+            id: item.Id,
+            name: nameOf(item),
+            image: item.Image,
+            created: item.Created,
+            state: item.State,
+            detail: old?.detail ?? null,
+        };
         store.containers.set(item.Id, entry);
-        if (item.State !== "created" && (missedSome || !entry.detail || old.state !== item.State)) inspectLater(item.Id);
+        if (item.State !== "created" && (missedSome || !entry.detail || old.state !== item.State))
+            inspectLater(item.Id);
     }
     missedSome = false;
     store.loaded = true;
@@ -83,8 +106,15 @@ function takeList({containers}) {
 
 function takeDetail(detail) {
     const state = detail.State?.Status;
-    store.containers.set(detail.Id, {...store.containers.get(detail.Id), id: detail.Id, name: nameOf(detail), image: detail.Image,
-        created: detail.Created, state, detail});
+    store.containers.set(detail.Id, {
+        ...store.containers.get(detail.Id),
+        id: detail.Id,
+        name: nameOf(detail),
+        image: detail.Image,
+        created: detail.Created,
+        state,
+        detail,
+    });
 }
 
 /** Reads one container anew; one that is gone leaves the store. */
@@ -190,8 +220,11 @@ function comeBack() {
 /** Begins to follow the service. */
 export function open() {
     service.addEventListener("reach", comeBack);
-    events = new LiveSocket("kx.events.v1", () => `/events/ws?after=${lastSeq ?? 0}`, {onmessage: takeEvent, onrefused: readHealth,
-        onstate: state => state === "open" ? changed() : readHealth()});
+    events = new LiveSocket("kx.events.v1", () => `/events/ws?after=${lastSeq ?? 0}`, {
+        onmessage: takeEvent,
+        onrefused: readHealth,
+        onstate: state => (state === "open" ? changed() : readHealth()),
+    });
     readAll();
     readHealth();
 }
@@ -206,5 +239,13 @@ export function close() {
     batch = 0;
     lastSeq = null;
     for (const set of [dirty, toInspect, touched, store.containers]) set.clear();
-    Object.assign(store, {loaded: false, images: null, composeFiles: null, health: null, storage: null, activity: [], errors: {}});
+    Object.assign(store, {
+        loaded: false,
+        images: null,
+        composeFiles: null,
+        health: null,
+        storage: null,
+        activity: [],
+        errors: {},
+    });
 }

@@ -6,13 +6,21 @@ import {failed} from "./dialog.js";
 import {forget, isActive, upload, uploads} from "./uploads.js";
 
 function progressText({state, sent, size, rate, reason}) {
-    const share = size ? Math.floor(sent * 100 / size) : 100;
+    const share = size ? Math.floor((sent * 100) / size) : 100;
     switch (state) {
-    case "sending": return `${share} % · ${bytes(sent)} of ${bytes(size)}` + (rate > 0 ? ` · ${bytes(rate)}/s · ${duration((size - sent) / rate)} left` : "");
-    case "storing": return `${bytes(size)} sent · the service takes it in…`;
-    case "done": return `${bytes(size)} · done`;
-    case "cancelled": return "Cancelled; nothing was stored";
-    default: return visible(reason);
+        case "sending":
+            return (
+                `${share} % · ${bytes(sent)} of ${bytes(size)}` +
+                (rate > 0 ? ` · ${bytes(rate)}/s · ${duration((size - sent) / rate)} left` : "")
+            );
+        case "storing":
+            return `${bytes(size)} sent · the service takes it in…`;
+        case "done":
+            return `${bytes(size)} · done`;
+        case "cancelled":
+            return "Cancelled; nothing was stored";
+        default:
+            return visible(reason);
     }
 }
 
@@ -23,16 +31,19 @@ function makeItem(item) {
     const close = button("bad", `Forget the upload of ${visible(item.name)}`, () => forget(item), {text: false});
     const told = h("span.unseen", {role: "status"});
     const element = h("li.upload", h("span.upload-name", visible(item.name)), text, told, cancel, close, bar);
-    return {element, update() {
-        element.className = `upload ${item.state}`;
-        if (item.state === "storing") bar.removeAttribute("value");
-        else bar.value = item.size ? item.sent / item.size : 1;
-        show(bar, isActive(item));
-        show(cancel, isActive(item));
-        show(close, !isActive(item));
-        setText(text, progressText(item));
-        if (!isActive(item)) setText(told, `${item.name}: ${progressText(item)}`); // read out once, not at each step
-    }};
+    return {
+        element,
+        update() {
+            element.className = `upload ${item.state}`;
+            if (item.state === "storing") bar.removeAttribute("value");
+            else bar.value = item.size ? item.sent / item.size : 1;
+            show(bar, isActive(item));
+            show(cancel, isActive(item));
+            show(close, !isActive(item));
+            setText(text, progressText(item));
+            if (!isActive(item)) setText(told, `${item.name}: ${progressText(item)}`); // read out once, not at each step
+        },
+    };
 }
 
 /**
@@ -40,14 +51,24 @@ function makeItem(item) {
  * `done()` runs after a file was taken; `note` is an element beside the button.
  */
 export function uploadPanel({label, accept, multiple = true, targetOf, targets, done = () => {}, note = null}) {
-    const input = h("input.unseen", {type: "file", accept, multiple, onchange: () => {
-        take([...input.files]);
-        input.value = "";
-    }});
+    const input = h("input.unseen", {
+        type: "file",
+        accept,
+        multiple,
+        onchange: () => {
+            take([...input.files]);
+            input.value = "";
+        },
+    });
     const choose = h("label.button", input, icon("upload"), h("span", label));
     const list = h("ul.uploads");
     const update = keyedChildren(list, item => item.id, makeItem);
-    const element = h("section.card.drop", {"aria-label": label}, h("div.drop-line", choose, h("span.hint", "or drop it here"), note ?? []), list);
+    const element = h(
+        "section.card.drop",
+        {"aria-label": label},
+        h("div.drop-line", choose, h("span.hint", "or drop it here"), note ?? []),
+        list,
+    );
 
     async function take(files) {
         for (const file of multiple ? files : files.slice(0, 1)) {

@@ -15,8 +15,17 @@ const changed = () => uploads.dispatchEvent(new Event("change"));
 /** Sends a file; resolves to whether the service took it. */
 export function upload(target, file) {
     const request = new XMLHttpRequest(); // fetch does not tell how far it is
-    const item = {id: ++count, target, name: file.name, size: file.size, sent: 0, rate: NaN, state: "sending", reason: "",
-        cancel: () => request.abort()};
+    const item = {
+        id: ++count,
+        target,
+        name: file.name,
+        size: file.size,
+        sent: 0,
+        rate: NaN,
+        state: "sending",
+        reason: "",
+        cancel: () => request.abort(),
+    };
     uploads.list.unshift(item);
     const marks = [[performance.now(), 0]];
 
@@ -26,7 +35,7 @@ export function upload(target, file) {
         marks.push([now, sent]);
         while (marks.length > 2 && marks[1][0] < now - SMOOTHING) marks.shift();
         const [at, before] = marks[0];
-        if (now - at > 200) item.rate = (sent - before) * 1000 / (now - at);
+        if (now - at > 200) item.rate = ((sent - before) * 1000) / (now - at);
         changed();
     }
 
@@ -47,13 +56,19 @@ export function upload(target, file) {
             if (request.status < 300) return end("done");
             end("failed", errorOf(request.status, request.responseText).message);
         };
-        request.onerror = () => end("failed", "The connection was cut before the service answered. Nothing was stored; try again.");
+        request.onerror = () =>
+            end("failed", "The connection was cut before the service answered. Nothing was stored; try again.");
         request.onabort = () => end("cancelled");
         request.open("POST", BASE + target);
         if (session.token) request.setRequestHeader("Authorization", `Bearer ${session.token}`);
         request.setRequestHeader("Content-Type", "application/octet-stream");
-        request.setRequestHeader("Content-Disposition", `attachment; filename*=UTF-8''${encodeURIComponent(file.name).replace(/['()*]/g,
-            character => `%${character.charCodeAt(0).toString(16).toUpperCase()}`)}`);
+        request.setRequestHeader(
+            "Content-Disposition",
+            `attachment; filename*=UTF-8''${encodeURIComponent(file.name).replace(
+                /['()*]/g,
+                character => `%${character.charCodeAt(0).toString(16).toUpperCase()}`,
+            )}`,
+        );
         request.send(file);
         changed();
     });

@@ -5,7 +5,8 @@ import {LiveSocket} from "../core/live_socket.js";
 import {LogBuffer} from "./log_buffer.js";
 
 const LINES = 4;
-const PATIENCE = 4000, QUIET = 250; // milliseconds: in all, and after the first lines
+const PATIENCE = 4000,
+    QUIET = 250; // milliseconds: in all, and after the first lines
 
 /** Resolves to the last lines that a container wrote, "" when there are none. */
 export function lastLines(name) {
@@ -16,16 +17,25 @@ export function lastLines(name) {
             socket.close();
             clearTimeout(quiet);
             clearTimeout(patience);
-            resolve(buffer.lines.slice(-LINES).map(({text}) => text).join("\n"));
+            resolve(
+                buffer.lines
+                    .slice(-LINES)
+                    .map(({text}) => text)
+                    .join("\n"),
+            );
         };
         const patience = setTimeout(end, PATIENCE);
-        const socket = new LiveSocket("kx.entries.v1", () => path`/containers/${name}/log-entries/ws` + `?tail=${LINES}`, {
-            onmessage({entries}) {
-                if (!entries) return;
-                buffer.addEntries(entries);
-                quiet ||= setTimeout(end, QUIET);
+        const socket = new LiveSocket(
+            "kx.entries.v1",
+            () => path`/containers/${name}/log-entries/ws` + `?tail=${LINES}`,
+            {
+                onmessage({entries}) {
+                    if (!entries) return;
+                    buffer.addEntries(entries);
+                    quiet ||= setTimeout(end, QUIET);
+                },
+                onrefused: end,
             },
-            onrefused: end,
-        });
+        );
     });
 }

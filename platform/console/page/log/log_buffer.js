@@ -8,7 +8,7 @@ const LONGEST_LINE = 16 * 1024;
 const DROPPED_AT_ONCE = 2_000; // dropping costs a move of all that stays
 
 /** Milliseconds out of nanoseconds of the epoch or RFC 3339. */
-const timeOf = time => typeof time === "number" ? time / 1e6 : moment(time);
+const timeOf = time => (typeof time === "number" ? time / 1e6 : moment(time));
 
 /** Lines are {kind: "out", "err", "gap" or "state", time, text, open}; each has a number that it keeps. */
 export class LogBuffer {
@@ -40,7 +40,9 @@ export class LogBuffer {
                 open.text += taken;
                 this.#characters += taken.length;
             } else {
-                this.#push(this.#last[stream] = {kind: stream, time: timeOf(time), text: piece.slice(0, LONGEST_LINE)});
+                this.#push(
+                    (this.#last[stream] = {kind: stream, time: timeOf(time), text: piece.slice(0, LONGEST_LINE)}),
+                );
             }
             if (ends) this.#last[stream] = null;
         }
@@ -61,11 +63,13 @@ export class LogBuffer {
     }
 
     #drop() {
-        let count = 0, characters = this.#characters;
-        while (this.lines.length - count > MOST_LINES || characters > MOST_CHARACTERS && count < this.lines.length)
+        let count = 0,
+            characters = this.#characters;
+        while (this.lines.length - count > MOST_LINES || (characters > MOST_CHARACTERS && count < this.lines.length))
             characters -= this.lines[count++].text.length;
         if (!count) return;
-        for (const end = Math.min(count + DROPPED_AT_ONCE, this.lines.length - 1); count < end;) characters -= this.lines[count++].text.length;
+        for (const end = Math.min(count + DROPPED_AT_ONCE, this.lines.length - 1); count < end;)
+            characters -= this.lines[count++].text.length;
         this.lines.splice(0, count);
         this.first += count;
         this.#characters = characters;
@@ -101,7 +105,7 @@ export class LogSelection {
         this.#query = query.toLowerCase();
         this.#onlyMatches = onlyMatches;
         this.#onlyErrors = onlyErrors;
-        this.shown = onlyErrors || onlyMatches && query ? [] : null;
+        this.shown = onlyErrors || (onlyMatches && query) ? [] : null;
         this.matches = [];
         this.#next = this.#buffer.first;
         this.catchUp();
@@ -148,7 +152,8 @@ export class LogSelection {
 
 /** Where `number` is, or would be, in ascending numbers. */
 function place(numbers, number) {
-    let low = 0, high = numbers.length;
+    let low = 0,
+        high = numbers.length;
     while (low < high) {
         const middle = (low + high) >> 1;
         if (numbers[middle] < number) low = middle + 1;

@@ -17,7 +17,10 @@ export class LogStream {
     }
 
     #target() {
-        return path`/containers/${this.name}/log-entries/ws` + (this.#cursor ? `?cursor=${encodeURIComponent(this.#cursor)}` : `?tail=${this.tail}`);
+        return (
+            path`/containers/${this.name}/log-entries/ws` +
+            (this.#cursor ? `?cursor=${encodeURIComponent(this.#cursor)}` : `?tail=${this.tail}`)
+        );
     }
 
     #connectionIs(connection) {
@@ -28,15 +31,22 @@ export class LogStream {
     #take(message) {
         if (message.entries) this.buffer.addEntries(message.entries);
         if (message.gap)
-            this.buffer.addNote("gap", `${message.gap.bytes === null ? "Some of the log" : bytes(message.gap.bytes)} missing here: ${visible(message.gap.reason)}`);
+            this.buffer.addNote(
+                "gap",
+                `${message.gap.bytes === null ? "Some of the log" : bytes(message.gap.bytes)} missing here: ${visible(message.gap.reason)}`,
+            );
         if (message.cursor) this.#cursor = message.cursor;
         if (message.state) this.#takeState(message.state, message.exitCode);
         this.onchange();
     }
 
     #takeState(state, exitCode) {
-        const text = state === "running" ? "The container runs" : state === "removed" ? "The container was removed"
-            : `The container has exited with code ${exitCode}`;
+        const text =
+            state === "running"
+                ? "The container runs"
+                : state === "removed"
+                  ? "The container was removed"
+                  : `The container has exited with code ${exitCode}`;
         if (text !== this.#state) this.buffer.addNote("state", text); // said again at each connection
         this.#state = text;
         if (state === "removed") this.end();

@@ -36,7 +36,8 @@ class Row {
 }
 
 function marked(text, query) {
-    const parts = [], lower = text.toLowerCase();
+    const parts = [],
+        lower = text.toLowerCase();
     let from = 0;
     for (let at = lower.indexOf(query); at >= 0 && parts.length < 200; at = lower.indexOf(query, from)) {
         parts.push(text.slice(from, at), h("mark", text.slice(at, at + query.length)));
@@ -67,28 +68,60 @@ export class LogView {
 
     #build(name) {
         this.inner = h("div.lines");
-        this.pane = h("div.log-pane", {role: "log", "aria-live": "off", tabindex: 0, "aria-label": `Log of ${name}; arrow keys read line by line`},
-            this.inner);
+        this.pane = h(
+            "div.log-pane",
+            {
+                role: "log",
+                "aria-live": "off",
+                tabindex: 0,
+                "aria-label": `Log of ${name}; arrow keys read line by line`,
+            },
+            this.inner,
+        );
         this.pane.addEventListener("scroll", () => this.#scrolled(), {passive: true});
         this.pane.addEventListener("keydown", event => this.#key(event));
         this.inner.addEventListener("click", event => this.#clicked(event));
-        this.search = h("input", {type: "search", placeholder: "Search", "aria-label": "Search the log", autocomplete: "off", spellcheck: "false",
-            oninput: () => this.#choose({query: this.search.value}), onkeydown: event => this.#searchKey(event)});
+        this.search = h("input", {
+            type: "search",
+            placeholder: "Search",
+            "aria-label": "Search the log",
+            autocomplete: "off",
+            spellcheck: "false",
+            oninput: () => this.#choose({query: this.search.value}),
+            onkeydown: event => this.#searchKey(event),
+        });
         this.found = h("span.found", {role: "status"});
-        this.previous = button("up", "Previous match", () => this.#goTo(this.#selection.matchBefore(this.#current)), {text: false});
-        this.next = button("down", "Next match", () => this.#goTo(this.#selection.matchAfter(this.#current)), {text: false});
+        this.previous = button("up", "Previous match", () => this.#goTo(this.#selection.matchBefore(this.#current)), {
+            text: false,
+        });
+        this.next = button("down", "Next match", () => this.#goTo(this.#selection.matchAfter(this.#current)), {
+            text: false,
+        });
         this.pauseButton = button("pause", "Pause", () => this.#pause(!this.#paused), {"aria-pressed": "false"});
         this.endButton = button("down", "To the end", () => this.#toEnd());
         this.status = h("p.log-status");
         this.line = h("div.line-detail", {role: "status"});
-        this.element = h("section.log", {"aria-label": "Log"},
-            h("div.toolbar", {role: "group", "aria-label": "Log tools"},
-                h("span.search", icon("search"), this.search), this.found, this.previous, this.next,
+        this.element = h(
+            "section.log",
+            {"aria-label": "Log"},
+            h(
+                "div.toolbar",
+                {role: "group", "aria-label": "Log tools"},
+                h("span.search", icon("search"), this.search),
+                this.found,
+                this.previous,
+                this.next,
                 check("Only matches", checked => this.#choose({onlyMatches: checked})),
                 check("Only stderr", checked => this.#choose({onlyErrors: checked})),
-                h("span.space"), this.endButton, this.pauseButton,
-                button("save", "Save what is held", () => this.#save(name), {text: false})),
-            this.pane, show(this.line, false), this.status);
+                h("span.space"),
+                this.endButton,
+                this.pauseButton,
+                button("save", "Save what is held", () => this.#save(name), {text: false}),
+            ),
+            this.pane,
+            show(this.line, false),
+            this.status,
+        );
     }
 
     #choose(choice) {
@@ -108,7 +141,7 @@ export class LogView {
         else if (this.#top.first !== this.#buffer.first)
             pane.scrollTop = this.#selection.indexOf(this.#top.number) * ROW + this.#top.offset;
         this.#remember();
-        const height = this.#height = pane.clientHeight;
+        const height = (this.#height = pane.clientHeight);
         const begin = Math.max(0, Math.floor(pane.scrollTop / ROW) - SPARE_ROWS);
         const shown = Math.min(count - begin, Math.ceil(height / ROW) + 2 * SPARE_ROWS);
         while (this.#rows.length < shown) {
@@ -120,7 +153,13 @@ export class LogView {
             row.element.hidden = at >= shown;
             if (at >= shown) return;
             const number = this.#selection.numberAt(begin + at);
-            row.fill((begin + at) * ROW, this.#buffer.at(number), number, this.#selection.query, number === this.#current);
+            row.fill(
+                (begin + at) * ROW,
+                this.#buffer.at(number),
+                number,
+                this.#selection.query,
+                number === this.#current,
+            );
         });
         this.#tell(count);
     }
@@ -128,17 +167,34 @@ export class LogView {
     #remember() {
         const {scrollTop} = this.pane;
         const index = Math.min(Math.floor(scrollTop / ROW), Math.max(0, this.#selection.length - 1));
-        this.#top = {number: this.#selection.numberAt(index) ?? 0, offset: scrollTop - index * ROW, first: this.#buffer.first};
+        this.#top = {
+            number: this.#selection.numberAt(index) ?? 0,
+            offset: scrollTop - index * ROW,
+            first: this.#buffer.first,
+        };
     }
 
     #tell(count) {
         const {connection} = this.stream;
-        const how = connection === "open" ? this.#follows ? "following" : "open, the view is held"
-            : {opening: "opening", cut: "connection cut, trying again", ended: "ended", paused: this.#paused ? "paused: goes on where it stopped"
-                : "held while you read: goes on at the end"}[connection];
+        const how =
+            connection === "open"
+                ? this.#follows
+                    ? "following"
+                    : "open, the view is held"
+                : {
+                      opening: "opening",
+                      cut: "connection cut, trying again",
+                      ended: "ended",
+                      paused: this.#paused
+                          ? "paused: goes on where it stopped"
+                          : "held while you read: goes on at the end",
+                  }[connection];
         const held = this.#buffer.lines.length;
-        setText(this.status, `${plural(held, "line")}${this.#buffer.first ? ` of ${number(this.#buffer.total)}, older ones dropped` : ""}`
-            + `${count !== held ? `, ${number(count)} shown` : ""} · ${number(this.#rate.perSecond)} lines/s · ${how}`);
+        setText(
+            this.status,
+            `${plural(held, "line")}${this.#buffer.first ? ` of ${number(this.#buffer.total)}, older ones dropped` : ""}` +
+                `${count !== held ? `, ${number(count)} shown` : ""} · ${number(this.#rate.perSecond)} lines/s · ${how}`,
+        );
         const {query, matches} = this.#selection;
         setText(this.found, query ? plural(matches.length, "match", "matches") : "");
         this.previous.disabled = this.next.disabled = !matches.length;
@@ -147,8 +203,13 @@ export class LogView {
     }
 
     #measure() {
-        const now = performance.now(), {total, at} = this.#rate;
-        this.#rate = {total: this.#buffer.total, at: now, perSecond: (this.#buffer.total - total) * 1000 / (now - at)};
+        const now = performance.now(),
+            {total, at} = this.#rate;
+        this.#rate = {
+            total: this.#buffer.total,
+            at: now,
+            perSecond: ((this.#buffer.total - total) * 1000) / (now - at),
+        };
         this.render();
     }
 
@@ -186,7 +247,8 @@ export class LogView {
     #goTo(number) {
         if (number === undefined) return;
         this.#select(number);
-        const top = this.#selection.indexOf(number) * ROW, {pane} = this;
+        const top = this.#selection.indexOf(number) * ROW,
+            {pane} = this;
         if (top >= pane.scrollTop && top + ROW <= pane.scrollTop + pane.clientHeight) return;
         this.#follows = false;
         pane.scrollTop = top - pane.clientHeight / 2;
@@ -204,8 +266,10 @@ export class LogView {
         if (!step || !this.#selection.length) return;
         event.preventDefault();
         const {pane} = this;
-        const at = this.#current >= 0 ? this.#selection.indexOf(this.#current) + step
-            : Math.floor((pane.scrollTop + pane.clientHeight) / ROW) - 1;
+        const at =
+            this.#current >= 0
+                ? this.#selection.indexOf(this.#current) + step
+                : Math.floor((pane.scrollTop + pane.clientHeight) / ROW) - 1;
         const index = Math.min(Math.max(at, 0), this.#selection.length - 1);
         this.#goTo(this.#selection.numberAt(index));
     }

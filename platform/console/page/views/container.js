@@ -21,18 +21,33 @@ function figures(name) {
     const memory = new Plot("Memory", {format: bytes, ceiling: 1024 * 1024});
     const network = new Plot("Network", {format: perSecond, ceiling: 10 * 1024});
     const disk = new Plot("Disk", {format: perSecond, ceiling: 10 * 1024});
-    let last = null, timer = 0, closed = false;
+    let last = null,
+        timer = 0,
+        closed = false;
 
     function take(now) {
         const time = moment(now.Time);
-        const limit = now.MemoryLimitBytes > 0 && now.MemoryLimitBytes < 2 ** 50 ? `limit ${bytes(now.MemoryLimitBytes)}` : "";
-        memory.add(time, now.MemoryBytes, [limit, plural(now.Processes, "process", "processes")].filter(Boolean).join(" · "));
+        const limit =
+            now.MemoryLimitBytes > 0 && now.MemoryLimitBytes < 2 ** 50 ? `limit ${bytes(now.MemoryLimitBytes)}` : "";
+        memory.add(
+            time,
+            now.MemoryBytes,
+            [limit, plural(now.Processes, "process", "processes")].filter(Boolean).join(" · "),
+        );
         const seconds = last ? (time - moment(last.Time)) / 1000 : 0;
         if (seconds > 0 && now.CpuNanoseconds >= last.CpuNanoseconds) {
             const rate = field => Math.max(0, now[field] - last[field]) / seconds;
             processor.add(time, rate("CpuNanoseconds") / 1e7, "of one core");
-            network.add(time, rate("ReceivedBytes") + rate("SentBytes"), `in ${perSecond(rate("ReceivedBytes"))} · out ${perSecond(rate("SentBytes"))}`);
-            disk.add(time, rate("ReadBytes") + rate("WrittenBytes"), `read ${perSecond(rate("ReadBytes"))} · write ${perSecond(rate("WrittenBytes"))}`);
+            network.add(
+                time,
+                rate("ReceivedBytes") + rate("SentBytes"),
+                `in ${perSecond(rate("ReceivedBytes"))} · out ${perSecond(rate("SentBytes"))}`,
+            );
+            disk.add(
+                time,
+                rate("ReadBytes") + rate("WrittenBytes"),
+                `read ${perSecond(rate("ReadBytes"))} · write ${perSecond(rate("WrittenBytes"))}`,
+            );
         }
         last = now;
     }
@@ -52,18 +67,37 @@ function figures(name) {
     }
 
     read();
-    return {element: h("section.plots", {"aria-label": "Figures"}, [processor, memory, network, disk].map(({element}) => element)),
+    return {
+        element: h(
+            "section.plots",
+            {"aria-label": "Figures"},
+            [processor, memory, network, disk].map(({element}) => element),
+        ),
         close() {
             closed = true;
             clearTimeout(timer);
-        }};
+        },
+    };
 }
 
-const RESTARTS = {no: "never", "": "never", always: "always", "on-failure": "when it fails", "unless-stopped": "unless it was stopped"};
+const RESTARTS = {
+    no: "never",
+    "": "never",
+    always: "always",
+    "on-failure": "when it fails",
+    "unless-stopped": "unless it was stopped",
+};
 
 function facts(container) {
-    const detail = container.detail ?? {}, state = detail.State ?? {};
-    const list = items => items?.length ? h("ul", items.map(item => h("li", visible(item)))) : "none";
+    const detail = container.detail ?? {},
+        state = detail.State ?? {};
+    const list = items =>
+        items?.length
+            ? h(
+                  "ul",
+                  items.map(item => h("li", visible(item))),
+              )
+            : "none";
     const policy = detail.RestartPolicy?.Name ?? detail.RestartPolicy ?? "";
     return [
         ["Id", shortId(container.id)],
@@ -74,10 +108,32 @@ function facts(container) {
         ["Ended", dateTime(moment(state.FinishedAt))],
         ["Restarts", `${plural(state.RestartCount ?? 0, "time")}; restarted ${RESTARTS[policy] ?? visible(policy)}`],
         ["Health check", visible(state.Health || "none")],
-        ["Ports", list(detail.Ports?.map(({HostIp, HostPort, ContainerPort, Protocol}) =>
-            HostPort ? `${HostIp || "*"}:${HostPort} → ${ContainerPort}/${Protocol}` : `${ContainerPort}/${Protocol}, not published`))],
-        ["Mounts", list(detail.Mounts?.map(mount => `${mount.Source} → ${mount.Destination}${mount.ReadOnly ? " (read only)" : ""}`))],
-        ["Networks", list((Array.isArray(detail.Networks) ? detail.Networks : Object.keys(detail.Networks ?? {})).map(net => net.Name ?? net))],
+        [
+            "Ports",
+            list(
+                detail.Ports?.map(({HostIp, HostPort, ContainerPort, Protocol}) =>
+                    HostPort
+                        ? `${HostIp || "*"}:${HostPort} → ${ContainerPort}/${Protocol}`
+                        : `${ContainerPort}/${Protocol}, not published`,
+                ),
+            ),
+        ],
+        [
+            "Mounts",
+            list(
+                detail.Mounts?.map(
+                    mount => `${mount.Source} → ${mount.Destination}${mount.ReadOnly ? " (read only)" : ""}`,
+                ),
+            ),
+        ],
+        [
+            "Networks",
+            list(
+                (Array.isArray(detail.Networks) ? detail.Networks : Object.keys(detail.Networks ?? {})).map(
+                    net => net.Name ?? net,
+                ),
+            ),
+        ],
         ["Compose", detail.Compose ? `${visible(detail.Compose.Service)} of ${visible(detail.Compose.File)}` : "–"],
         ["Log", detail.Log ? `${visible(detail.Log.Driver)}, ${bytes(detail.Log.Bytes)}` : "–"],
     ];
@@ -87,19 +143,25 @@ function facts(container) {
 function summary(container) {
     const state = container.detail?.State;
     if (!state) return visible(container.image);
-    if (container.state === "running") return `for ${duration((Date.now() - moment(state.StartedAt)) / 1000)} · ${visible(container.image)}`;
+    if (container.state === "running")
+        return `for ${duration((Date.now() - moment(state.StartedAt)) / 1000)} · ${visible(container.image)}`;
     if (container.state === "created") return `never started · ${visible(container.image)}`;
     const reason = exitReason(state);
     return `exit code ${state.ExitCode}${reason ? `, ${visible(reason)}` : ""} · ${ago(moment(state.FinishedAt))} · ${visible(container.image)}`;
 }
 
 export function containerView(name) {
-    const mark = stateMark(), told = h("span.summary"), list = h("dl.facts"), gone = h("p.empty", {role: "status"});
+    const mark = stateMark(),
+        told = h("span.summary"),
+        list = h("dl.facts"),
+        gone = h("p.empty", {role: "status"});
     const buttons = actionButtons(["start", "stop", "restart", "remove"]);
     const tools = buttons.element;
-    const plots = figures(name), log = new LogView(name, refused);
+    const plots = figures(name),
+        log = new LogView(name, refused);
     const details = h("details.card.facts-card", h("summary", "Details"), list);
-    let shown = "", id = findContainer(name)?.id;
+    let shown = "",
+        id = findContainer(name)?.id;
 
     function refused() {
         if (store.loaded && !findContainer(name)) log.stream.end();
@@ -129,10 +191,24 @@ export function containerView(name) {
     if (findContainer(name)) inspectLater(findContainer(name).id);
     const tick = setInterval(update, 10_000);
     return {
-        title: name, update, wide: true,
-        element: h("div.container-view",
-            h("header.view-head", h("h1", {tabindex: -1}, h("a.crumb", {href: "#/containers"}, "Containers"), " / ", visible(name)), mark.element, told, h("span.space"), tools),
-            gone, plots.element, details, log.element),
+        title: name,
+        update,
+        wide: true,
+        element: h(
+            "div.container-view",
+            h(
+                "header.view-head",
+                h("h1", {tabindex: -1}, h("a.crumb", {href: "#/containers"}, "Containers"), " / ", visible(name)),
+                mark.element,
+                told,
+                h("span.space"),
+                tools,
+            ),
+            gone,
+            plots.element,
+            details,
+            log.element,
+        ),
         close() {
             clearInterval(tick);
             plots.close();

@@ -6,7 +6,14 @@ import {plural} from "../core/format.js";
 import {askIdentity, session} from "../core/session.js";
 
 export function loginView(reason, entered) {
-    const token = h("input", {id: "token", type: "password", autocomplete: "off", required: true, spellcheck: "false", "aria-describedby": "login-hint login-message"});
+    const token = h("input", {
+        id: "token",
+        type: "password",
+        autocomplete: "off",
+        required: true,
+        spellcheck: "false",
+        "aria-describedby": "login-hint login-message",
+    });
     const message = h("p.message", {id: "login-message", role: "alert"}, reason);
     const submit = h("button.primary", {type: "submit"}, "Log in");
 
@@ -24,18 +31,31 @@ export function loginView(reason, entered) {
             message.textContent = "This token does not open. Tokens of removed or expired identities do not either.";
             token.select();
         } catch (error) {
-            message.textContent = error instanceof ApiError && error.status === 429
-                ? `Too many wrong tokens from this address: try again in ${plural(error.retryAfter || 60, "second")}.` : `${error.message}.`;
+            message.textContent =
+                error instanceof ApiError && error.status === 429
+                    ? `Too many wrong tokens from this address: try again in ${plural(error.retryAfter || 60, "second")}.`
+                    : `${error.message}.`;
         }
         submit.disabled = false;
         token.focus();
     }
 
-    return {title: "Log in", element: h("main.login", {id: "main"},
-        h("form", {onsubmit: tryToken},
-            h("h1", {tabindex: -1}, "Korvex Container Service"),
-            h("p.host", location.host),
-            h("label", {for: "token"}, "Token"), token,
-            h("p.hint", {id: "login-hint"}, "Kept for this tab only, until you log out or close it."),
-            message, submit))};
+    return {
+        title: "Log in",
+        element: h(
+            "main.login",
+            {id: "main"},
+            h(
+                "form",
+                {onsubmit: tryToken},
+                h("h1", {tabindex: -1}, "Korvex Container Service"),
+                h("p.host", location.host),
+                h("label", {for: "token"}, "Token"),
+                token,
+                h("p.hint", {id: "login-hint"}, "Kept for this tab only, until you log out or close it."),
+                message,
+                submit,
+            ),
+        ),
+    };
 }

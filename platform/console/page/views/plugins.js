@@ -10,18 +10,34 @@ import {session} from "../core/session.js";
 import {uploadPanel} from "../core/upload_panel.js";
 
 export function pluginsView() {
-    const list = table("Plugins", [["col-state", "State"], ["col-name", "Name"], ["col-id", "Version"], ["col-number", "Size"], ["col-since", "Uploaded"],
-        ["col-actions", "(Actions)"]], plugin => plugin.fileName, makeRow);
+    const list = table(
+        "Plugins",
+        [
+            ["col-state", "State"],
+            ["col-name", "Name"],
+            ["col-id", "Version"],
+            ["col-number", "Size"],
+            ["col-since", "Uploaded"],
+            ["col-actions", "(Actions)"],
+        ],
+        plugin => plugin.fileName,
+        makeRow,
+    );
     const empty = h("p.empty", "Reading…");
-    const plugins = loader(() => "/plugins", "plugin", body => {
-        list.update(body.plugins);
-        show(list.element, body.plugins.length > 0);
-        show(empty, !body.plugins.length);
-        setText(empty, "There are no plugins.");
-    }, text => {
-        show(empty, true);
-        setText(empty, text);
-    });
+    const plugins = loader(
+        () => "/plugins",
+        "plugin",
+        body => {
+            list.update(body.plugins);
+            show(list.element, body.plugins.length > 0);
+            show(empty, !body.plugins.length);
+            setText(empty, "There are no plugins.");
+        },
+        text => {
+            show(empty, true);
+            setText(empty, text);
+        },
+    );
     show(list.element, false);
 
     async function change(words, request) {
@@ -35,33 +51,83 @@ export function pluginsView() {
     }
 
     async function remove({fileName}) {
-        if (await confirm({title: `Delete plugin ${fileName}?`, action: "Delete", text: "It is gone at the next boot."}))
+        if (
+            await confirm({title: `Delete plugin ${fileName}?`, action: "Delete", text: "It is gone at the next boot."})
+        )
             change(`Delete ${fileName}`, ["DELETE", path`/plugins/${fileName}`]);
     }
 
     function makeRow(first) {
         let plugin = first;
-        const state = h("span"), size = h("span"), since = h("span");
-        const turn = button(null, "", () => change(`${turn.textContent} ${plugin.name}`, ["PUT",
-            path`/plugins/${plugin.name}/activate?pluginVersion=${plugin.version}`, {json: {activate: plugin.isDeactivated}}]));
-        const away = button("remove", `Delete ${visible(first.fileName)}`, () => remove(plugin), {text: false, kind: "danger"});
-        return {element: row([["col-state", state], ["col-name", visible(first.name)], ["col-id", visible(first.version)], ["col-number", size], ["col-since", since],
-            ["col-actions", h("div.buttons", session.may("activatePlugin") ? turn : [], session.may("deletePlugin") ? away : [])]], 1), update(item) {
-            plugin = item;
-            setText(state, item.isDeactivated ? "deactivated" : "active");
-            setText(turn.lastChild, item.isDeactivated ? "Activate" : "Deactivate");
-            turn.setAttribute("aria-label", `${turn.textContent} ${visible(item.name)} ${visible(item.version)}`);
-            setText(size, bytes(item.size));
-            setText(since, ago(moment(item.modified)));
-        }};
+        const state = h("span"),
+            size = h("span"),
+            since = h("span");
+        const turn = button(null, "", () =>
+            change(`${turn.textContent} ${plugin.name}`, [
+                "PUT",
+                path`/plugins/${plugin.name}/activate?pluginVersion=${plugin.version}`,
+                {json: {activate: plugin.isDeactivated}},
+            ]),
+        );
+        const away = button("remove", `Delete ${visible(first.fileName)}`, () => remove(plugin), {
+            text: false,
+            kind: "danger",
+        });
+        return {
+            element: row(
+                [
+                    ["col-state", state],
+                    ["col-name", visible(first.name)],
+                    ["col-id", visible(first.version)],
+                    ["col-number", size],
+                    ["col-since", since],
+                    [
+                        "col-actions",
+                        h(
+                            "div.buttons",
+                            session.may("activatePlugin") ? turn : [],
+                            session.may("deletePlugin") ? away : [],
+                        ),
+                    ],
+                ],
+                1,
+            ),
+            update(item) {
+                plugin = item;
+                setText(state, item.isDeactivated ? "deactivated" : "active");
+                setText(turn.lastChild, item.isDeactivated ? "Activate" : "Deactivate");
+                turn.setAttribute("aria-label", `${turn.textContent} ${visible(item.name)} ${visible(item.version)}`);
+                setText(size, bytes(item.size));
+                setText(since, ago(moment(item.modified)));
+            },
+        };
     }
 
-    const panel = session.may("uploadPlugin") ? uploadPanel({label: "Upload a plugin", accept: ".crp", targets: ["/plugins"],
-        targetOf: file => file.name.endsWith(".crp") ? "/plugins" : {refused: "the name of a plugin ends in .crp"}, done: plugins.read}) : null;
-    return {title: "Plugins", element: h("div", h("header.view-head", h("h1", {tabindex: -1}, "Plugins"),
-        h("p.hint", "Changes count from the next boot on.")), panel?.element ?? [], h("div.card.flush", list.element, empty)),
-    close() {
-        plugins.close();
-        panel?.close();
-    }};
+    const panel = session.may("uploadPlugin")
+        ? uploadPanel({
+              label: "Upload a plugin",
+              accept: ".crp",
+              targets: ["/plugins"],
+              targetOf: file =>
+                  file.name.endsWith(".crp") ? "/plugins" : {refused: "the name of a plugin ends in .crp"},
+              done: plugins.read,
+          })
+        : null;
+    return {
+        title: "Plugins",
+        element: h(
+            "div",
+            h(
+                "header.view-head",
+                h("h1", {tabindex: -1}, "Plugins"),
+                h("p.hint", "Changes count from the next boot on."),
+            ),
+            panel?.element ?? [],
+            h("div.card.flush", list.element, empty),
+        ),
+        close() {
+            plugins.close();
+            panel?.close();
+        },
+    };
 }
