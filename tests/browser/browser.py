@@ -25,20 +25,21 @@ class BrowserError(Exception):
 class Browser:
     """One tab. As a context manager it is closed on the way out."""
 
-    def __init__(self, width=1280, height=860, arguments=(), binary="/usr/bin/chromium"):
+    def __init__(self, width=1280, height=860):
         self.port = free_port()
         self.driver = subprocess.Popen([DRIVER, f"--port={self.port}"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         self.session = ""
         self.profile = tempfile.TemporaryDirectory(prefix="kx-browser-", ignore_cleanup_errors=True)
-        options = ["--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--no-first-run", "--disable-sync",
-                   "--disable-background-networking", "--disable-component-update", "--force-device-scale-factor=1",
-                   "--enable-precise-memory-info", f"--user-data-dir={self.profile.name}", f"--window-size={width},{height}", *arguments]
+        options = ["--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--no-first-run",
+                   "--disable-sync", "--disable-background-networking", "--disable-component-update",
+                   "--force-device-scale-factor=1", "--enable-precise-memory-info",
+                   f"--user-data-dir={self.profile.name}", f"--window-size={width},{height}"]
         deadline = time.monotonic() + 60
         while True:
             try:
                 value = self.send("POST", "/session", {"capabilities": {"alwaysMatch": {
                     "browserName": "chrome", "pageLoadStrategy": "none", "goog:loggingPrefs": {"browser": "ALL"},
-                    "goog:chromeOptions": {"binary": binary, "args": options}}}})
+                    "goog:chromeOptions": {"binary": "/usr/bin/chromium", "args": options}}}})
                 break
             except ConnectionError:
                 if time.monotonic() > deadline:
@@ -142,8 +143,10 @@ class Browser:
         self.command("Emulation.setEmulatedMedia", features=[{"name": "prefers-color-scheme", "value": name},
                                                             {"name": "prefers-reduced-motion", "value": "reduce"}])
 
-    def offline(self, cut):
-        self.command("Network.emulateNetworkConditions", offline=cut, latency=0, downloadThroughput=-1, uploadThroughput=-1)
+    def upload_rate(self, bytes_per_second):
+        self.command("Network.enable")
+        self.command("Network.emulateNetworkConditions", offline=False, latency=0, downloadThroughput=-1,
+                     uploadThroughput=bytes_per_second)
 
     def screenshot(self, path):
         pathlib.Path(path).write_bytes(base64.b64decode(self.send("GET", self.session + "/screenshot")))

@@ -17,9 +17,8 @@ from browser import Browser  # noqa: E402
 
 IDENTITIES = pathlib.Path("/mnt/cfdrive/containers/identities.json")
 STORED = [pathlib.Path("/userstorage1/container_rte") / name for name in ("utilities/compose-files", "plugins")]
-VIEWS = ["overview", "containers", "images", "compose", "plugins", "certificates", "settings", "audit"]
 # What the browser says when the service is away on purpose, or answers no: everything else is a fault of the page.
-EXPECTED = re.compile(r"ERR_CONNECTION|ERR_EMPTY_RESPONSE|ERR_INTERNET|ERR_NETWORK|ERR_TIMED_OUT|WebSocket connection to|status of (4|5)\d\d")
+EXPECTED = re.compile(r"ERR_(CONNECTION|EMPTY_RESPONSE|NETWORK|TIMED_OUT)|WebSocket connection to|status of (4|5)\d\d")
 
 kx.require_sandbox()
 
@@ -108,15 +107,16 @@ class Page:
     def buttons(self):
         """The labels of all buttons that are offered in the view."""
         return self.browser.run("""
-            return [...document.querySelectorAll("main button, main label.button, main input[type=checkbox]")].filter(one => one.checkVisibility())
-                .map(one => (one.getAttribute("aria-label") ?? one.innerText).trim())
+            return [...document.querySelectorAll("main button, main label.button, main input[type=checkbox]")]
+                .filter(one => one.checkVisibility()).map(one => (one.getAttribute("aria-label") ?? one.innerText).trim())
         """)
 
     def log_lines(self):
         """The texts of the rows of the log that stand on the screen, by their place."""
         return self.browser.run("""
-            return [...document.querySelectorAll(".line:not([hidden])")].map(line => [new DOMMatrix(line.style.transform).f, line.className,
-                line.querySelector(".text").textContent]).sort((a, b) => a[0] - b[0]).map(([, kind, text]) => [kind.split(" ")[1], text])
+            const place = line => new DOMMatrix(line.style.transform).f;
+            return [...document.querySelectorAll(".line:not([hidden])")].sort((a, b) => place(a) - place(b))
+                .map(line => [line.classList[1], line.querySelector(".text").textContent]);
         """)
 
     def unexpected(self):
@@ -160,9 +160,10 @@ class Device:
         """Lets somebody in; gives the token."""
         token = hashlib.sha256(os.urandom(16)).hexdigest()
         known = json.loads(IDENTITIES.read_text())["identities"] if IDENTITIES.exists() else []
-        known = [one for one in known if one["name"] != name] + [{"name": name, "role": role, "expires": None,
-            "tokenSha256": hashlib.sha256(token.encode()).hexdigest(), "created": time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime())}]
-        self.write_identities(known)
+        created = time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime())
+        self.write_identities([one for one in known if one["name"] != name] + [{
+            "name": name, "role": role, "expires": None, "created": created,
+            "tokenSha256": hashlib.sha256(token.encode()).hexdigest()}])
         self.secrets.add(token)
         kx.wait_until(lambda: self.service.request("GET", "/settings", token=token).status == 200, 20, f"{name} gets in")
         return token

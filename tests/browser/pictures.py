@@ -15,7 +15,7 @@ COMPOSE = """services:
   gateway: {image: "localhost/axis-gateway:1.4", command: ["sh", "-c", "%s"]}
   store: {image: "localhost/recipe-store:2.0", command: ["sh", "-c", "while :; do echo recipe loaded; sleep 1; done"]}
 """
-BUSY = """i=0; while :; do i=$((i+1)); echo "cycle $i finished in 12.4 ms"; [ $((i % 7)) = 0 ] && echo "queue depth 41, slower than it should be" >&2;
+BUSY = """i=0; while :; do i=$((i+1)); echo "cycle $i finished in 12.4 ms"; [ $((i % 7)) = 0 ] && echo "queue depth 41, too slow" >&2
           n=0; while [ $n -lt $((i % 40 * 400)) ]; do n=$((n+1)); done; sleep 0.2; done"""
 VIEWS = [  # file, theme, width, height, place, what has to be seen first
     ("overview", "light", 1180, 720, "overview", "valve 3"),

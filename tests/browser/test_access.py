@@ -17,26 +17,27 @@ def test_token_stays_in_the_tab(page):
         page.go(view)
     page.wait_text("entries")
     where = page.browser.run("""
-        return [location.href, document.cookie, JSON.stringify(localStorage), document.documentElement.outerHTML, JSON.stringify(history.state),
-            ...performance.getEntriesByType("resource").map(entry => entry.name)].join("\\n")
+        return [location.href, document.cookie, JSON.stringify(localStorage), JSON.stringify(history.state),
+            document.documentElement.outerHTML, ...performance.getEntriesByType("resource").map(entry => entry.name)].join("\\n")
     """)
     assert token not in where
     assert page.browser.run("return JSON.stringify(sessionStorage)").count(token) == 1
-    foreign = page.browser.run("return performance.getEntriesByType('resource').map(entry => new URL(entry.name).origin).filter(one => one !== origin)")
-    assert foreign == []
+    asked = page.browser.run("return performance.getEntriesByType('resource').map(entry => new URL(entry.name).origin)")
+    assert {*asked} == {page.address.rstrip("/")}
     page.browser.click("button", "Log out")
     page.browser.find("#token")
     assert page.browser.run("return sessionStorage.length + document.body.innerText.includes('Overview')") == 0
 
 
-CONTAINER = {"viewer": [], "operator": ["Stop shown", "Restart shown"], "administrator": ["Stop shown", "Restart shown", "Delete shown"]}
 OFFERS = {  # view: what each role is offered beyond looking; [] is nothing
     "images": {"administrator": ["Upload an image archive"]},
     "compose": {"operator": ["Start"], "administrator": ["Create", "Delete file shown.yml", "Start", "Upload a compose file"]},
     "plugins": {"administrator": ["Deactivate shown 1.0", "Delete shown_1.0.crp", "Upload a plugin"]},
-    "certificates": {"administrator": ["Delete clients' CA", "Upload the clients' CA", "Upload the private key", "Upload the server certificate"]},
+    "certificates": {"administrator": ["Delete clients' CA", "Upload the clients' CA", "Upload the private key",
+                                       "Upload the server certificate"]},
     "settings": {"viewer": [""], "operator": [""], "administrator": ["", "Save"]},
-    "containers": CONTAINER,
+    "containers": {"operator": ["Restart shown", "Stop shown"],
+                   "administrator": ["Delete shown", "Restart shown", "Stop shown"]},
 }
 
 
@@ -46,11 +47,9 @@ def test_role_is_offered_what_it_may_do(page, role):
     for path, name in [("/compose-files", "shown.yml"), ("/plugins", "shown_1.0.crp"), ("/certs/ca-certificate", "ca.crt")]:
         page.store(path, name)
     page.log_in(page.device.identity(f"the {role}", role))
-    page.wait_text(role)
     assert page.browser.exists("nav a", "Audit") == (role == "administrator")
     for view, offers in OFFERS.items():
         page.go(view)
-        page.browser.wait("return /shown|ca.crt|Cores/.test(document.querySelector('main').innerText) || location.hash === '#/images'")
         try:
             kx.wait_until(lambda: sorted(page.buttons()) == offers.get(role, []), 10, view)
         except TimeoutError:

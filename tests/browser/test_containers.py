@@ -37,20 +37,22 @@ def test_every_action(page):
 def test_follows_what_others_do_without_asking(page):
     page.go("containers")
     page.wait_text("Containers")
-    asked = page.browser.run("return performance.getEntriesByType('resource').filter(entry => entry.name.includes('/containers?')).length")
+    lists = "return performance.getEntriesByType('resource').filter(({name}) => name.includes('/containers?')).length"
+    asked = page.browser.run(lists)
     run_container("worker", "sleep 1000")
     page.wait_row("worker", "running", 10)
     kx.podman("kill", "worker")
     page.wait_row("worker", "exited", 10)
     kx.podman("rm", "worker")
     kx.wait_until(lambda: not page.row("worker"), 10, "the row is gone")
-    assert page.browser.run("return performance.getEntriesByType('resource').filter(entry => entry.name.includes('/containers?')).length") == asked
+    assert page.browser.run(lists) == asked
 
 
 def test_details_and_plots(page):
-    run_container("worker", "i=0; while :; do i=$((i+1)); done", "-p", "127.0.0.1:7001:80", "--label", "a=<b>", "-v", "/tmp:/outside:ro")
+    run_container("worker", "while :; do :; done", "-p", "127.0.0.1:7001:80", "-v", "/tmp:/outside:ro")
     page.go("containers/worker")
-    page.browser.wait("return [...document.querySelectorAll('.plot-value')].filter(one => /[1-9]/.test(one.innerText)).length >= 2")
+    values = "return [...document.querySelectorAll('.plot-value')].slice(0, 2).every(one => /[1-9]/.test(one.innerText))"
+    page.browser.wait(values)
     page.browser.click("summary", "Details")
     for text in ["127.0.0.1:7001 → 80/tcp", "/tmp → /outside (read only)", "localhost/hello:1"]:
         page.wait_text(text)
@@ -62,8 +64,10 @@ MARKUP = '<img src=x onerror="window.hacked=1"><b>bold'
 def test_nothing_from_outside_is_markup(page):
     """Log lines, labels, names of files; a container's name cannot hold markup in Podman."""
     assert kx.podman("create", "--name", MARKUP, kx.IMAGE, check=False) == ""
-    run_container("hostile", f"printf '%s\\n' '{MARKUP}'; printf '\\033]0;title\\007\\033[2Jcleared\\033[31m red\\033[0m\\001\\n\\342\\200\\256turned\\n'; exit 1",
-                  "--label", f"com.docker.compose.service={MARKUP}", "--label", "com.docker.compose.project.config_files=/x/<u>.yml")
+    sequences = r"\033]0;title\007\033[2Jcleared\033[31m red\033[0m\001\n\342\200\256turned\n"
+    run_container("hostile", f"printf '%s\\n' '{MARKUP}'; printf '{sequences}'; exit 1", "--label",
+                   f"com.docker.compose.service={MARKUP}", "--label",
+                  "com.docker.compose.project.config_files=/x/<u>.yml")
     page.store("/compose-files", MARKUP + ".yml")
     page.store("/plugins", MARKUP + "_1.crp")
     page.wait_row("hostile", MARKUP)
