@@ -23,23 +23,23 @@ inline constexpr int HTTP_DEFAULT_EMPTY = 0;
 /// Missing or malformed input.
 inline void answerBadRequest(KxCErrorListPool& pool, KxNTamberWebApi::KxCResponse& response,
                              const std::string& message) {
-    response.setError(pool, HTTP_BAD_REQUEST, "BadRequest", message.c_str(), 1);
+    response.setError(pool, HTTP_BAD_REQUEST, "BadRequest", message, 1);
 }
 
 /// The named thing does not exist.
 inline void answerNotFound(KxCErrorListPool& pool, KxNTamberWebApi::KxCResponse& response, const std::string& message) {
-    response.setError(pool, HTTP_NOT_FOUND, "NotFound", message.c_str(), 1);
+    response.setError(pool, HTTP_NOT_FOUND, "NotFound", message, 1);
 }
 
 /// The request conflicts with the current state.
 inline void answerConflict(KxCErrorListPool& pool, KxNTamberWebApi::KxCResponse& response, const std::string& message) {
-    response.setError(pool, HTTP_CONFLICT, "Conflict", message.c_str(), 1);
+    response.setError(pool, HTTP_CONFLICT, "Conflict", message, 1);
 }
 
 /// The service refuses, a call of the container runtime failed, or a file could not be written.
 inline void answerInternalError(KxCErrorListPool& pool, KxNTamberWebApi::KxCResponse& response,
                                 const std::string& message) {
-    response.setError(pool, HTTP_INTERNAL_SERVER_ERROR, "InternalServerError", message.c_str(), 1);
+    response.setError(pool, HTTP_INTERNAL_SERVER_ERROR, "InternalServerError", message, 1);
 }
 
 /// The operation has no implementation.

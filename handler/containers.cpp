@@ -60,7 +60,7 @@ void KxCContainerHandler::changeContainer(const KxSContainerAction& action, KxCE
         KxCRTE_LOG(0, "Korvex Container Service: Container '%s' %s successfully", name, action.done);
     } else {
         KxCRTE_LOG(4, "Korvex Container Service: Podman %s%s%s failed with HTTP %d: %s", action.requestBegin, name,
-                   action.requestEnd, reply.status, reply.body.c_str());
+                   action.requestEnd, reply.status, KxNPodman::loggableBody(reply).c_str());
         answerInternalError(
             pool, response,
             "Error occurred while " + std::string(action.doing) + " container " + quotedName + ": " + reply.body);

@@ -97,7 +97,7 @@ void KxCContainerHandler::UploadImage(KxCErrorListPool& pool, const KxCRequest&,
     }
     if (!KxNPodman::isSuccess(reply)) {
         KxCRTE_LOG_Impl(4, "Korvex Container Service: Podman /images/load failed with HTTP %d: %s", reply.status,
-                        reply.body.c_str());
+                        KxNPodman::loggableBody(reply).c_str());
         answerInternalError(pool, response, "Error occurred while loading the image: " + reply.body);
         return;
     }

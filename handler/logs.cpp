@@ -97,7 +97,7 @@ void KxCContainerHandler::GetContainerLogs(KxCErrorListPool& pool, const KxCRequ
         response.switchWebSocket(pool, name, nullptr, nullptr, 0, &KxCContainer::LogStreamCloseHandler, nullptr, 0);
     } else {
         KxCRTE_LOG_Impl(4, "Korvex Container Service: Podman GET /containers/%s/json failed with HTTP %d: %s", name,
-                        reply.status, reply.body.c_str());
+                        reply.status, KxNPodman::loggableBody(reply).c_str());
         answerInternalError(pool, response,
                             "Error occurred while checking container " + quotedName + ": " + reply.body);
     }

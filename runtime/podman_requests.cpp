@@ -26,4 +26,12 @@ PodmanReply stream(KxCContainer& container, const Request& request, std::string_
                                          std::move(session), socket);
 }
 
+std::string loggableBody(const PodmanReply& reply) {
+    std::string text;
+    for (const char character : reply.body) {
+        character == '\0' ? text.append("\\x00") : text.append(1, character);
+    }
+    return text;
+}
+
 }  // namespace KxNPodman

@@ -51,4 +51,7 @@ inline bool isSuccess(const KxNContainer::PodmanReply& reply) {
     return static_cast<std::uint32_t>(reply.status) - 200U <= 99U;
 }
 
+/// The body for a line of the log, which a null character would end: in its place stands what the log writes for one.
+std::string loggableBody(const KxNContainer::PodmanReply& reply);
+
 }  // namespace KxNPodman

@@ -59,7 +59,10 @@ const std::int64_t* KxCHandler::getInt64ParamPtr(const KxSTamberWebApiParameterV
 }
 void KxCHandler::setErrorImplementationMissing(KxCErrorListPool& pool, const char* text) { pool.addError(0, text); }
 
-void KxCResponse::setError(KxCErrorListPool&, int code, const char* statusName, const char* message, int flag) {
+void KxCResponse::setError(KxCErrorListPool& pool, int code, const char* statusName, const char* message, int flag) {
+    setError(pool, code, statusName, std::string_view(message), flag);
+}
+void KxCResponse::setError(KxCErrorListPool&, int code, const char* statusName, std::string_view message, int flag) {
     answer(code, statusName, " ", code, ": ", message, flag == 1 ? "" : " WITH ANOTHER FLAG");
 }
 void KxCResponse::setJsonBody(KxCErrorListPool&, int code, const KxNJson::json* document) {

@@ -69,7 +69,8 @@ bool TestHandler::handleRequest(KxCErrorListPool& pool, KxCRequest* request, con
             return true;
         }
         case 5:
-            response->setError(pool, 409, "Conflict", getStringParam(values, "name", LOCATION_PATH), 1);
+            response->setError(pool, 409, "Conflict",
+                               getStringParam(values, "name", LOCATION_PATH) + std::string("\0!", 2), 1);
             return true;
         case 6:
             throw std::runtime_error("no reason");

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "KxJsonFwd.h"
 #include "KxTamberWebApi/KxWebSocket.h"
@@ -23,6 +24,8 @@ public:
     /// Answers an error as RFC 9457 problem details: `statusName` is the title, `message` the detail. Both are copied.
     /// `flag` 1 says that the answer is complete; there is no other value.
     void setError(KxCErrorListPool& pool, int code, const char* statusName, const char* message, int flag);
+    /// The same for a message that may hold null characters: all of it is answered.
+    void setError(KxCErrorListPool& pool, int code, const char* statusName, std::string_view message, int flag);
 
     /// Answers `code` with a JSON document, written compactly, invalid UTF-8 replaced. Not kept after the call.
     void setJsonBody(KxCErrorListPool& pool, int code, const KxNJson::json* document);

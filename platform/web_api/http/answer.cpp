@@ -99,7 +99,11 @@ std::string makeAnswerHead(const Answer& answer, const AnswerFraming& framing) {
     return head;
 }
 
-void KxCResponse::setError(KxCErrorListPool&, int code, const char* statusName, const char* message, int) {
+void KxCResponse::setError(KxCErrorListPool& pool, int code, const char* statusName, const char* message, int flag) {
+    setError(pool, code, statusName, std::string_view(message), flag);
+}
+
+void KxCResponse::setError(KxCErrorListPool&, int code, const char* statusName, std::string_view message, int) {
     state->switchesToStream = false;
     state->answer = {code, makeProblemDetails(code, statusName, message), PROBLEM_MEDIA_TYPE, {}};
 }
