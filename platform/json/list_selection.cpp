@@ -17,7 +17,8 @@ namespace {
 using boost::json::error_code;
 using boost::json::string_view;
 
-constexpr std::size_t RECORD_DEPTH = 2;  // inside a record, which is inside the list
+constexpr std::size_t ELEMENT_DEPTH = 1;  // inside the list
+constexpr std::size_t RECORD_DEPTH = 2;   // inside a record, which is inside the list
 
 /// Listens to the parser and keeps the values of wanted keys. Records are many times what is kept of them: a tree of
 /// all of it would cost most of the time and of the memory of a long list. The parser is Boost's because it takes a
@@ -35,23 +36,25 @@ public:
     bool on_document_begin(error_code&) { return true; }
     bool on_document_end(error_code&) { return true; }
 
-    bool on_null(error_code& error) { return depth == 0 || takeValue(nullptr, error); }
-    bool on_bool(bool value, error_code& error) { return takeValue(value, error); }
-    bool on_int64(std::int64_t value, string_view, error_code& error) { return takeValue(value, error); }
-    bool on_uint64(std::uint64_t value, string_view, error_code& error) { return takeValue(value, error); }
+    bool on_null(error_code&) { return depth == 0 || takeValue(nullptr); }
+    bool on_bool(bool value, error_code&) { return takeValue(value); }
+    bool on_int64(std::int64_t value, string_view, error_code&) { return takeValue(value); }
+    bool on_uint64(std::uint64_t value, string_view, error_code&) { return takeValue(value); }
 
     /// Reads the number anew: the parser's own value may differ in the last digit.
     bool on_double(double, string_view text, error_code& error) {
         double value = 0;
         if (std::from_chars(text.data(), text.data() + text.size(), value).ec != std::errc()) {
-            return refuse("a number is out of range", error);
+            reason = "a number is out of range";
+            error = boost::json::error::syntax;  // the parser stops; what it says counts for nothing
+            return false;
         }
-        return takeValue(value, error);
+        return takeValue(value);
     }
 
     bool on_key(string_view end, std::size_t, error_code&) {
         const std::string_view name = joinParts(end);
-        if (!building.empty()) {
+        if (!building.empty() || depth == ELEMENT_DEPTH) {
             nestedKey = name;
         } else if (depth == RECORD_DEPTH) {
             const auto match = std::find(keys.begin(), keys.end(), name);
@@ -61,8 +64,8 @@ public:
         return true;
     }
 
-    bool on_string(string_view end, std::size_t, error_code& error) {
-        const bool isTaken = isWanted() ? takeValue(std::string(joinParts(end)), error) : takeValue(nullptr, error);
+    bool on_string(string_view end, std::size_t, error_code&) {
+        const bool isTaken = isWanted() ? takeValue(std::string(joinParts(end))) : takeValue(nullptr);
         parts.clear();
         return isTaken;
     }
@@ -71,17 +74,10 @@ public:
     bool on_key_part(string_view part, std::size_t, error_code&) { return addPart(part); }
     bool on_string_part(string_view part, std::size_t, error_code&) { return addPart(part); }
 
-    bool on_object_begin(error_code& error) { return begin(json::value_t::object, error); }
-    bool on_array_begin(error_code& error) { return begin(json::value_t::array, error); }
+    bool on_object_begin(error_code&) { return begin(json::value_t::object); }
+    bool on_array_begin(error_code&) { return begin(json::value_t::array); }
+    bool on_object_end(std::size_t, error_code&) { return end(); }
     bool on_array_end(std::size_t, error_code&) { return end(); }
-
-    bool on_object_end(std::size_t, error_code&) {
-        end();
-        if (depth == RECORD_DEPTH - 1) {
-            addRecord();
-        }
-        return true;
-    }
 
     // These do not come: the parser has the whole text, and comments are not allowed.
     bool on_number_part(string_view, error_code&) { return true; }
@@ -105,22 +101,20 @@ private:
     bool isWanted() const { return !building.empty() || (depth == RECORD_DEPTH && target != nullptr); }
 
     template <class Value>
-    bool takeValue(Value&& value, error_code& error) {
+    bool takeValue(Value&& value) {
         if (depth < RECORD_DEPTH) {
-            return refuseOutside(error);
-        }
-        if (isWanted()) {
+            addRecord();  // an element that holds nothing
+        } else if (isWanted()) {
             place(std::forward<Value>(value));
         }
         return true;
     }
 
-    bool begin(json::value_t type, error_code& error) {
-        if (depth < RECORD_DEPTH) {
-            const auto expected = depth == 0 ? json::value_t::array : json::value_t::object;
-            if (type != expected) {
-                return refuseOutside(error);
-            }
+    bool begin(json::value_t type) {
+        if (depth == 0) {
+            selection = type;
+        } else if (depth == ELEMENT_DEPTH) {
+            target = nullptr;  // in an array none is ever wanted
         } else if (isWanted()) {
             building.push_back(&place(type));
         }
@@ -131,7 +125,14 @@ private:
     bool end() {
         --depth;
         if (!building.empty()) {
+            if (building.back()->is_object()) {
+                dropRepeatedNames(*building.back());
+            }
             building.pop_back();
+        } else if (depth == ELEMENT_DEPTH) {
+            addRecord();
+        } else if (depth == 0 && selection.is_object()) {
+            takeMembersAsList();
         }
         return true;
     }
@@ -144,7 +145,13 @@ private:
         }
         json& parent = *building.back();
         return parent.is_array() ? parent.emplace_back(std::forward<Value>(value))
-                                 : parent[nestedKey] = json(std::forward<Value>(value));
+                                 : addMember(parent, json(std::forward<Value>(value)));
+    }
+
+    json& addMember(json& object, json value) {
+        auto& members = object.get_ref<json::object_t&>();
+        members.emplace_back(std::move(nestedKey), std::move(value));
+        return members.back().second;
     }
 
     void addRecord() {
@@ -156,17 +163,21 @@ private:
                 found[index].reset();
             }
         }
-        selection.push_back(std::move(record));
+        if (selection.is_object()) {
+            addMember(selection, std::move(record));
+        } else {
+            selection.push_back(std::move(record));
+        }
     }
 
-    bool refuseOutside(error_code& error) {
-        return refuse(depth == 0 ? "not an array" : "the array holds something else than objects", error);
-    }
-
-    bool refuse(const char* why, error_code& error) {
-        reason = why;
-        error = boost::json::error::syntax;  // the parser stops; what it says counts for nothing
-        return false;
+    /// The elements of an object are the values of its members.
+    void takeMembersAsList() {
+        dropRepeatedNames(selection);
+        json list = json::array();
+        for (auto& member : selection.get_ref<json::object_t&>()) {
+            list.push_back(std::move(member.second));
+        }
+        selection = std::move(list);
     }
 
     const std::span<const char* const> keys;
@@ -175,8 +186,8 @@ private:
     std::vector<std::optional<json>> found;  // what the current record holds, by key
     std::optional<json>* target = nullptr;   // where the value that comes next in the record goes
     std::vector<json*> building;             // the containers around the parser's place that are being built
-    std::string nestedKey;
-    std::string parts;  // of the key or text that is being read
+    std::string nestedKey;                   // of the member whose value comes next
+    std::string parts;                       // of the key or text that is being read
     std::size_t depth = 0;
 };
 

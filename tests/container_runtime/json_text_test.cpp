@@ -3,49 +3,46 @@
 #include <stdexcept>
 
 #include "KxJson.h"
+#include "KxJsonText.h"
 #include "tests/support.h"
 
 using namespace KxNJson;
 using namespace KxNTests;
 
-TEST(JsonDepth, CountsWhatIsOpenAtOnceAndNothingInStrings) {
-    const std::string deep(100, '[');
+TEST(JsonText, NestsNoDeeperThanItsLimit) {
     const struct {
         std::string text;
         int depth;
     } cases[] = {
-        {"", 0},
-        {"7", 0},
-        {"[]", 1},
-        {R"({"a": [{}, [], {"b": 1}]})", 3},
-        {"[[],[],[],[]]", 2},
-        {deep, 100},
-        {R"(["[[[{{{", "]]]"])", 1},
-        {R"({"[[": {"{{": []}})", 3},
-        {R"(["\"[[", []])", 2},
-        {R"(["\\", [], "[["])", 2},  // the backslash is escaped, the quote is not
-        {R"(["\u0022[[", []])", 2},
-        {R"(["\\\"[[", []])", 2},
-        {"[\"" + deep, 1},  // cut off in a string
-        {"[\"\\", 1},       // and in an escape
-        {"]]" + deep, 98},  // not JSON from the first character on
-    };
+        {"[]", 1}, {R"({"a": [{}, [], {"b": 1}]})", 3}, {"[[],[],[],[]]", 2}, {R"({"[[": {"{{": ["\"[["]}})", 3}};
     for (const auto& [text, depth] : cases) {
-        EXPECT_FALSE(nestsDeeperThan(text, depth)) << text;
-        EXPECT_TRUE(depth == 0 || nestsDeeperThan(text, depth - 1)) << text;
+        EXPECT_EQ(parseJsonText(text, depth), json::parse(text));
+        EXPECT_THROW(parseJsonText(text, depth - 1), std::invalid_argument) << text;
     }
+    EXPECT_THROW(parseJsonText(std::string(1'000'000, '['), 64), std::invalid_argument);
 }
 
-TEST(JsonText, ManyMembersAreRefusedBeforeTheyAreCompared) {
-    std::string text = R"({":::":":"})";
-    EXPECT_FALSE(hasMoreMembersThan(text, 1));
-    EXPECT_TRUE(hasMoreMembersThan(text, 0));
-    for (text = "{\"x\":0"; text.size() < 1'000'000;) {
-        text += ",\"" + std::to_string(text.size()) + "\":0";
+TEST(JsonText, TakesTimeByItsLengthAndNotByTheNumberOfMembers) {
+    std::string members = "{\"x\":0";
+    while (members.size() < 1'000'000) {
+        members += ",\"" + std::to_string(members.size()) + "\":0";
     }
+    members += "}";
+    json object;
+    json selection;
+    std::string reason;
+    const char* const keys[] = {"Labels"};
     const auto begin = threadTime();
-    EXPECT_THROW(parseJsonText(text + "}", 1), std::invalid_argument);
+    EXPECT_TRUE(parse(members, object, reason)) << reason;
+    EXPECT_TRUE(selectKeys("[{\"Labels\":" + members + "}]", keys, selection, reason)) << reason;
     EXPECT_LT(threadTime() - begin, 5s);
+    EXPECT_GT(object.size(), 80'000U);
+    EXPECT_TRUE(selection[0]["Labels"] == object);
+}
+
+TEST(JsonText, OfMembersWithOneNameTheLastCountsInThePlaceOfTheFirst) {
+    const std::string text = R"({"b":1,"a":{"x":1,"x":[2]},"b":2,"c":3,"a":4,"b":{"y":1,"z":2,"y":3}})";
+    EXPECT_EQ(parseJsonText(text, 3).dump(), R"({"b":{"y":3,"z":2},"a":4,"c":3})");
 }
 
 TEST(JsonText, EndsWhereTheTextEnds) {
