@@ -21,9 +21,8 @@ bool isStreamRoute(std::string_view route) {
 }
 
 Next examineJson(Exchange& exchange, const Limits& limits) {
-    const auto type = parseContentType(exchange.request()[field::content_type]);
-    if (!type || type->mediaType != "application/json") {
-        exchange.refuse(415, "The body must be application/json");
+    const bool mayBeNone = exchange.parser.chunked() && exchange.request()[field::content_type].empty();
+    if (!mayBeNone && refusesType(exchange)) {
         return Next::answer;
     }
     if (exchange.body->remaining() > limits.jsonBody) {
@@ -88,6 +87,15 @@ bool findFile(Exchange& exchange, const ServerCore& core) {
 }
 
 }  // namespace
+
+bool refusesType(Exchange& exchange) {
+    const auto type = parseContentType(exchange.request()[field::content_type]);
+    if (type && type->mediaType == "application/json") {
+        return false;
+    }
+    exchange.refuse(415, "The body must be application/json");
+    return true;
+}
 
 Next examine(Exchange& exchange, std::string_view head, RequestBuffer& readAhead, KxNNet::Stream& stream,
              const std::string& subject, const ServerCore& core) {

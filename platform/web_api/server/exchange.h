@@ -43,6 +43,10 @@ enum class Next {
 Next examine(Exchange& exchange, std::string_view head, RequestBuffer& readAhead, KxNNet::Stream& stream,
              const std::string& subject, const ServerCore& core);
 
+/// Refuses a body of another type than JSON. A chunked body of no type is none when it turns out to be empty, so that
+/// it is asked once the first byte is there.
+bool refusesType(Exchange& exchange);
+
 /// One line in the log for each change and each refusal.
 void writeAuditLine(const Exchange& exchange, const std::string& peer);
 

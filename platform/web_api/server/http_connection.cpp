@@ -241,6 +241,9 @@ KxNNet::Task<bool> HttpConnection::readText(Exchange& exchange, std::string& tex
             co_return false;
         }
         deadline.set(core.limits.progress);
+        if (text.empty() && !piece.bytes.empty() && refusesType(exchange)) {
+            co_return false;
+        }
         text.append(piece.bytes);
         if (text.size() > core.limits.jsonBody) {
             exchange.refuse(413, "The body is larger than " + std::to_string(core.limits.jsonBody) + " bytes");
