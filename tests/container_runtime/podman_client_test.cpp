@@ -232,6 +232,25 @@ TEST_F(PodmanClientTest, EndsAnAnswerThatTricklesOnForever) {
     isDone = true;
 }
 
+TEST_F(PodmanClientTest, SendsTheWholeFileWhenPodmanOnlyAnnouncesThatItGoesOn) {
+    const std::string image(3'000'000, 'x');
+    std::ofstream(directory.path("image.tar")) << image;
+    std::size_t taken = 0;
+    const PodmanDouble podman(socket, [&](Peer& peer) {
+        peer.readHeader();
+        peer.send("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 102 Proc");
+        std::this_thread::sleep_for(50ms);
+        peer.send("essing\r\n\r\n");
+        taken = peer.readBody(image.size()).size();
+        peer.answer(200, "loaded");
+    });
+    PodmanClient client(podman.address());
+    const PodmanReply reply = client.execute({"/images/load", Method::POST, {}, directory.path("image.tar"), true},
+                                             {running, Clock::now() + 10s});
+    EXPECT_EQ(std::to_string(reply.status) + reply.body, "200loaded");
+    EXPECT_EQ(taken, image.size());
+}
+
 TEST_F(PodmanClientTest, ReadsARefusalThatComesBeforeTheFileWasSent) {
     std::ofstream(directory.path("image.tar")) << std::string(10'000'000, 'x');
     for (const bool staysOpen : {true, false}) {

@@ -8,6 +8,7 @@
 #include <boost/optional.hpp>
 #include <chrono>
 #include <memory>
+#include <span>
 #include <string>
 #include <thread>
 
@@ -102,6 +103,16 @@ public:
         buffer.reserve(READ_SIZE);
     }
 
+    /// Looks at what has come without waiting. True when it is the answer or tells that there will be none, false while
+    /// it is nothing or an announcement that Podman goes on.
+    bool hasBegunToAnswer() {
+        const KxNNet::Step step = receiveWith([this](std::span<char> room) { return connection.tryRead(room); });
+        if (step.outcome == KxNNet::Outcome::wantsRead) {
+            return false;
+        }
+        return step.outcome != KxNNet::Outcome::done || !parse() || parser->is_header_done();
+    }
+
     PodmanAnswer run() {
         try {
             while (parse() && receive()) {
@@ -120,6 +131,9 @@ private:
 
     /// Gives the parser what has come. False when nothing more is wanted.
     bool parse() {
+        if (parser->is_done()) {
+            return false;
+        }
         ErrorCode error;
         buffer.consume(parser->put(buffer.data(), error));
         if (parser->is_done() && parser->get().result_int() / 100 == 1) {  // Podman announces that it goes on
@@ -137,12 +151,7 @@ private:
         if (isTrickle) {
             std::this_thread::sleep_for(GATHERING_TIME);
         }
-        const std::size_t size = READ_SIZE - buffer.size();
-        if (size == 0) {
-            throw refuse(request, http::error::buffer_overflow);
-        }
-        const auto room = buffer.prepare(size);
-        const KxNNet::Step step = connection.read({static_cast<char*>(room.data()), room.size()}, limits);
+        const KxNNet::Step step = receiveWith([this](std::span<char> room) { return connection.read(room, limits); });
         if (step.outcome == KxNNet::Outcome::closed && hasBegun) {
             endWithTheConnection();
             return false;
@@ -151,10 +160,23 @@ private:
             const PodmanFailure failure = failureOf(request, step.outcome, step.error);
             throw PodmanFailure(failure.what(), failure.status, step.outcome == KxNNet::Outcome::closed);
         }
-        buffer.commit(step.size);
-        hasBegun = true;
         isTrickle = isPassingOn() && step.size < READ_SIZE / 8;
         return true;
+    }
+
+    template <class Read>
+    KxNNet::Step receiveWith(Read read) {
+        const std::size_t size = READ_SIZE - buffer.size();
+        if (size == 0) {
+            throw refuse(request, http::error::buffer_overflow);
+        }
+        const auto room = buffer.prepare(size);
+        const KxNNet::Step step = read({static_cast<char*>(room.data()), room.size()});
+        if (step.outcome == KxNNet::Outcome::done) {
+            buffer.commit(step.size);
+            hasBegun = true;
+        }
+        return step;
     }
 
     /// The end of the connection ends an answer that does not tell its length, and breaks off any other.
@@ -178,9 +200,11 @@ private:
 
 }  // namespace
 
-PodmanAnswer readAnswer(KxNNet::Stream& connection, const PodmanRequest& request, const KxNNet::WaitLimits& limits,
-                        AnswerSink* sink) {
-    return AnswerReader(connection, request, limits, sink).run();
+PodmanAnswer exchange(KxNNet::Stream& connection, const PodmanRequest& request, const KxNNet::WaitLimits& limits,
+                      AnswerSink* sink) {
+    AnswerReader reader(connection, request, limits, sink);
+    sendRequest(connection, request, limits, [&reader] { return reader.hasBegunToAnswer(); });
+    return reader.run();
 }
 
 }  // namespace KxNContainer

@@ -1,4 +1,4 @@
-// Podman's answer to a request, and how it is read.
+// A request to Podman and its answer.
 #pragma once
 
 #include <string_view>
@@ -26,9 +26,9 @@ struct PodmanAnswer {
     bool isReusable;  ///< the connection can take another request
 };
 
-/// Reads the answer to `request`. With a `sink` that gets the body of a successful one, and an end before the body was
-/// complete leaves the status as it is. Throws PodmanFailure when there is no answer.
-PodmanAnswer readAnswer(KxNNet::Stream& connection, const PodmanRequest& request, const KxNNet::WaitLimits& limits,
-                        AnswerSink* sink);
+/// Sends `request` and reads the answer. With a `sink` that gets the body of a successful one, and an end before the
+/// body was complete leaves the status as it is. Throws PodmanFailure when there is no answer.
+PodmanAnswer exchange(KxNNet::Stream& connection, const PodmanRequest& request, const KxNNet::WaitLimits& limits,
+                      AnswerSink* sink);
 
 }  // namespace KxNContainer

@@ -15,13 +15,12 @@ using Method = KxCCurlHandler::MethodType;
 constexpr std::chrono::seconds PING_TIME{5};
 
 /// Sends the request and reads the answer; keeps the connection if it can be used again.
-PodmanReply exchange(KxNNet::Stream connection, const PodmanRequest& request, const KxNNet::WaitLimits& limits,
-                     ConnectionPool& pool, AnswerSink* sink, pid_t* server) {
-    sendRequest(connection, request, limits);
+PodmanReply exchangeOn(KxNNet::Stream connection, const PodmanRequest& request, const KxNNet::WaitLimits& limits,
+                       ConnectionPool& pool, AnswerSink* sink, pid_t* server) {
+    PodmanAnswer answer = exchange(connection, request, limits, sink);
     if (server != nullptr) {
         *server = peerProcess(connection);
     }
-    PodmanAnswer answer = readAnswer(connection, request, limits, sink);
     if (answer.isReusable && !request.bodyIsFile) {  // of a file some may not have been sent
         pool.put(std::move(connection));
     }
@@ -48,14 +47,14 @@ PodmanReply PodmanClient::call(const PodmanRequest& request, const KxNNet::WaitL
     std::optional<KxNNet::Stream> kept = request.method == Method::GET ? pool.take() : std::nullopt;
     if (kept) {
         try {
-            return exchange(std::move(*kept), request, limits, pool, sink, server);
+            return exchangeOn(std::move(*kept), request, limits, pool, sink, server);
         } catch (const PodmanFailure& failure) {
             if (!failure.died) {
                 throw;
             }
         }
     }
-    return exchange(connectTo(getAddress(), limits), request, limits, pool, sink, server);
+    return exchangeOn(connectTo(getAddress(), limits), request, limits, pool, sink, server);
 }
 
 PodmanReply PodmanClient::callSafely(const PodmanRequest& request, const KxNNet::WaitLimits& limits, pid_t* server) {

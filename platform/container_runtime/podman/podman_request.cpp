@@ -113,22 +113,28 @@ void sendHeaderAndBody(KxNNet::Stream& connection, const PodmanRequest& request,
     }
 }
 
-/// True when Podman has sent something or hung up: an answer before the end of the request is a refusal.
-bool isAnswered(const KxNNet::Stream& connection, const PodmanRequest& request, const KxNNet::WaitLimits& limits) {
+/// Waits until Podman takes more. False when nothing more is to be sent.
+bool waitForRoom(const KxNNet::Stream& connection, const PodmanRequest& request, const KxNNet::WaitLimits& limits,
+                 const std::function<bool()>& isAnswered) {
     short happened = 0;
-    const Outcome outcome = connection.wait(POLLOUT | POLLIN, limits, happened);
-    if (outcome != Outcome::done) {
-        throw failureOf(request, outcome, errno);
+    while ((happened & POLLOUT) == 0) {
+        const Outcome outcome = connection.wait(POLLOUT | POLLIN, limits, happened);
+        if (outcome != Outcome::done) {
+            throw failureOf(request, outcome, errno);
+        }
+        if ((happened & (POLLOUT | POLLIN)) == 0 || ((happened & POLLIN) != 0 && isAnswered())) {
+            return false;
+        }
     }
-    return (happened & POLLOUT) == 0 || (happened & POLLIN) != 0;
+    return true;
 }
 
 void sendFile(KxNNet::Stream& connection, const PodmanRequest& request, const KxNNet::WaitLimits& limits,
-              BodyFile& file) {
+              BodyFile& file, const std::function<bool()>& isAnswered) {
     const auto room = std::make_unique<std::array<char, CHUNK_SIZE>>();
     while (file.bytesLeft() > 0) {
         for (std::string_view bytes = file.read(*room); !bytes.empty();) {
-            if (isAnswered(connection, request, limits)) {
+            if (!waitForRoom(connection, request, limits, isAnswered)) {
                 return;
             }
             const iovec piece{const_cast<char*>(bytes.data()), bytes.size()};
@@ -161,7 +167,8 @@ PodmanFailure failureOf(const PodmanRequest& request, Outcome outcome, int syste
     }
 }
 
-void sendRequest(KxNNet::Stream& connection, const PodmanRequest& request, const KxNNet::WaitLimits& limits) {
+void sendRequest(KxNNet::Stream& connection, const PodmanRequest& request, const KxNNet::WaitLimits& limits,
+                 const std::function<bool()>& isAnswered) {
     if (!request.path.starts_with('/')) {
         throw PodmanFailure("A Podman path begins with '/': " + request.path, PodmanFailure::UNSENDABLE);
     }
@@ -171,7 +178,7 @@ void sendRequest(KxNNet::Stream& connection, const PodmanRequest& request, const
     }
     BodyFile file(request.body);
     sendHeaderAndBody(connection, request, limits, buildHeader(request, file.bytesLeft()), {});
-    sendFile(connection, request, limits, file);
+    sendFile(connection, request, limits, file, isAnswered);
 }
 
 }  // namespace KxNContainer

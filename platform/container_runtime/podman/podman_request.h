@@ -1,6 +1,7 @@
 // A request to Podman, and how it is sent.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -26,7 +27,8 @@ PodmanFailure failureOf(const PodmanRequest& request, KxNNet::Outcome outcome, i
 
 /// Sends the whole request, or as much of it as Podman takes: an answer that comes while a file is sent ends it, for
 /// Podman has made up its mind. So does a connection that Podman closes, after which an answer may still be waiting.
-/// Throws PodmanFailure.
-void sendRequest(KxNNet::Stream& connection, const PodmanRequest& request, const KxNNet::WaitLimits& limits);
+/// `isAnswered` is asked whenever something has come meanwhile, and takes it off the connection. Throws PodmanFailure.
+void sendRequest(KxNNet::Stream& connection, const PodmanRequest& request, const KxNNet::WaitLimits& limits,
+                 const std::function<bool()>& isAnswered);
 
 }  // namespace KxNContainer
