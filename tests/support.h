@@ -32,6 +32,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::Pair;
 using testing::StartsWith;
+using testing::UnorderedElementsAre;
 
 /// A directory that goes with its owner.
 class TemporaryDirectory {

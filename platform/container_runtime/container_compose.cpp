@@ -1,6 +1,4 @@
 // The operations of the container runtime that run compose commands.
-#include <exception>
-
 #include "KxJson.h"
 #include "platform/container_runtime/container_impl.h"
 #include "platform/container_runtime/podman/podman_api.h"
@@ -24,12 +22,7 @@ std::vector<std::string> toolEnvironment(const PodmanAddress& podman) {
 }
 
 int runCompose(ComposeCommands& commands, ComposeCommand command, const char* fileName, KxNJson::json& result) {
-    try {
-        return commands.run(command, fileName != nullptr ? fileName : "", result);
-    } catch (const std::exception& exception) {
-        result = {{"Message", std::string("The compose command failed: ") + exception.what()}};
-        return ComposeCommands::FAILED;
-    }
+    return commands.run(command, fileName != nullptr ? fileName : "", result);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cerrno>
+#include <exception>
 #include <optional>
 #include <utility>
 
@@ -82,9 +83,9 @@ public:
         job.cancellation = owner.cancellation;
         owner.runningCommands += 1;
         const auto isFree = [&] { return job.cancellation->isCancelled() || owner.busyFiles.count(fileName) == 0; };
-        const bool isInTime = owner.changed.wait_until(lock, Clock::now() + owner.setup.timeLimit, isFree);
+        job.deadline = Clock::now() + owner.setup.timeLimit;  // of the wait and the command together
+        const bool isInTime = owner.changed.wait_until(lock, job.deadline, isFree);
         isTaken = isInTime && !job.cancellation->isCancelled() && owner.busyFiles.insert(fileName).second;
-        job.deadline = Clock::now() + owner.setup.timeLimit;
     }
     ~Turn() {
         const std::lock_guard lock(owner.mutex);
@@ -114,20 +115,11 @@ ComposeCommands::Code ComposeCommands::run(ComposeCommand command, const std::st
             .command = command,
             .fileName = fileName,
             .path = setup.directory + fileName};
-    Code code = BAD_FILE;
-    job.message = refuseName(fileName);
-    if (job.message.empty()) {
-        job.project = projectName(fileName);
-        const Turn turn(*this, job);
-        if (turn) {
-            code = runInTurn(job);
-        } else if (job.cancellation->isCancelled()) {
-            code = FAILED;
-            job.message = job.cannot("the container service is stopping");
-        } else {
-            code = TIMED_OUT;
-            job.message = job.cannot("another command on this file still runs");
-        }
+    Code code = FAILED;
+    try {
+        code = runJob(job);
+    } catch (const std::exception& exception) {
+        job.message = std::string("The compose command failed: ") + exception.what();
     }
     const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - began).count();
     KxCRTE_LOG(1, "Korvex Container Service: Compose %s of '%s' (project '%s') gave %d after %lld ms", job.words.name,
@@ -138,6 +130,22 @@ ComposeCommands::Code ComposeCommands::run(ComposeCommand command, const std::st
               {"ExitCode", job.exitCode ? KxNJson::json(*job.exitCode) : KxNJson::json()},
               {"Output", std::move(job.output)}};
     return code;
+}
+
+ComposeCommands::Code ComposeCommands::runJob(Job& job) {
+    job.message = refuseName(job.fileName);
+    if (!job.message.empty()) {
+        return BAD_FILE;
+    }
+    job.project = projectName(job.fileName);
+    const Turn turn(*this, job);
+    if (turn) {
+        return runInTurn(job);
+    }
+    const bool isStopping = job.cancellation->isCancelled();
+    job.message =
+        job.cannot(isStopping ? "the container service is stopping" : "another command on this file still runs");
+    return isStopping ? FAILED : TIMED_OUT;
 }
 
 ComposeCommands::Code ComposeCommands::runInTurn(Job& job) {

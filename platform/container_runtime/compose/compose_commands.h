@@ -24,7 +24,7 @@ struct ComposeSetup {
     std::vector<std::string> tools;                         ///< the first that can be executed is used
     std::function<std::vector<std::string>()> environment;  ///< for the tool; says where it reaches Podman
     AskPodman askPodman;
-    std::chrono::milliseconds timeLimit = std::chrono::minutes(10);
+    std::chrono::milliseconds timeLimit = std::chrono::minutes(10);  ///< of a command with its wait for others
 };
 
 enum class ComposeCommand { Create, Start, Stop, Remove };
@@ -48,7 +48,7 @@ public:
     explicit ComposeCommands(ComposeSetup setup);
 
     /// `result` becomes {"Message", "Name", "Command", "ExitCode", "Output"}; the exit code is null when the tool did
-    /// not run to its end.
+    /// not run to its end. No exceptions.
     Code run(ComposeCommand command, const std::string& fileName, KxNJson::json& result);
 
     /// Ends the commands that run and those that wait, and returns when none is left. Later ones fail until `resume`.
@@ -59,6 +59,7 @@ private:
     class Turn;
     struct Job;
 
+    Code runJob(Job& job);
     Code runInTurn(Job& job);
     Code interpret(Job& job, const KxNProcess::RunResult& outcome, const ComposeProject& before);
     Code explainFailure(Job& job, const KxNProcess::RunResult& outcome);
