@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <system_error>
 
+#include "KxLog.h"
 #include "platform/common/system_text.h"
 #include "platform/common/unique_fd.h"
 
@@ -93,28 +94,34 @@ ReadResult readSmallFile(const std::string& path, std::size_t maxBytes, std::str
     return ReadResult::Ok;
 }
 
+std::string temporaryName(const std::string& name) {
+    return "." + name + ".tmp";
+}
+
 bool replaceFile(const std::string& path, std::string_view contents, mode_t mode, std::string& error) {
     const std::size_t slash = path.rfind('/');
     const std::string directoryPath = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-    const std::string temporaryName = "." + name + ".tmp";
+    const std::string newName = temporaryName(name);
 
     try {
         const UniqueFd directory(::open(directoryPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (!directory) {
             throw failedTo("open directory", directoryPath);
         }
-        const UniqueFd file = openLocked(directory.get(), temporaryName, directoryPath + temporaryName);
+        const UniqueFd file = openLocked(directory.get(), newName, directoryPath + newName);
         if (!fillAndSync(file.get(), contents, mode) ||
-            ::renameat(directory.get(), temporaryName.c_str(), directory.get(), name.c_str()) != 0) {
+            ::renameat(directory.get(), newName.c_str(), directory.get(), name.c_str()) != 0) {
             const int number = errno;
-            ::unlinkat(directory.get(), temporaryName.c_str(), 0);
+            ::unlinkat(directory.get(), newName.c_str(), 0);
             errno = number;
             throw failedTo("write", path);
         }
-        // Some file systems cannot sync a directory and say EINVAL; there is nothing more to be done on them.
+        // From here on every reader finds the new file, so that it counts as written. Some file systems cannot sync a
+        // directory and say EINVAL; there is nothing more to be done on them.
         if (::fsync(directory.get()) != 0 && errno != EINVAL) {
-            throw failedTo("sync directory", directoryPath);
+            KxCRTE_LOG(3, "Korvex Container Service: '%s' was written but may be the old one after a power cut: %s",
+                       path.c_str(), failedTo("sync directory", directoryPath).what());
         }
         return true;
     } catch (const std::system_error& failure) {

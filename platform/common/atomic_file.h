@@ -16,14 +16,17 @@ enum class ReadResult { Ok, Missing, TooLarge, Failed };
 /// blocks on a pipe or device that lies in the file's place. Any thread.
 ReadResult readSmallFile(const std::string& path, std::size_t maxBytes, std::string& contents, std::string& error);
 
-/// Replaces or makes the file at `path` with `contents` and the permissions `mode`. When it returns true the new file
-/// is on disk; a crash or power cut at any moment leaves the old file or the new one. On false the old file stands and
-/// nothing else is left behind (only when the directory itself cannot be synced is the new one in place already, and
-/// may not outlive a power cut); `error` names the step, the path and the system's text.
+/// The name under which the new contents of the file `name` are prepared, beside it.
+std::string temporaryName(const std::string& name);
+
+/// Replaces or makes the file at `path` with `contents` and the permissions `mode`. When it returns true every reader
+/// finds the new file; a crash or power cut at any moment leaves the old file or the new one, and one after it returned
+/// leaves the new one (only when the directory could not be synced, which is a level-3 log line, may it still leave the
+/// old). On false the old file stands and nothing else is left behind; `error` names the step, the path and the
+/// system's text.
 ///
-/// The directory must exist. The new contents are prepared in it under the name "." + name + ".tmp"; what a killed
-/// process left under that name is used up by the next replacement. Writers of one file exclude each other, across
-/// threads and processes; the last one wins. Any thread.
+/// The directory must exist. What a killed process left under the temporary name is used up by the next replacement.
+/// Writers of one file exclude each other, across threads and processes; the last one wins. Any thread.
 bool replaceFile(const std::string& path, std::string_view contents, mode_t mode, std::string& error);
 
 }  // namespace KxNCommon

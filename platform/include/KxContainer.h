@@ -104,6 +104,8 @@ public:
     int GetContainerServiceStatus(bool readAnew);
 
     // Settings. The setters return true when the settings file on disk holds the new value; on false nothing changed.
+    // A file that was replaced counts as changed also when its directory could not be synced then: a level-3 line says
+    // that a power cut may bring the old one back. The same holds for the plugin configuration.
     bool EnableContainerService();
     bool DisableContainerService();
     KxCCTESettings::KxSUserSettings GetContainerServiceUserSettings();

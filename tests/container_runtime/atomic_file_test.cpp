@@ -1,11 +1,30 @@
 #include "platform/common/atomic_file.h"
 
+#include "log_recorder.h"
 #include "tests/support.h"
 
 using namespace KxNCommon;
 using namespace KxNTests;
 
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+int directorySyncError = 0;
+
+}  // namespace
+
+/// The system's, but for directories whose disk fails.
+extern "C" int fsync(int descriptor) {
+    struct stat status {};
+    if (directorySyncError != 0 && ::fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode)) {
+        errno = directorySyncError;
+        return -1;
+    }
+    return static_cast<int>(::syscall(SYS_fsync, descriptor));
+}
 
 namespace {
 
@@ -40,6 +59,17 @@ TEST(AtomicFile, FailureNamesPathAndReasonAndKeepsTheOldState) {
     EXPECT_FALSE(replaceFile(directory.path("taken"), "x", 0644, error));
     EXPECT_THAT(error, AllOf(HasSubstr("taken'"), HasSubstr("Is a directory")));
     EXPECT_EQ(directory.fileNames(), std::vector<std::string>{"taken"});
+}
+
+TEST(AtomicFile, CountsAsReplacedAlsoWhenTheDirectoryCannotBeSynced) {
+    const TemporaryDirectory directory;
+    std::string error;
+    directorySyncError = EIO;
+    EXPECT_TRUE(replaceFile(directory.path("settings"), "new", 0644, error)) << error;
+    directorySyncError = 0;
+    EXPECT_EQ(readBack(directory.path("settings")), "new");
+    EXPECT_THAT(takeLogLines(),
+                ElementsAre(Pair(3, AllOf(HasSubstr("settings' was written"), HasSubstr("Input/output")))));
 }
 
 TEST(AtomicFile, ReaderRefusesWhatIsNoSmallRegularFile) {

@@ -55,12 +55,14 @@ TEST(Inventory, HoldsFilesOfAllDirectoriesAndOutlivesOddOnes) {
     std::ofstream(directory.path("images/b.tar")) << "123";
     std::ofstream(directory.path("images/sub/a.tar")) << "1";
     std::ofstream(directory.path("plugins/\xff.crp")) << "";
+    std::ofstream(directory.path("plugins/config.json")) << "{}";
+    std::ofstream(directory.path("plugins/.config.json.tmp")) << "{";
     std::filesystem::create_directory_symlink("..", directory.path("images/loop"));
     std::filesystem::create_symlink("nowhere", directory.path("images/dangling"));
     const std::string file = directory.path("inventory.json");
     Inventory inventory({{"image", directory.path("images")},
                          {"composeFile", directory.path("missing")},
-                         {"plugin", directory.path("plugins")}},
+                         {"plugin", directory.path("plugins"), "config.json"}},
                         file);
     ASSERT_TRUE(inventory.scan());
     auto document = KxNJson::json::parse(std::ifstream(file));

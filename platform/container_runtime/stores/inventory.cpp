@@ -76,7 +76,11 @@ private:
                 report("'" + path + "' lies too deep");
             }
         } else if (::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
-            files.push_back({path.substr(directory.path.size() + 1), static_cast<std::uint64_t>(status.st_size),
+            std::string name = path.substr(directory.path.size() + 1);
+            if (name == directory.ownFile || name == KxNCommon::temporaryName(directory.ownFile)) {
+                return;
+            }
+            files.push_back({std::move(name), static_cast<std::uint64_t>(status.st_size),
                              static_cast<std::int64_t>(status.st_mtim.tv_sec)});
         }
     }
@@ -105,7 +109,7 @@ std::vector<ManagedDirectory> managedDirectories() {
     using namespace KxNContainerPaths;
     return {{"image", IMAGES_STORAGE_DIR},
             {"composeFile", COMPOSE_FILES_PATH.substr(0, COMPOSE_FILES_PATH.size() - 1)},
-            {"plugin", PLUGINS_DIR},
+            {"plugin", PLUGINS_DIR, std::filesystem::path(PLUGIN_CONFIG_FILE).filename()},
             {"certificate", CONTAINER_CERTS_DIR}};
 }
 

@@ -12,6 +12,7 @@ inline constexpr const char* INVENTORY_FILE = "/run/KxInventoryTree.json";
 struct ManagedDirectory {
     std::string kind;  ///< of the files in it: "image", "composeFile", "plugin", "certificate"
     std::string path;
+    std::string ownFile = {};  ///< name of one in it that the platform keeps for itself; not part of the inventory
 };
 
 /// The managed directories of the container service.
