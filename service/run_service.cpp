@@ -1,5 +1,7 @@
 #include "service/run_service.h"
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -79,9 +81,10 @@ std::unique_ptr<KxCServer> startServer(KxCErrorListPool& pool, KxCContainerHandl
     return server;
 }
 
-/// Tells other processes on the target that the container service is enabled.
+/// Tells other processes on the target that the container service is enabled: all of them, whatever the umask.
 void writeEnableMarker() {
     if (std::FILE* marker = std::fopen(ENABLE_MARKER, "w"); marker != nullptr) {
+        fchmod(fileno(marker), S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH);
         std::fputs("1\n", marker);
         std::fclose(marker);
     }

@@ -1,4 +1,5 @@
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <csignal>
 
@@ -37,12 +38,23 @@ protected:
         world().journal.clear();
         world().onInitialized = [this] {
             markerWhileServing = readFile(MARKER);
+            isMarkerForAll = (std::filesystem::status(MARKER).permissions() & std::filesystem::perms::others_read) !=
+                             std::filesystem::perms::none;
             KxCServiceController::onSignal(*world().masterErrors, 15);
         };
     }
 
     std::string markerWhileServing;
+    bool isMarkerForAll = false;
 };
+
+TEST_F(Process, MarkerIsForAllToSeeWhateverTheUmask) {
+    std::filesystem::remove(MARKER);
+    const mode_t before = ::umask(0077);
+    EXPECT_EQ(runService(), 0);
+    ::umask(before);
+    EXPECT_TRUE(isMarkerForAll);
+}
 
 TEST_F(Process, StartsAndEndsInOrderWhateverFails) {
     const std::string runs = "init\nStart\n" + WAITED + "Stop\n";
