@@ -7,6 +7,7 @@
 #include "KxContainer.h"
 #include "KxCustomConfig.h"
 #include "KxLog.h"
+#include "KxRtos.h"
 #include "platform/container_runtime/container_impl.h"
 #include "platform/container_runtime/logs/log_cursor.h"
 #include "platform/container_runtime/logs/log_entries.h"
@@ -19,21 +20,15 @@ namespace KxNContainer {
 
 namespace Config = KxNCustomConfig::KxNContainerRuntime;
 
-namespace {
-
-/// The most a call to Podman takes after the runtime has failed: no Stop follows then that would end it, and the
-/// process does not end before its calls.
-constexpr std::chrono::seconds UNATTENDED_CALL{10};
-
-}  // namespace
-
 KxCContainer* KxCContainer::GetInstance() {
     // Never destroyed: threads of the web API server may still run during exit.
     static KxCContainer& instance = *new KxCContainer;
     return &instance;
 }
 
-KxCContainer::KxCContainer() : impl(std::make_unique<Impl>()) {}
+KxCContainer::KxCContainer() : impl(std::make_unique<Impl>()) {
+    KxNRtosAbstraction::observeTermination([] { GetInstance()->impl->endUnattendedRequests(); });
+}
 KxCContainer::~KxCContainer() = default;
 
 KxCContainer::Impl::Impl() {
@@ -72,6 +67,12 @@ void KxCContainer::Impl::endRequests() {
     logStreams.close();
     runningRequests()->cancel();
     compose.stop();
+}
+
+void KxCContainer::Impl::endUnattendedRequests() {
+    if (status == FAILED) {
+        runningRequests()->cancel();
+    }
 }
 
 void KxCContainer::Impl::allowRequests() {
@@ -152,8 +153,7 @@ PodmanReply KxCContainer::ExecutePodmanRequest(const std::string& path, KxCCurlH
     const auto requests = impl->runningRequests();
     KxNNet::WaitLimits limits{*requests, std::nullopt};
     if (!isLongRunning) {
-        const auto longest = impl->status == FAILED ? UNATTENDED_CALL : timeLimit(path, method);
-        limits.deadline = std::chrono::steady_clock::now() + longest;
+        limits.deadline = std::chrono::steady_clock::now() + timeLimit(path, method);
     }
     const bool bodyIsFile = isLongRunning && method == KxCCurlHandler::MethodType::POST;
     return impl->podman.execute({path, method, headers, body, bodyIsFile}, limits);

@@ -34,6 +34,9 @@ struct KxCContainer::Impl {
     /// Ends them and all later ones, until `allowRequests`.
     void endRequests();
     void allowRequests();
+    /// Ends them when the process is asked to end after the runtime has failed: no Stop follows then that would, and
+    /// the process does not end before they do.
+    void endUnattendedRequests();
 
     bool fail(const std::string& reason);
 

@@ -1,6 +1,7 @@
 // RTOS abstraction: single instance, signals, the service-initialised report, mutexes.
 #pragma once
 
+#include <functional>
 #include <memory>
 
 class KxCErrorListPool;
@@ -23,8 +24,39 @@ void installSignalHandler(KxCErrorListPool& pool, int signalNumber, SignalHandle
 /// unless it is the handler itself that calls.
 void removeSignalHandler(KxCErrorListPool& pool, int signalNumber);
 
-/// Reports the end of start-up to the service manager that started the process (sd_notify(3)), if there is one.
+/// Has `observer` called whenever one of those signals with a handler that ask a process to end (SIGTERM, SIGINT)
+/// arrives: on the thread of the handler, and before it. For a library of the platform that holds up the end and whom
+/// nobody tells of it. The last one given counts; null for none.
+void observeTermination(void (*observer)());
+
+/// Reports the end of start-up to the service manager that started the process (sd_notify(3)), if there is one. Where
+/// that watches the process (sd_watchdog_enabled(3)), it is told from here on that the process lives, as long as all
+/// life signs are given.
 void setServiceInitialized();
+
+/// An activity without which the service is of no use. Where the service manager watches the process it is asked
+/// several times in each watchdog period whether it goes on; when it has not answered for one and a half of them, the
+/// manager hears no more of the process and starts it again.
+class KxCLifeSign {
+public:
+    using Answer = std::function<void()>;
+
+    /// `name` stands in the level-4 line about a missing answer, and lives as long as the object. `ask` is called by a
+    /// thread of the platform; it returns at once and has the activity call `answer`, which may outlive the object.
+    KxCLifeSign(const char* name, std::function<void(Answer answer)> ask);
+    /// When it returns, `ask` is not running and is not called again.
+    ~KxCLifeSign();
+    KxCLifeSign(const KxCLifeSign&) = delete;
+    KxCLifeSign& operator=(const KxCLifeSign&) = delete;
+
+    /// The activity goes on; also without being asked. Any thread; takes no lock.
+    void answer();
+
+    struct State;  ///< the library's own
+
+private:
+    const std::shared_ptr<State> state;
+};
 
 /// A mutex. Not recursive.
 class KxCMutex {

@@ -1,3 +1,4 @@
+#include <atomic>
 #include <boost/asio/dispatch.hpp>
 #include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/io_context.hpp>
@@ -19,6 +20,8 @@ namespace KxNRtosAbstraction {
 namespace {
 
 namespace asio = boost::asio;
+
+std::atomic<void (*)()> terminationObserver{nullptr};
 
 /// Calls the registered handlers, one at a time, on a thread of its own. Everything else happens there, too, so that a
 /// handler that is removed is not running.
@@ -81,6 +84,10 @@ private:
             if (error) {
                 return;
             }
+            const auto observer = terminationObserver.load();
+            if (observer != nullptr && (number == SIGTERM || number == SIGINT)) {
+                observer();
+            }
             registration->handler(registration->pool, number);
             if (const auto found = registrations.find(number);
                 found != registrations.end() && found->second == registration) {
@@ -116,6 +123,10 @@ void attempt(KxCErrorListPool& pool, int signalNumber, const char* what, Action 
 void installSignalHandler(KxCErrorListPool& pool, int signalNumber, SignalHandler handler) {
     attempt(pool, signalNumber, "Installing the handler",
             [&](Delivery& delivery) { delivery.install(signalNumber, handler, pool); });
+}
+
+void observeTermination(void (*observer)()) {
+    terminationObserver.store(observer);
 }
 
 void removeSignalHandler(KxCErrorListPool& pool, int signalNumber) {

@@ -3,13 +3,14 @@
 import asyncio
 import http.client
 import signal
+import socket
 import subprocess
 import threading
 import time
 
 import websockets
 from clients import half_header, half_json, half_upload
-from device import COMPOSE, COUNTER, MARKER, kx, upload_image, upload_text
+from device import COMPOSE, COUNTER, MARKER, SETTINGS, kx, upload_image, upload_text
 from podman_faults import follow, read_until
 
 # The compose tool may take 2 s to end and Podman 5 s before they are killed; then running requests have 5 s; the rest is
@@ -88,6 +89,28 @@ def end_in_the_middle(fault, device, is_frozen, delay):
         fault.expect(again.request("GET", "/containers").status == 200, "does not start again")
 
 
+def end_after_failed_start(fault, device, wait):
+    """A call to a Podman that says nothing lasts as long as any other, but no longer than the process."""
+    kx.clear_device()
+    SETTINGS.parent.mkdir(parents=True, exist_ok=True)
+    SETTINGS.write_text('{"tcp_port": 0}')  # where no Podman can be: the start fails
+    with socket.socket(socket.AF_UNIX) as podman:
+        podman.bind(kx.PODMAN_SOCKET)
+        podman.listen()
+        with device.service({"ContainerRuntime.PodmanTransport": "tcp"}, fresh=False) as running:
+            state = running.request("GET", "/settings").json()["service_state"]
+            fault.expect(state == "failed", f"the start did not fail: {state}")
+            thread = in_background(lambda: follow_log(running))
+            time.sleep(wait)
+            fault.expect(thread.is_alive(), f"a call to Podman ended within {wait} s")
+            begin = time.monotonic()
+            status = running.stop(signal.SIGTERM, BOUND + 30)
+            took = time.monotonic() - begin
+            fault.recovered(took)
+            fault.expect(took <= BOUND, f"took {took:.1f} s to end")
+            fault.expect(status == 1, f"exit status {status}\n{running.log()[-2000:]}")
+
+
 def run(device, report, plan):
     rounds = 1 if plan.quick else 10
     for is_frozen in (False, True):
@@ -97,3 +120,5 @@ def run(device, report, plan):
                 with fault.guarded():
                     end_in_the_middle(fault, device, is_frozen, number % 5 * 0.3)
             fault.notes.append(f"recovery is the time to its end, {BOUND} s at most")
+    with report.fault("SIGTERM after a failed start, a call to a silent Podman under way") as fault, fault.guarded():
+        end_after_failed_start(fault, device, 1 if plan.quick else 12)
