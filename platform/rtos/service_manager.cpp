@@ -1,3 +1,5 @@
+#include "platform/rtos/service_manager.h"
+
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
@@ -6,7 +8,6 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include "KxLog.h"
 #include "KxRtos.h"
@@ -16,17 +17,16 @@ namespace KxNRtosAbstraction {
 
 namespace {
 
-constexpr std::string_view READY = "READY=1";
 constexpr timeval SEND_PATIENCE{5, 0};
 
-void logFailure(std::string_view address, const char* reason) {
-    KxCRTE_LOG(3, "Korvex Container Service: The service manager was not told that the service is ready (%.*s): %s",
+void logFailure(const char* what, std::string_view address, const char* reason) {
+    KxCRTE_LOG(3, "Korvex Container Service: The service manager was not told that the service %s (%.*s): %s", what,
                static_cast<int>(address.size()), address.data(), reason);
 }
 
 }  // namespace
 
-void setServiceInitialized() {
+void notifyServiceManager(std::string_view state, const char* what) {
     const char* const variable = std::getenv("NOTIFY_SOCKET");
     if (variable == nullptr || *variable == '\0') {
         return;
@@ -35,7 +35,7 @@ void setServiceInitialized() {
     sockaddr_un target{};
     target.sun_family = AF_UNIX;
     if ((address.front() != '/' && address.front() != '@') || address.size() >= sizeof(target.sun_path)) {
-        logFailure(address, "NOTIFY_SOCKET names no Unix socket");
+        logFailure(what, address, "NOTIFY_SOCKET names no Unix socket");
         return;
     }
     address.copy(target.sun_path, address.size());
@@ -46,14 +46,19 @@ void setServiceInitialized() {
         static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + address.size() + (address.front() == '/' ? 1 : 0));
     const KxNCommon::UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (!socket) {
-        logFailure(address, std::strerror(errno));
+        logFailure(what, address, std::strerror(errno));
         return;
     }
     ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &SEND_PATIENCE, sizeof(SEND_PATIENCE));
-    if (::sendto(socket.get(), READY.data(), READY.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&target),
+    if (::sendto(socket.get(), state.data(), state.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&target),
                  length) < 0) {
-        logFailure(address, std::strerror(errno));
+        logFailure(what, address, std::strerror(errno));
     }
+}
+
+void setServiceInitialized() {
+    notifyServiceManager("READY=1", "is ready");
+    startWatchdog();
 }
 
 }  // namespace KxNRtosAbstraction

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstddef>
 #include <future>
+#include <optional>
 
 #include "KxErrorManager.h"
 #include "KxRtos.h"
@@ -133,16 +134,22 @@ std::string logOfNotification(const std::string& address) {
     return testing::internal::GetCapturedStderr();
 }
 
+/// A socket at `address` as a service manager has it.
+KxNCommon::UniqueFd listenAt(const std::string& address) {
+    KxNCommon::UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    address.copy(name.sun_path, sizeof(name.sun_path) - 1);
+    name.sun_path[0] = address[0] == '@' ? '\0' : '/';
+    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + address.size());
+    EXPECT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&name), size), 0);
+    return socket;
+}
+
 TEST(ServiceInitialized, ReachesAServiceManagerAtAPathAndAtAnAbstractAddress) {
     for (const std::string& address :
          {"@kx-notify-" + std::to_string(::getpid()), testing::TempDir() + "kx-notify-" + std::to_string(::getpid())}) {
-        const KxNCommon::UniqueFd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-        sockaddr_un name{};
-        name.sun_family = AF_UNIX;
-        address.copy(name.sun_path, sizeof(name.sun_path) - 1);
-        name.sun_path[0] = address[0] == '@' ? '\0' : '/';
-        const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + address.size());
-        ASSERT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&name), size), 0);
+        const KxNCommon::UniqueFd socket = listenAt(address);
         EXPECT_EQ(logOfNotification(address), "");
         ::unlink(address.c_str());
         std::array<char, 100> text{};
@@ -166,6 +173,41 @@ TEST(ServiceInitialized, WithoutAServiceManagerNothingIsSaidAndAnUnreachableOneI
     EXPECT_EQ(logOfNotification(""), "");
     ::unsetenv("NOTIFY_SOCKET");
     setServiceInitialized();
+}
+
+TEST(Watchdog, IsFedAsLongAsAllLifeSignsAreGiven) {
+    const std::string address = "@kx-watchdog-" + std::to_string(::getpid());
+    const KxNCommon::UniqueFd manager = listenAt(address);
+    const auto heardOf = [&](std::string_view wanted) {
+        std::array<char, 100> text{};
+        const ssize_t size = ::recv(manager.get(), text.data(), text.size(), MSG_DONTWAIT);
+        return std::string_view(text.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0))) == wanted;
+    };
+    std::atomic<bool> isHanging{false};
+    std::optional<KxCLifeSign> sign;
+    sign.emplace("patient", [&](const KxCLifeSign::Answer& answer) { isHanging ? static_cast<void>(0) : answer(); });
+    const KxCLifeSign other("other", [](const KxCLifeSign::Answer& answer) { answer(); });
+    testing::internal::CaptureStderr();
+    ::setenv("NOTIFY_SOCKET", address.c_str(), 1);
+    ::setenv("WATCHDOG_USEC", "300000", 1);
+    setServiceInitialized();
+    EXPECT_TRUE(heardOf("READY=1"));
+    const auto hears = [&] { return heardOf("WATCHDOG=1"); };
+    EXPECT_TRUE(waitFor(hears));
+    EXPECT_TRUE(waitFor(hears));
+    isHanging = true;
+    EXPECT_TRUE(waitFor([&] {
+        std::this_thread::sleep_for(1s);
+        bool isSilent = true;
+        while (hears()) {
+            isSilent = false;
+        }
+        return isSilent;
+    }));
+    sign.reset();  // what has ended need not answer
+    EXPECT_TRUE(waitFor(hears));
+    ::unsetenv("NOTIFY_SOCKET");
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("ERROR Korvex Container Service: The patient hangs"));
 }
 
 TEST(Mutex, ATimedLockGivesUpInTimeAndTakesAFreeOneAtOnce) {

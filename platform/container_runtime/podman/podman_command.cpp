@@ -27,7 +27,9 @@ public:
         for (char** entry = environ; *entry != nullptr; ++entry) {
             entries.emplace_back(*entry);
         }
-        remove("NOTIFY_SOCKET");  // the service reports for itself
+        for (const char* name : {"NOTIFY_SOCKET", "WATCHDOG_USEC", "WATCHDOG_PID"}) {
+            remove(name);  // the service reports for itself
+        }
     }
 
     void set(const std::string& name, const std::string& value) {

@@ -1,9 +1,11 @@
 #include "platform/container_runtime/podman/podman_service.h"
 
 #include <poll.h>
+#include <sys/eventfd.h>
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -44,6 +46,8 @@ void PodmanService::start(KxNProcess::Program podmanCommand, std::int32_t cpus) 
     std::future<void> outcome = started.get_future();
     try {
         stopping = std::make_unique<KxNNet::Cancellation>();
+        asked = KxNCommon::UniqueFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+        lifeSign.emplace("Podman watch", [this](const auto&) { ::eventfd_write(asked.get(), 1); });
         const KxNCommon::BlockedSignals blocked;
         thread = std::thread(&PodmanService::run, this, std::move(started));
     } catch (const std::system_error& error) {
@@ -63,6 +67,7 @@ void PodmanService::stop() {
     }
     stopping->cancel();
     thread.join();
+    lifeSign.reset();
     const bool isOurs = process && process.isOurs();
     process.end(END_PATIENCE, [this] { log.drain(); });
     log.drain();
@@ -138,6 +143,7 @@ void PodmanService::awaitAnswer() {
         pollfd events[] = {{stopping->descriptor(), POLLIN, 0}, {process.descriptor(), POLLIN, 0}};
         ::poll(events, 2, static_cast<int>(START_POLL.count()));
         log.drain();
+        answerWatchdog();
         if (events[0].revents != 0) {
             throw std::runtime_error("The container service is stopping");
         }
@@ -157,11 +163,13 @@ PodmanService::Event PodmanService::watch() {
         // A negative descriptor is not waited for.
         pollfd events[] = {{stopping->descriptor(), POLLIN, 0},
                            {process ? process.descriptor() : -1, POLLIN, 0},
-                           {log.descriptor(), POLLIN, 0}};
+                           {log.descriptor(), POLLIN, 0},
+                           {asked.get(), POLLIN, 0}};
         while (events[0].revents == 0 && events[1].revents == 0 && Clock::now() < nextPing) {
             const auto left = std::chrono::ceil<milliseconds>(nextPing - Clock::now());
-            ::poll(events, 3, static_cast<int>(std::max<long long>(left.count(), 0)));
+            ::poll(events, std::size(events), static_cast<int>(std::max<long long>(left.count(), 0)));
             log.drain();
+            answerWatchdog();
         }
         if (events[0].revents != 0) {
             return Event::Stopped;
@@ -200,8 +208,23 @@ bool PodmanService::isAlive(int& failures) {
 
 /// False when the service is stopping.
 bool PodmanService::pauseFor(milliseconds pause) {
-    pollfd stopped{stopping->descriptor(), POLLIN, 0};
-    return ::poll(&stopped, 1, static_cast<int>(pause.count())) <= 0;
+    const auto end = Clock::now() + pause;
+    for (auto left = pause; left.count() > 0; left = std::chrono::ceil<milliseconds>(end - Clock::now())) {
+        pollfd events[] = {{stopping->descriptor(), POLLIN, 0}, {asked.get(), POLLIN, 0}};
+        ::poll(events, std::size(events), static_cast<int>(left.count()));
+        if (events[0].revents != 0) {
+            return false;
+        }
+        answerWatchdog();
+    }
+    return true;
+}
+
+/// Wherever the thread waits, it comes by here when it is asked, or within a few seconds.
+void PodmanService::answerWatchdog() {
+    eventfd_t count;
+    ::eventfd_read(asked.get(), &count);
+    lifeSign->answer();
 }
 
 }  // namespace KxNContainer

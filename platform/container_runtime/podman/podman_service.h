@@ -5,9 +5,12 @@
 #include <cstdint>
 #include <future>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 
+#include "KxRtos.h"
+#include "platform/common/unique_fd.h"
 #include "platform/container_runtime/podman/podman_client.h"
 #include "platform/container_runtime/podman/podman_log.h"
 #include "platform/net/cancellation.h"
@@ -41,6 +44,7 @@ private:
     Event watch();
     bool isAlive(int& failures);
     bool pauseFor(std::chrono::milliseconds pause);
+    void answerWatchdog();
 
     PodmanClient& client;
     KxNProcess::Program command;
@@ -48,6 +52,8 @@ private:
     PodmanLog log;
     KxNProcess::ServiceProcess process;  ///< holds none when Podman was found by TCP, where nobody tells its process
     std::unique_ptr<KxNNet::Cancellation> stopping;
+    KxNCommon::UniqueFd asked;  ///< an event: the watchdog wants to know whether the thread goes on
+    std::optional<KxNRtosAbstraction::KxCLifeSign> lifeSign;
     std::thread thread;
 };
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/post.hpp>
 #include <chrono>
 #include <exception>
 
@@ -17,6 +18,8 @@ constexpr std::chrono::milliseconds MONITOR_TICK{1};
 constexpr int MONITOR_IDLE_TICKS = 200;
 constexpr std::chrono::seconds SURPLUS_IDLE{10};
 constexpr std::int64_t BLOCKING_MICROSECONDS = 1000;
+
+using KxNRtosAbstraction::KxCLifeSign;
 
 std::int64_t nowMicroseconds() {
     return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now().time_since_epoch())
@@ -40,14 +43,22 @@ RequestThreads::~RequestThreads() {
 }
 
 void RequestThreads::start() {
-    std::lock_guard lock(mutex);
-    for (std::size_t i = 0; i < kept; ++i) {
-        spawn(i == 0);
+    {
+        std::lock_guard lock(mutex);
+        for (std::size_t i = 0; i < kept; ++i) {
+            spawn(i == 0);
+        }
+        monitorThread = std::thread([this] { monitor(); });
     }
-    monitorThread = std::thread([this] { monitor(); });
+    loopSign.emplace("event loop",
+                     [this](KxCLifeSign::Answer answer) { boost::asio::post(context, std::move(answer)); });
+    followersSign.emplace("waiting request thread",
+                          [this](KxCLifeSign::Answer answer) { askFollowers(std::move(answer)); });
 }
 
 void RequestThreads::stop() {
+    loopSign.reset();
+    followersSign.reset();
     std::list<std::unique_ptr<Thread>> running;
     std::vector<std::unique_ptr<Thread>> ended;
     {
@@ -130,9 +141,10 @@ bool RequestThreads::waitForLead(Thread& self) {
         if (!isSurplus) {
             self.wake.wait(lock);
         } else if (self.wake.wait_for(lock, SURPLUS_IDLE) == std::cv_status::timeout && !isDone() &&
-                   threads.size() > kept) {
+                   threads.size() > kept && !self.isAsked) {
             break;
         }
+        answerRollCall(self);
     }
     if (self.leads) {
         return true;
@@ -144,6 +156,33 @@ bool RequestThreads::waitForLead(Thread& self) {
         threads.erase(own);
     }
     return false;
+}
+
+/// Asks every thread that waits for the lead; they answer together once the last one has woken up. Those in an
+/// operation are not asked, for that may take its time.
+void RequestThreads::askFollowers(KxCLifeSign::Answer answer) {
+    const std::lock_guard lock(mutex);
+    if (unanswered > 0) {
+        return;  // they were asked before
+    }
+    for (Thread* follower : followers) {
+        follower->isAsked = true;
+        follower->wake.notify_one();
+    }
+    followersGoOn = std::move(answer);
+    unanswered = followers.size();
+    if (unanswered == 0) {
+        followersGoOn();
+    }
+}
+
+void RequestThreads::answerRollCall(Thread& self) {
+    if (self.isAsked) {
+        self.isAsked = false;
+        if (--unanswered == 0) {
+            followersGoOn();
+        }
+    }
 }
 
 bool RequestThreads::giveLead() {

@@ -13,9 +13,11 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
+#include "KxRtos.h"
 #include "platform/net/loop_stream.h"
 
 namespace KxNTamberWebApi {
@@ -29,6 +31,7 @@ public:
     RequestThreads(const RequestThreads&) = delete;
     RequestThreads& operator=(const RequestThreads&) = delete;
 
+    /// From here on the service manager's watchdog asks the event loop and all waiting threads whether they go on.
     /// Throws std::system_error when not even the first threads can be made.
     void start();
 
@@ -66,11 +69,14 @@ private:
         std::thread thread;
         std::condition_variable wake;
         bool leads = false;  // written by the thread itself, and by others under the mutex while it waits
+        bool isAsked = false;
     };
 
     void run(Thread& self);
     bool runEvent();
     bool waitForLead(Thread& self);
+    void askFollowers(KxNRtosAbstraction::KxCLifeSign::Answer answer);
+    void answerRollCall(Thread& self);
     void passLeadOn();
     bool giveLead();
     void spawn(bool leads);
@@ -94,9 +100,13 @@ private:
     std::list<std::unique_ptr<Thread>> threads;
     std::vector<Thread*> followers;  // the last one waited shortest
     std::vector<std::unique_ptr<Thread>> finished;
-    bool leadIsVacant = false;  // nobody could be made leader; the next thread that can takes it
+    bool leadIsVacant = false;   // nobody could be made leader; the next thread that can takes it
+    std::size_t unanswered = 0;  // of the followers that were asked whether they go on
+    KxNRtosAbstraction::KxCLifeSign::Answer followersGoOn;  // called once all have answered
     bool stopping = false;
     std::thread monitorThread;
+    std::optional<KxNRtosAbstraction::KxCLifeSign> loopSign;
+    std::optional<KxNRtosAbstraction::KxCLifeSign> followersSign;
 
     static thread_local Thread* current;
 };
