@@ -33,7 +33,7 @@ TEST_F(Images, ListReducesRecords) {
                listed(whole)},
               {"", "500 why", "^" + failed + "why"},
               {"", "200 null", listed("[]")},
-              {"", "200 7", "^4: Podman's image list cannot be read: not an array\n" + failed + "7"},
+              {"", "200 [7", "^4: Podman's image list cannot be read: incomplete JSON at byte 2\n" + failed + "[7"},
           });
 }
 
