@@ -1,11 +1,9 @@
 // The life of the container runtime, and its requests to Podman.
 #include <csignal>
 #include <exception>
-#include <limits>
 #include <stdexcept>
 
 #include "KxContainer.h"
-#include "KxCustomConfig.h"
 #include "KxLog.h"
 #include "KxRtos.h"
 #include "platform/container_runtime/container_impl.h"
@@ -17,8 +15,6 @@
 #include "platform/container_runtime/stores/runtime_directories.h"
 
 namespace KxNContainer {
-
-namespace Config = KxNCustomConfig::KxNContainerRuntime;
 
 KxCContainer* KxCContainer::GetInstance() {
     // Never destroyed: threads of the web API server may still run during exit.
@@ -36,26 +32,10 @@ KxCContainer::Impl::Impl() {
     ::signal(SIGCHLD, SIG_DFL);
     // Logs can be followed without init and Start.
     try {
-        podman.setAddress(findAddress());
+        podman.setAddress(configuredPodman(settings.userSettings()));
     } catch (const std::runtime_error&) {
         // init and Start say what is wrong.
     }
-}
-
-PodmanAddress KxCContainer::Impl::findAddress() const {
-    const auto* config = KxCCustomConfig::getInstance();
-    if (std::string reason; !config->isUsable(Config::pSection, &reason)) {
-        throw std::runtime_error(reason);
-    }
-    if (config->getOption(Config::pSection, Config::pOptionPodmanTransport, "unix", false) == "unix") {
-        return {KxNContainerPaths::PODMAN_SOCKET, 0};
-    }
-    const std::int32_t port = settings.userSettings().tcpPort;
-    if (port < 1 || port > std::numeric_limits<std::uint16_t>::max()) {
-        throw std::runtime_error("Podman cannot be reached by TCP: 'tcp_port' of the settings is " +
-                                 std::to_string(port));
-    }
-    return {"", static_cast<std::uint16_t>(port)};
 }
 
 std::shared_ptr<KxNNet::Cancellation> KxCContainer::Impl::runningRequests() {
@@ -95,8 +75,10 @@ bool KxCContainer::init() {
     impl->settings.reload();
     makeRuntimeDirectories();
     try {
-        const PodmanAddress address = impl->findAddress();
-        impl->tools.mount();
+        const PodmanAddress address = configuredPodman(impl->settings.userSettings());
+        if (!isPodmanExternal()) {
+            impl->tools.mount();
+        }
         impl->podman.setAddress(address);
     } catch (const std::exception& error) {
         return impl->fail(error.what());
@@ -111,9 +93,13 @@ bool KxCContainer::Start() {
     }
     try {
         impl->allowRequests();
-        const PodmanAddress address = impl->findAddress();
+        const PodmanAddress address = configuredPodman(impl->settings.userSettings());
         impl->podman.setAddress(address);
-        impl->podmanService.start(podmanServiceCommand(address), impl->settings.userSettings().coresNum);
+        if (isPodmanExternal()) {
+            impl->podmanService.watchExternal();
+        } else {
+            impl->podmanService.start(podmanServiceCommand(address), impl->settings.userSettings().coresNum);
+        }
     } catch (const std::exception& error) {
         return impl->fail(error.what());
     }

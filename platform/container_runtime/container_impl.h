@@ -26,9 +26,6 @@ namespace KxNContainer {
 struct KxCContainer::Impl {
     Impl();
 
-    /// Where the configuration and the settings say that Podman is. Throws std::runtime_error when they cannot be used.
-    PodmanAddress findAddress() const;
-
     /// What ends the requests that run now.
     std::shared_ptr<KxNNet::Cancellation> runningRequests();
     /// Ends them and all later ones, until `allowRequests`.

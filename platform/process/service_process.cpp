@@ -1,11 +1,12 @@
 #include "platform/process/service_process.h"
 
 #include <poll.h>
-#include <sched.h>
 #include <sys/wait.h>
 
 #include <csignal>
 #include <utility>
+
+#include "platform/process/cpu_limit.h"
 
 extern "C" {  // Debian 12's header does not say so itself
 #include <sys/pidfd.h>
@@ -16,35 +17,6 @@ namespace KxNProcess {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-/// Narrows the calling thread, and so the processes that it starts, to some of the CPUs that it has.
-class CpuLimit {
-public:
-    explicit CpuLimit(std::int32_t cpus) {
-        if (cpus <= 0 || ::sched_getaffinity(0, sizeof previous, &previous) != 0) {
-            return;
-        }
-        cpu_set_t narrowed;
-        CPU_ZERO(&narrowed);
-        for (int cpu = 0; cpu < CPU_SETSIZE && CPU_COUNT(&narrowed) < cpus; ++cpu) {
-            if (CPU_ISSET(cpu, &previous)) {
-                CPU_SET(cpu, &narrowed);
-            }
-        }
-        isNarrowed = ::sched_setaffinity(0, sizeof narrowed, &narrowed) == 0;
-    }
-    ~CpuLimit() {
-        if (isNarrowed) {
-            ::sched_setaffinity(0, sizeof previous, &previous);
-        }
-    }
-    CpuLimit(const CpuLimit&) = delete;
-    CpuLimit& operator=(const CpuLimit&) = delete;
-
-private:
-    cpu_set_t previous{};
-    bool isNarrowed = false;
-};
 
 }  // namespace
 
@@ -92,6 +64,12 @@ void ServiceProcess::end(std::chrono::milliseconds patience, const std::function
         ::pidfd_send_signal(handle.get(), SIGKILL, nullptr, 0);
     }
     collect();
+}
+
+void ServiceProcess::kill() {
+    if (handle) {
+        ::pidfd_send_signal(handle.get(), SIGKILL, nullptr, 0);
+    }
 }
 
 bool ServiceProcess::waitForEnd(std::chrono::milliseconds patience, const std::function<void()>& whileWaiting) {

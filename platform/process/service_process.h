@@ -25,7 +25,7 @@ public:
     /// or less for all. Changes the calling thread's CPU set meanwhile. Throws std::system_error.
     static ServiceProcess start(const Program& program, std::int32_t cpus, int output);
 
-    /// The running process `pid`, which is not ours to end. Holds no process when there is none.
+    /// The running process `pid`, which `end` leaves alone. Holds no process when there is none.
     static ServiceProcess find(pid_t pid);
 
     explicit operator bool() const { return static_cast<bool>(handle); }
@@ -40,6 +40,9 @@ public:
     /// Ends a started process: asks it to, and kills it when it has not ended after `patience`. What it has started
     /// goes on. `whileWaiting` is called now and then.
     void end(std::chrono::milliseconds patience, const std::function<void()>& whileWaiting);
+
+    /// Kills it at once, started or found: whoever watches it sees it end.
+    void kill();
 
 private:
     ServiceProcess(KxNCommon::UniqueFd process, bool isStarted) : handle(std::move(process)), ours(isStarted) {}

@@ -5,52 +5,16 @@ The service runs as systemd runs it, by the unit of the package, with a real Pod
 """
 
 import contextlib
-import http.client
 import json
 import os
 import pathlib
 import re
-import shlex
-import subprocess
 import sys
 import time
 
-NAME = "kx-container-service"
-CONFIGURATION = pathlib.Path(f"/etc/{NAME}.conf")
-PROGRAM = pathlib.Path(f"/usr/sbin/{NAME}")
-MARKER = pathlib.Path("/run/KxContainerRTE.enabled")
-TOKEN = pathlib.Path("/mnt/cfdrive/containers/api-token")
-SETTINGS = pathlib.Path("/mnt/cfdrive/containers/container_rte_settings.json")
-DEFAULT_PORT, OTHER_PORT = 8460, 9460
-
-
-def run(*command, check=True, **options):
-    result = subprocess.run([str(part) for part in command], text=True, stdin=subprocess.DEVNULL, capture_output=True,
-                            timeout=200, **options)
-    if check and result.returncode != 0:
-        raise RuntimeError(f"{shlex.join(map(str, command))} failed:\n{result.stdout}{result.stderr}")
-    return result.stdout.strip()
-
-
-def unit_state(question):
-    return run("systemctl", question, NAME, check=False)
-
-
-def request(method, path, body=None, port=DEFAULT_PORT, expected=200):
-    connection = http.client.HTTPConnection("127.0.0.1", port, timeout=60)
-    headers = {"Authorization": "Bearer " + TOKEN.read_text().strip(), "Content-Type": "application/json"}
-    connection.request(method, "/api/cre/v1.0" + path, body and json.dumps(body), headers)
-    answer = connection.getresponse()
-    text = answer.read()
-    assert answer.status == expected, (answer.status, text)
-    return json.loads(text) if text else None
-
-
-def wait_until(condition, what):
-    deadline = time.monotonic() + 30
-    while not condition():
-        assert time.monotonic() < deadline, what
-        time.sleep(0.1)
+import units
+from installed import (CONFIGURATION, MARKER, NAME, OTHER_PORT, PROGRAM, SETTINGS, TOKEN, main_process, request, run,
+                       unit_state, wait_until)
 
 
 def make_version(package, version, change_configuration=False):
@@ -76,6 +40,7 @@ def make_container():
     run("cp", "/bin/busybox", root / "bin/sh")
     run("tar", "-C", root, "-cf", "/tmp/image.tar", ".")
     run("podman", "import", "/tmp/image.tar", "localhost/test:1")
+    run("podman", "save", "-q", "-o", "/tmp/saved.tar", "localhost/test:1")
     run("podman", "create", "--name", "witness", "localhost/test:1", "/bin/sh", "-c",
         "trap exit TERM; while :; do sleep 1; done")
 
@@ -111,10 +76,9 @@ def test_containers_outlive_the_service(_):
     assert time.monotonic() - begin < 20
     assert witness() == pid and not MARKER.exists()
     run("systemctl", "start", NAME)
-    killed = run("systemctl", "show", "-P", "MainPID", NAME)
+    killed = main_process()
     run("kill", "-KILL", killed)
-    wait_until(lambda: unit_state("is-active") == "active" and
-               run("systemctl", "show", "-P", "MainPID", NAME) not in ("0", killed), "started again")
+    wait_until(lambda: unit_state("is-active") == "active" and main_process() not in (0, killed), "started again")
     assert witness() == pid
     request("POST", "/containers/witness/stop?timeout=5", expected=204)
     request("POST", "/containers/witness/start", expected=204)
@@ -148,7 +112,7 @@ def test_purge_leaves_only_data_and_containers(_):
     before, pid = data(), witness()
     run("dpkg", "--purge", NAME)
     assert data() == before and witness() == pid
-    left = run("find", "/etc", "/usr", "/var", "/run", "-xdev", "(", "-name", f"{NAME}*", "-o", "-name", "KxContainerRTE*",
+    left = run("find", "/etc", "/usr", "/var", "/run", "-xdev", "(", "-name", f"{NAME}*", "-o", "-name", "kx-container-podman*", "-o", "-name", "KxContainerRTE*",
                ")", "-not", "-path", f"{pathlib.Path.cwd()}/*")
     assert left == "", left
 
@@ -159,7 +123,7 @@ def main():
     with contextlib.suppress(RuntimeError):
         run("dpkg", "--purge", NAME)
     for step in (test_installation_starts_the_service, test_containers_outlive_the_service,
-                 test_upgrade_keeps_what_was_edited,
+                 *units.TESTS, test_upgrade_keeps_what_was_edited,
                  test_removal_stops_the_service_and_keeps_configuration_data_and_containers,
                  test_purge_leaves_only_data_and_containers):
         try:

@@ -5,8 +5,11 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <stdexcept>
 #include <string_view>
+#include <utility>
 
+#include "KxCustomConfig.h"
 #include "KxLog.h"
 #include "service/paths.h"
 
@@ -103,6 +106,27 @@ KxNProcess::Program podmanServiceCommand(const PodmanAddress& address) {
     }
     command.arguments.insert(command.arguments.end(), {"system", "service", "--time=0", address.text()});
     return command;
+}
+
+PodmanAddress configuredPodman(const KxCCTESettings::KxSUserSettings& settings) {
+    namespace Config = KxNCustomConfig::KxNContainerRuntime;
+    const auto* config = KxCCustomConfig::getInstance();
+    if (std::string reason; !config->isUsable(Config::pSection, &reason)) {
+        throw std::runtime_error(reason);
+    }
+    if (config->getOption(Config::pSection, Config::pOptionPodmanTransport, "unix", false) == "unix") {
+        return {Paths::PODMAN_SOCKET, 0};
+    }
+    if (!std::in_range<std::uint16_t>(settings.tcpPort) || settings.tcpPort == 0) {
+        throw std::runtime_error("Podman cannot be reached by TCP: 'tcp_port' of the settings is " +
+                                 std::to_string(settings.tcpPort));
+    }
+    return {"", static_cast<std::uint16_t>(settings.tcpPort)};
+}
+
+bool isPodmanExternal() {
+    const char* const value = std::getenv("KX_PODMAN");
+    return value != nullptr && std::string_view(value) == "external";
 }
 
 }  // namespace KxNContainer

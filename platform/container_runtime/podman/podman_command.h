@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "KxContainer.h"
 #include "platform/container_runtime/podman/podman_address.h"
 #include "platform/process/spawn.h"
 
@@ -16,5 +17,12 @@ KxNProcess::Program podmanServiceCommand(const PodmanAddress& address);
 /// The environment for the container tools: this process's own, and where the tools hold them, their libraries,
 /// programs and configuration files.
 std::vector<std::string> containerToolsEnvironment();
+
+/// Where the configuration and these settings say that Podman is. Throws std::runtime_error when they cannot be used.
+PodmanAddress configuredPodman(const KxCCTESettings::KxSUserSettings& settings);
+
+/// Whether the service manager keeps Podman running in a unit of its own, together with the tools mounted, and the
+/// environment says so (KX_PODMAN=external). This process then neither starts nor mounts anything.
+bool isPodmanExternal();
 
 }  // namespace KxNContainer

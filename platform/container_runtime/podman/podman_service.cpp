@@ -1,6 +1,7 @@
 #include "platform/container_runtime/podman/podman_service.h"
 
 #include <poll.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 
 #include <algorithm>
@@ -42,6 +43,16 @@ void PodmanService::start(KxNProcess::Program podmanCommand, std::int32_t cpus) 
     log.open();
     command = std::move(podmanCommand);
     cpuCount = cpus;
+    begin();
+}
+
+void PodmanService::watchExternal() {
+    stop();
+    command.reset();
+    begin();
+}
+
+void PodmanService::begin() {
     std::promise<void> started;
     std::future<void> outcome = started.get_future();
     try {
@@ -50,6 +61,7 @@ void PodmanService::start(KxNProcess::Program podmanCommand, std::int32_t cpus) 
         lifeSign.emplace("Podman watch", [this](const auto&) { ::eventfd_write(asked.get(), 1); });
         const KxNCommon::BlockedSignals blocked;
         thread = std::thread(&PodmanService::run, this, std::move(started));
+        pthread_setname_np(thread.native_handle(), "kx-podman-watch");
     } catch (const std::system_error& error) {
         throw std::runtime_error(std::string("Cannot watch Podman: ") + error.what());
     }
@@ -126,21 +138,25 @@ bool PodmanService::useRunning() {
 }
 
 void PodmanService::launch() {
-    process = ServiceProcess::start(command, cpuCount, log.openForPodman().get());
+    process = command ? ServiceProcess::start(*command, cpuCount, log.openForPodman().get()) : ServiceProcess();
     try {
         awaitAnswer();
     } catch (...) {
         process = ServiceProcess();
         throw;
     }
+    if (!command) {
+        useRunning();
+        return;
+    }
     KxCRTE_LOG(2, "Korvex Container Service: Podman was started and answers at %s", client.getAddress().text().c_str());
 }
 
-/// Waits until the Podman that was just started answers.
+/// Waits until the Podman that was just started, here or elsewhere, answers.
 void PodmanService::awaitAnswer() {
     const auto deadline = Clock::now() + START_TIME;
     for (PodmanPing ping = client.ping(*stopping); !ping; ping = client.ping(*stopping)) {
-        pollfd events[] = {{stopping->descriptor(), POLLIN, 0}, {process.descriptor(), POLLIN, 0}};
+        pollfd events[] = {{stopping->descriptor(), POLLIN, 0}, {process ? process.descriptor() : -1, POLLIN, 0}};
         ::poll(events, 2, static_cast<int>(START_POLL.count()));
         log.drain();
         answerWatchdog();
@@ -185,8 +201,8 @@ PodmanService::Event PodmanService::watch() {
     }
 }
 
-/// Asks Podman whether it answers. False when it has not for so long that it counts as gone. One that was found and
-/// still runs is nobody's to replace.
+/// Asks Podman whether it answers. False when it has not for so long that it counts as gone. One that was found where
+/// this process starts its own, and still runs, is nobody's to replace.
 bool PodmanService::isAlive(int& failures) {
     const PodmanPing ping = client.ping(*stopping);
     if (ping || stopping->isCancelled()) {
@@ -197,11 +213,14 @@ bool PodmanService::isAlive(int& failures) {
     if (failures == 1) {
         KxCRTE_LOG(3, "Korvex Container Service: Podman does not answer: %s", ping.reason.c_str());
     }
-    const bool isFound = process && !process.isOurs();
-    if (isFound || failures < (process ? MAX_FAILURES_RUNNING : MAX_FAILURES_UNKNOWN)) {
+    const bool isNobodys = command && process && !process.isOurs();
+    if (isNobodys || failures < (process ? MAX_FAILURES_RUNNING : MAX_FAILURES_UNKNOWN)) {
         return true;
     }
     KxCRTE_LOG(4, "Korvex Container Service: Podman did not answer %d times; it is started again", failures);
+    if (!command) {
+        process.kill();
+    }
     process.end(END_PATIENCE, [this] { log.drain(); });
     return false;
 }

@@ -30,12 +30,17 @@ public:
     /// then nothing runs.
     void start(KxNProcess::Program podmanCommand, std::int32_t cpus);
 
+    /// The same for a Podman that somebody else starts, and starts again when it has ended: waits for it, and kills one
+    /// that no longer answers.
+    void watchExternal();
+
     /// Ends the watch, then Podman if it was started here. Harmless when nothing runs.
     void stop();
 
 private:
     enum class Event { Stopped, Died };
 
+    void begin();
     void run(std::promise<void> started);
     void bringUp();
     bool useRunning();
@@ -47,7 +52,7 @@ private:
     void answerWatchdog();
 
     PodmanClient& client;
-    KxNProcess::Program command;
+    std::optional<KxNProcess::Program> command;  ///< none when somebody else starts Podman
     std::int32_t cpuCount = 0;
     PodmanLog log;
     KxNProcess::ServiceProcess process;  ///< holds none when Podman was found by TCP, where nobody tells its process
