@@ -9,8 +9,8 @@
 
 #include "KxContainer.h"
 #include "platform/container_runtime/compose/compose_commands.h"
-#include "platform/container_runtime/logs/watch/log_watch.h"
 #include "platform/container_runtime/logs/log_stream.h"
+#include "platform/container_runtime/logs/watch/log_watch.h"
 #include "platform/container_runtime/podman/cpu_cores.h"
 #include "platform/container_runtime/podman/podman_client.h"
 #include "platform/container_runtime/podman/podman_service.h"
