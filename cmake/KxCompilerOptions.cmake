@@ -32,6 +32,7 @@ check_pie_supported()
 if(NOT KX_SANITIZE AND CMAKE_BUILD_TYPE MATCHES "Rel")
     add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -ffunction-sections -fdata-sections)
     add_link_options(-Wl,--gc-sections)
+    add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)  # what is shipped does not depend on where it is built
 endif()
 
 if(KX_SANITIZE)
