@@ -176,6 +176,7 @@ http {{
         {secure}
         location = /fixed {{ default_type application/json; {extra} return 200 '{body}'; }}
         location /store/ {{ root {directory}/nginx; dav_methods PUT; create_full_put_path on; }}
+        location /podman/ {{ proxy_pass http://unix:{kx.PODMAN_SOCKET}:/; proxy_buffering off; proxy_http_version 1.1; }}
     }}
 }}
 """)
@@ -194,8 +195,8 @@ http {{
 class Podman(Program):
     """The real Podman, on its usual socket."""
 
-    def __init__(self, directory):
-        super().__init__("podman", ["podman", "system", "service", "--time=0", f"unix://{kx.PODMAN_SOCKET}"], directory)
+    def __init__(self, directory, cpu=None):
+        super().__init__("podman", ["podman", "system", "service", "--time=0", f"unix://{kx.PODMAN_SOCKET}"], directory, cpu)
 
     def __enter__(self):
         self.wait_for(self._ping)
