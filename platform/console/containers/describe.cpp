@@ -1,11 +1,11 @@
 // One container in the words of the console, made of Podman's.
 #include <sys/stat.h>
 
-#include <charconv>
 #include <filesystem>
 #include <initializer_list>
 
 #include "KxJson.h"
+#include "platform/common/text.h"
 #include "platform/console/containers/containers.h"
 #include "service/paths.h"
 
@@ -46,9 +46,8 @@ json timeAt(const json& object, std::initializer_list<const char*> keys) {
 
 /// A number of decimal digits, or null.
 json numberOf(std::string_view text) {
-    std::uint64_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    return error == std::errc() && end == text.data() + text.size() ? json(number) : json();
+    const auto number = KxNCommon::parseNumber<std::uint64_t>(text);
+    return number ? json(*number) : json();
 }
 
 json describeCommand(const json& inspection) {

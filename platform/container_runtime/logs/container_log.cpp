@@ -1,9 +1,9 @@
 #include "platform/container_runtime/logs/container_log.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "KxJson.h"
+#include "platform/common/text.h"
 #include "platform/container_runtime/podman/podman_api.h"
 
 namespace KxNContainer {
@@ -39,12 +39,6 @@ ContainerLog::Driver driverOf(std::string_view name) {
     return name == "journald" ? ContainerLog::Driver::journal : ContainerLog::Driver::other;
 }
 
-std::optional<std::int64_t> parseNumber(std::string_view digits) {
-    std::int64_t value = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
-    return error == std::errc() && end == digits.data() + digits.size() ? std::optional(value) : std::nullopt;
-}
-
 bool takeParameter(std::string_view name, std::string_view value, LogRange& range, bool& isFollowing) {
     if (name == "follow") {
         isFollowing = value == "true";
@@ -56,12 +50,12 @@ bool takeParameter(std::string_view name, std::string_view value, LogRange& rang
         if (value.empty() || value == "all") {
             return true;
         }
-        const auto lines = parseNumber(value);
+        const auto lines = KxNCommon::parseNumber<std::int64_t>(value);
         const bool isHuge = value.find_first_not_of("0123456789") == std::string_view::npos;
         range.tail = lines && *lines >= 0 ? static_cast<std::uint64_t>(*lines) : LogRange::ALL;
         return lines ? *lines >= 0 : isHuge;
     } else if (name == "since" || name == "until") {
-        const auto seconds = parseNumber(value);
+        const auto seconds = KxNCommon::parseNumber<std::int64_t>(value);
         if (seconds && *seconds != 0) {  // 0 is no limit to Podman
             (name == "since" ? range.since : range.until) = toLogTime(*seconds);
         }

@@ -1,7 +1,6 @@
 #include "platform/container_runtime/podman/podman_api.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 
 #include "KxJson.h"
@@ -81,8 +80,7 @@ std::optional<HeaderLine> parseHeaderLine(std::string_view line) {
     const std::string_view name = line.substr(0, colon);
     std::string_view value = line.substr(colon + 1);
     value.remove_prefix(std::min(value.find_first_not_of(" \t"), value.size()));
-    if (!std::all_of(name.begin(), name.end(), mayStandInHeaderName) ||
-        std::any_of(value.begin(), value.end(), [](char c) { return KxNCommon::isControl(c) && c != '\t'; })) {
+    if (!std::all_of(name.begin(), name.end(), mayStandInHeaderName) || KxNCommon::holdsControl(value, "\t")) {
         return std::nullopt;
     }
     return HeaderLine{name, value};
@@ -95,15 +93,11 @@ std::chrono::seconds timeLimit(std::string_view path, KxCCurlHandler::MethodType
         return SHORT_CALL;
     }
     const auto timeout = queryValue(query, "t");
-    if (!timeout) {
-        return SHORT_CALL;
+    const auto seconds = KxNCommon::parseNumber<std::int64_t>(timeout.value_or(""));
+    if (!seconds) {
+        return SHORT_CALL;  // Podman refuses what is no number
     }
-    std::int64_t seconds = 0;
-    const auto [end, error] = std::from_chars(timeout->data(), timeout->data() + timeout->size(), seconds);
-    if (error != std::errc() || end != timeout->data() + timeout->size()) {
-        return SHORT_CALL;  // Podman refuses it
-    }
-    return std::chrono::seconds(std::clamp<std::int64_t>(seconds, 0, LONGEST_STOP)) + STOP_MARGIN;
+    return std::chrono::seconds(std::clamp<std::int64_t>(*seconds, 0, LONGEST_STOP)) + STOP_MARGIN;
 }
 
 std::optional<std::string> inspectPath(std::string_view path) {
