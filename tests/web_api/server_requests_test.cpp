@@ -17,10 +17,10 @@ TEST_F(ServerRequests, EachRequestGetsItsAnswer) {
     const auto sized = [&](const std::string& body) {
         return echo + json + "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
     };
-    const auto chunked = [&](const std::string& body) {
+    const auto endless = [&](const std::string& body) {
         std::ostringstream size;
         size << std::hex << body.size();
-        return echo + json + "Transfer-Encoding: chunked\r\n\r\n" + size.str() + "\r\n" + body + "\r\n0\r\n\r\n";
+        return echo + json + "Transfer-Encoding: chunked\r\n\r\n" + size.str() + "\r\n" + body;
     };
     const struct {
         const char* fault;
@@ -45,7 +45,7 @@ TEST_F(ServerRequests, EachRequestGetsItsAnswer) {
         {"an announced body that is too large", echo + json + "Content-Length: 1048577\r\n\r\n", 413, "ContentTooLarge",
          true},
         {"a body of the largest size", sized(std::string(1 << 20, ' ').replace(0, 2, "[]")), 200, "[]"},
-        {"a body that turns out too large", chunked(std::string((1 << 20) + 1, ' ')), 413, "", true},
+        {"a body that grows too large", endless(std::string((1 << 20) + 1, ' ')), 413, "", true},
         {"JSON with an error in its second line", sized("{\"a\":\n 1,,}"), 400, "line 2"},
         {"JSON that is no UTF-8", sized("{\"a\":\"\xff\"}"), 400, "not valid JSON"},
         {"a long request line", "GET /" + std::string(9000, 'x') + " HTTP/1.1\r\n@\r\n", 414, "UriTooLong", true},
@@ -85,7 +85,6 @@ TEST_F(ServerRequests, EachRequestGetsItsAnswer) {
         EXPECT_EQ(reply.field("Cache-Control"), "no-store");
         EXPECT_EQ(reply.field("Content-Type"), one.status < 400 ? "application/json" : "application/problem+json");
         if (one.closes) {
-            client.finishSending();
             EXPECT_TRUE(client.isClosed());
         } else {
             client.send(makeHead(server, "GET /api/v1/fast"));
