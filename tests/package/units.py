@@ -116,6 +116,7 @@ def test_whoever_hangs_is_noticed_and_the_service_started_again(_):
     for what in ("event loop", "request thread", "Podman watch"):
         hanging = main_process()
         request("GET", "/settings")
+        wait_until(lambda: what in threads_of(hanging), f"the {what} waits")
         stop_thread(threads_of(hanging)[what])
         begin = time.monotonic()
         wait_until(lambda: is_replaced(hanging), f"a stopped {what} is noticed", 40)
