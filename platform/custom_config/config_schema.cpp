@@ -15,12 +15,14 @@ namespace {
 
 using namespace KxNCustomConfig;
 
-constexpr std::array<Key, 10> KEYS = {{
+constexpr std::array<Key, 12> KEYS = {{
     {KxNLog::pSection, KxNLog::pOptionLevel, "2", Kind::Number, 0, 6},
     {KxNWebApi::pSection, KxNWebApi::pOptionAddress, "127.0.0.1", Kind::Address},
     {KxNWebApi::pSection, KxNWebApi::pOptionPort, "8460", Kind::Number, 0, 65535},
     {KxNWebApi::pSection, KxNWebApi::pOptionAuth, "required", Kind::Choice, 0, 0, "required or none"},
     {KxNWebApi::pSection, KxNWebApi::pOptionTokenFile, "/mnt/cfdrive/containers/api-token", Kind::Path},
+    {KxNWebApi::pSection, KxNWebApi::pOptionIdentitiesFile, "/mnt/cfdrive/containers/identities.json", Kind::Path},
+    {KxNWebApi::pSection, KxNWebApi::pOptionAuditFile, "/mnt/cfdrive/containers/audit.log", Kind::PathOrNothing},
     {KxNWebApi::pSection, KxNWebApi::pOptionMaxConnections, "1024", Kind::Number, 1, 1'000'000},
     {KxNWebApi::pSection, KxNWebApi::pOptionMaxUploadBytes, "0", Kind::Number, 0,
      std::numeric_limits<std::int64_t>::max()},
@@ -68,6 +70,8 @@ std::string describeValues(const Key& key) {
             return "an IPv4 or IPv6 address";
         case Kind::Path:
             return "an absolute path";
+        case Kind::PathOrNothing:
+            return "an absolute path or nothing";
     }
     return {};
 }
@@ -82,6 +86,11 @@ bool isValid(const Key& key, std::string_view value) {
             return isOneOf(value, key.choices);
         case Kind::Address:
             return isIpAddress(std::string(value));
+        case Kind::PathOrNothing:
+            if (value.empty()) {
+                return true;
+            }
+            [[fallthrough]];
         case Kind::Path:
             return !value.empty() && value.front() == '/' && value.back() != '/';
     }

@@ -9,10 +9,11 @@
 namespace KxNConfigSchema {
 
 enum class Kind {
-    Number,   ///< decimal, from `lowest` to `highest`
-    Choice,   ///< one of the two words in `choices`, which are separated by " or "
-    Address,  ///< an IPv4 or IPv6 address
-    Path      ///< an absolute path
+    Number,        ///< decimal, from `lowest` to `highest`
+    Choice,        ///< one of the two words in `choices`, which are separated by " or "
+    Address,       ///< an IPv4 or IPv6 address
+    Path,          ///< an absolute path
+    PathOrNothing  ///< the same, or empty
 };
 
 struct Key {

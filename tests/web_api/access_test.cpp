@@ -1,8 +1,8 @@
 // Who may come in and what is told about it: tokens in headers, loopback names, audit lines, error answers.
 
-#include "platform/web_api/access/audit.h"
 #include "platform/web_api/access/authorization.h"
 #include "platform/web_api/access/loopback.h"
+#include "platform/web_api/audit/audit_record.h"
 #include "platform/web_api/http/problem_details.h"
 #include "tests/support.h"
 

@@ -114,6 +114,8 @@ TestServer::TestServer(TestHandler& handler, const Limits& limits, std::chrono::
     ServerSettings settings;
     settings.port = 0;
     settings.tokenFile = directory.path("token");
+    settings.identitiesFile = directory.path("identities.json");
+    settings.auditFile = directory.path("audit.log");
     settings.certificatesDirectory = certificates;
     settings.uploadKinds = {{"files", {false, {}, {}}}};
     settings.requestThreads = 4;

@@ -1,5 +1,6 @@
 #include "platform/web_api/access/access_rules.h"
 
+#include "platform/net/deadline.h"
 #include "platform/web_api/access/authorization.h"
 #include "platform/web_api/access/loopback.h"
 #include "platform/web_api/http/request_target.h"
@@ -34,27 +35,28 @@ std::optional<Answer> checkPage(const RequestHead& request) {
     return std::nullopt;
 }
 
-}  // namespace
-
-bool AccessRules::hasToken(const RequestHead& request) const {
+/// Calls `use` with the token that a request offers, or with null.
+template <typename Use>
+auto withOfferedToken(const RequestHead& request, Use use) {
     if (const auto authorization = request.find(field::authorization); authorization != request.end()) {
-        const auto token = parseBearer(authorization->value());
-        return token && verifier->matches(*token);
+        return use(parseBearer(authorization->value()));
     }
     if (request.find(field::sec_websocket_protocol) != request.end()) {
         const std::string offered = joinFields(request, field::sec_websocket_protocol);
-        const auto token = parseSubprotocols(offered).token;
-        return token && verifier->matches(*token);
+        return use(parseSubprotocols(offered).token);
     }
-    return false;
+    return use(std::optional<std::string_view>());
 }
 
-std::optional<Answer> AccessRules::check(const RequestHead& request, const std::string& certificateSubject,
-                                         KxERole required, Caller& caller) const {
-    auto refusal = identify(request, certificateSubject, caller);
-    if (refusal && required == ROLE_NONE && refusal->status == 401) {
-        return std::nullopt;
-    }
+Caller callerOf(const GrantedIdentity& found) {
+    return {found.identity.role, found.identity.name, found.grant};
+}
+
+}  // namespace
+
+std::optional<Answer> AccessRules::check(const RequestHead& request, const Sender& sender, KxERole required,
+                                         Caller& caller) {
+    auto refusal = identify(request, sender, required, caller);
     if (!refusal && caller.role < required) {
         return makeRefusal(403, "The role '" + std::string(roleName(caller.role)) + "' may not do this");
     }
@@ -62,28 +64,87 @@ std::optional<Answer> AccessRules::check(const RequestHead& request, const std::
 }
 
 /// Finds out who sends a request; gives why that one does not get in, or null.
-std::optional<Answer> AccessRules::identify(const RequestHead& request, const std::string& certificateSubject,
-                                            Caller& caller) const {
-    const bool hasCertificate = !certificateSubject.empty();
-    if (hasCertificate) {
-        caller.identity = certificateSubject;
-    }
+std::optional<Answer> AccessRules::identify(const RequestHead& request, const Sender& sender, KxERole required,
+                                            Caller& caller) {
     if (!verifier) {
         auto refusal = checkPage(request);
         caller.role = refusal ? ROLE_NONE : ROLE_ADMINISTRATOR;
         return refusal;
     }
+    const Token token = lookAtToken(request, caller);
+    if (token == Token::right) {
+        return std::nullopt;
+    }
+    const std::int64_t now = KxNNet::coarseMilliseconds();
+    const int secondsToWait = wrongTokens.secondsToWait(sender.address, now);
+    if (token == Token::wrong) {
+        wrongTokens.note(sender.address, now);
+    }
     // A browser shows its user's certificate by itself, whatever page asks.
-    if (hasCertificate && comesFromOwnPage(request)) {
-        caller.role = ROLE_ADMINISTRATOR;
+    const bool isForeign = !sender.certificateSubject.empty() && !comesFromOwnPage(request);
+    if (isForeign && caller.grant == 0) {
+        caller.identity = sender.certificateSubject;
+    }
+    if (!isForeign && letsCertificateIn(sender.certificateSubject, caller)) {
         return std::nullopt;
     }
-    if (hasToken(request)) {
-        caller = {ROLE_ADMINISTRATOR, hasCertificate ? certificateSubject : "token"};
+    if (secondsToWait > 0) {
+        Answer refusal = makeRefusal(429, "Too many wrong tokens came from this address");
+        refusal.retryAfter = secondsToWait;
+        return refusal;
+    }
+    if (required == ROLE_NONE && token == Token::none) {
         return std::nullopt;
     }
-    return hasCertificate ? makeRefusal(403, FOREIGN_ORIGIN)
-                          : makeRefusal(401, "A valid token or client certificate is required");
+    return isForeign ? makeRefusal(403, FOREIGN_ORIGIN)
+                     : makeRefusal(401, "A valid token or client certificate is required");
+}
+
+/// Fills in `caller` where the token is right, and its name where it was.
+AccessRules::Token AccessRules::lookAtToken(const RequestHead& request, Caller& caller) const {
+    return withOfferedToken(request, [&](std::optional<std::string_view> token) {
+        if (!token) {
+            return Token::none;
+        }
+        if (verifier->matches(*token)) {
+            caller = {ROLE_ADMINISTRATOR, "token", 0};
+            return Token::right;
+        }
+        const auto list = identities->current();
+        const GrantedIdentity* const found = list->findByToken(*token);
+        if (found == nullptr) {
+            return Token::wrong;
+        }
+        caller = callerOf(*found);
+        if (found->identity.hasExpired(KxNCommon::wallNow())) {
+            caller.role = ROLE_NONE;
+            return Token::wrong;
+        }
+        return Token::right;
+    });
+}
+
+bool AccessRules::letsCertificateIn(const std::string& subject, Caller& caller) const {
+    if (subject.empty()) {
+        return false;
+    }
+    const auto list = identities->current();
+    const GrantedIdentity* const found = list->findByCertificate(subject);
+    caller = found != nullptr ? callerOf(*found) : Caller{ROLE_ADMINISTRATOR, subject, 0};
+    if (!identities->areKnown() || (found != nullptr && found->identity.hasExpired(KxNCommon::wallNow()))) {
+        caller.role = ROLE_NONE;
+    }
+    return caller.role != ROLE_NONE;
+}
+
+void AccessRules::follow() {
+    if (identities) {
+        identities->follow();
+    }
+}
+
+bool AccessRules::holds(Grant grant) const {
+    return grant == 0 || !identities || identities->current()->holds(grant, KxNCommon::wallNow());
 }
 
 }  // namespace KxNTamberWebApi

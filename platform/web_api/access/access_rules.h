@@ -1,36 +1,55 @@
-// Who may come in.
+// Who may come in, and do what.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "platform/web_api/access/roles.h"
 #include "platform/web_api/access/token_file.h"
+#include "platform/web_api/access/wrong_tokens.h"
 #include "platform/web_api/http/answer.h"
 #include "platform/web_api/http/request_head.h"
+#include "platform/web_api/identities/identities.h"
 
 namespace KxNTamberWebApi {
 
 class AccessRules {
 public:
-    /// Without a verifier everyone may come in who does so through a loopback name.
-    explicit AccessRules(std::optional<TokenVerifier> tokenVerifier) : verifier(std::move(tokenVerifier)) {}
+    /// Without a verifier everyone who comes through a loopback name may do everything. `knownIdentities` are not null
+    /// where there is a verifier.
+    explicit AccessRules(std::optional<TokenVerifier> tokenVerifier, std::unique_ptr<Identities> knownIdentities = {})
+        : verifier(std::move(tokenVerifier)), identities(std::move(knownIdentities)) {}
 
     bool needsToken() const { return verifier.has_value(); }
 
+    /// Where a request comes from.
+    struct Sender {
+        const std::string& address;             ///< of the peer
+        const std::string& certificateSubject;  ///< of its verified certificate, empty when it has none
+    };
+
     /// The refusal of a request, or null when it may come in and do what asks for the role `required`. `caller` says as
-    /// far as it is known who sends it, in both cases. `certificateSubject` is that of the client's verified
-    /// certificate, empty when it has none. Any thread.
-    std::optional<Answer> check(const RequestHead& request, const std::string& certificateSubject, KxERole required,
-                                Caller& caller) const;
+    /// far as it is known who sends it, in both cases. Any thread.
+    std::optional<Answer> check(const RequestHead& request, const Sender& sender, KxERole required, Caller& caller);
+
+    /// Takes in what has changed in the identities file. May wait for the disk. One thread at a time.
+    void follow();
+
+    /// Whether what gave `grant` still does. Any thread.
+    bool holds(Grant grant) const;
 
 private:
-    std::optional<Answer> identify(const RequestHead& request, const std::string& certificateSubject,
-                                   Caller& caller) const;
-    bool hasToken(const RequestHead& request) const;
+    enum class Token { none, right, wrong };
+
+    Token lookAtToken(const RequestHead& request, Caller& caller) const;
+    bool letsCertificateIn(const std::string& subject, Caller& caller) const;
+    std::optional<Answer> identify(const RequestHead& request, const Sender& sender, KxERole required, Caller& caller);
 
     std::optional<TokenVerifier> verifier;
+    std::unique_ptr<Identities> identities;
+    WrongTokens wrongTokens;
 };
 
 }  // namespace KxNTamberWebApi

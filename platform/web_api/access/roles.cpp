@@ -52,8 +52,6 @@ constexpr std::array OPERATION_ROLES = {
 
 static_assert(std::ranges::is_sorted(OPERATION_ROLES, {}, &OperationRole::operationId));
 
-constexpr std::array<std::string_view, ROLE_ADMINISTRATOR + 1> NAMES = {"none", "viewer", "operator", "administrator"};
-
 }  // namespace
 
 std::span<const OperationRole> operationRoles() {
@@ -63,19 +61,6 @@ std::span<const OperationRole> operationRoles() {
 std::optional<KxERole> findRequiredRole(std::string_view operationId) {
     const auto row = std::ranges::lower_bound(OPERATION_ROLES, operationId, {}, &OperationRole::operationId);
     return row != OPERATION_ROLES.end() && row->operationId == operationId ? std::optional(row->role) : std::nullopt;
-}
-
-std::string_view roleName(KxERole role) {
-    return NAMES[role];
-}
-
-std::optional<KxERole> parseRole(std::string_view name) {
-    for (const KxERole role : {ROLE_VIEWER, ROLE_OPERATOR, ROLE_ADMINISTRATOR}) {
-        if (NAMES[role] == name) {
-            return role;
-        }
-    }
-    return std::nullopt;
 }
 
 }  // namespace KxNTamberWebApi

@@ -1,12 +1,14 @@
 // The roles, and which one each operation asks for.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 
 #include "KxTamberWebApi/KxRequest.h"
+#include "platform/web_api/identities/role_names.h"
 
 namespace KxNTamberWebApi {
 
@@ -14,6 +16,7 @@ namespace KxNTamberWebApi {
 struct Caller {
     KxERole role = ROLE_NONE;
     std::string identity = "none";  ///< as KxCRequest::getIdentity
+    std::uint32_t grant = 0;        ///< what lets an identity in, so that it can be taken away; 0 for who is none
 };
 
 struct OperationRole {
@@ -31,11 +34,5 @@ std::optional<KxERole> findRequiredRole(std::string_view operationId);
 inline KxERole requiredRole(std::string_view operationId) {
     return findRequiredRole(operationId).value_or(ROLE_ADMINISTRATOR);
 }
-
-/// "none", "viewer", "operator" or "administrator".
-std::string_view roleName(KxERole role);
-
-/// The role of that name; null for "none" and for what is no role.
-std::optional<KxERole> parseRole(std::string_view name);
 
 }  // namespace KxNTamberWebApi

@@ -38,6 +38,16 @@ void ConnectionRegistry::abortAll() {
     forEach([](Connection& one) { one.abort(); });
 }
 
+void ConnectionRegistry::endWithoutGrant(const std::function<bool(std::uint32_t)>& holds) {
+    forEach([&holds](Connection& one) {
+        const std::uint32_t grant = one.grant.load(std::memory_order_relaxed);
+        if (grant != 0 && !holds(grant)) {
+            one.setGrant(0);
+            one.onGrantEnded();
+        }
+    });
+}
+
 std::vector<std::shared_ptr<KxCWebSocket::State>> ConnectionRegistry::streams() {
     std::vector<std::shared_ptr<KxCWebSocket::State>> found;
     forEach([&found](Connection& one) {

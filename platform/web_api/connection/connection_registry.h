@@ -1,10 +1,12 @@
 // What every connection has in common: a deadline that one sweep for all of them looks at.
 #pragma once
 
+#include <atomic>
 #include <boost/intrusive/list.hpp>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -31,8 +33,13 @@ public:
     virtual void onStopping() = 0;
     /// The stream that this connection is, or null.
     virtual std::shared_ptr<KxCWebSocket::State> asStream() { return nullptr; }
+    /// Whom it works for may not go on. Called from the sweep, concurrently with everything else.
+    virtual void onGrantEnded() { abort(); }
     /// The grace is over: whatever is under way ends.
     virtual void abort() = 0;
+
+    /// What let in whom the connection works for (Caller::grant).
+    void setGrant(std::uint32_t given) { grant.store(given, std::memory_order_relaxed); }
 
 protected:
     void join();
@@ -41,6 +48,7 @@ protected:
 private:
     friend class ConnectionRegistry;
     ConnectionRegistry* registry;
+    std::atomic<std::uint32_t> grant{0};
 };
 
 /// All connections of a server. Any thread.
@@ -50,6 +58,8 @@ public:
     void sweep();
     void announceStop();
     void abortAll();
+    /// Ends what is open by a grant for which `holds` is false, the streams among them too.
+    void endWithoutGrant(const std::function<bool(std::uint32_t grant)>& holds);
     /// All connections that are streams now.
     std::vector<std::shared_ptr<KxCWebSocket::State>> streams();
     std::size_t count() const;

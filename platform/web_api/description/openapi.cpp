@@ -38,6 +38,7 @@ constexpr std::array LIBRARY_ANSWERS = {
     LibraryAnswer{408, LibraryAnswer::withBody, "The body made no progress for too long, or too little"},
     LibraryAnswer{413, LibraryAnswer::withBody, "The body is larger than the server takes"},
     LibraryAnswer{415, LibraryAnswer::withJsonBody, "The body is not application/json"},
+    LibraryAnswer{429, LibraryAnswer::withToken, "Too many wrong tokens came from the client's address"},
     LibraryAnswer{426, LibraryAnswer::withWebSocket, "The request does not ask for a WebSocket"},
     LibraryAnswer{500, LibraryAnswer::always, "The operation failed: see the detail"},
     LibraryAnswer{503, LibraryAnswer::always, "The service is stopping or has no capacity left"},

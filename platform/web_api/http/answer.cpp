@@ -83,6 +83,11 @@ std::string makeAnswerHead(const Answer& answer, const AnswerFraming& framing) {
         case 503:
             head += "Retry-After: 1\r\n";
             break;
+        case 429:
+            head += "Retry-After: ";
+            appendNumber(head, static_cast<std::size_t>(answer.retryAfter));
+            head += "\r\n";
+            break;
         default:
             break;
     }

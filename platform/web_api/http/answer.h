@@ -14,6 +14,7 @@ struct Answer {
     std::string_view mediaType;  ///< of the body; a constant
     std::string_view allow;      ///< value of the Allow field; lives as long as the process
     std::string fields = {};     ///< whole field lines, in place of the one that forbids to keep the answer
+    int retryAfter = 0;          ///< seconds, of the Retry-After field; 0 for none
 };
 
 /// One of the library's own refusals, as problem details.

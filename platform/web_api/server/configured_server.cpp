@@ -47,6 +47,8 @@ ServerSettings readSettings(std::uint32_t requestThreads) {
     settings.port = readNumber<std::uint16_t>(config::pOptionPort, "8460");
     settings.needsToken = readOption(config::pOptionAuth, "required") != "none";
     settings.tokenFile = readOption(config::pOptionTokenFile, "/mnt/cfdrive/containers/api-token");
+    settings.identitiesFile = readOption(config::pOptionIdentitiesFile, "/mnt/cfdrive/containers/identities.json");
+    settings.auditFile = readOption(config::pOptionAuditFile, "/mnt/cfdrive/containers/audit.log");
     settings.maxConnections = readNumber<std::uint32_t>(config::pOptionMaxConnections, "1024");
     settings.maxUploadBytes = readNumber<std::uint64_t>(config::pOptionMaxUploadBytes, "0");
     settings.certificatesDirectory = KxNContainer::KxNContainerPaths::CONTAINER_CERTS_DIR;

@@ -1,7 +1,5 @@
 #include "platform/web_api/server/exchange.h"
 
-#include "KxLog.h"
-#include "platform/web_api/access/audit.h"
 #include "platform/web_api/description/openapi.h"
 #include "platform/web_api/http/content_disposition.h"
 
@@ -98,7 +96,7 @@ bool refusesType(Exchange& exchange) {
 }
 
 Next examine(Exchange& exchange, std::string_view head, RequestBuffer& readAhead, KxNNet::Stream& stream,
-             const std::string& subject, const ServerCore& core) {
+             const AccessRules::Sender& sender, ServerCore& core) {
     if (const auto refusal = parseRequestHead(exchange.parser, head)) {
         exchange.refuse(refusal->status, refusal->detail);
         exchange.keepsConnection = false;
@@ -113,32 +111,36 @@ Next examine(Exchange& exchange, std::string_view head, RequestBuffer& readAhead
     const KxERole required = isFile                ? ROLE_NONE
                              : endpoint != nullptr ? requiredRole(endpoint->operationId)
                                                    : ROLE_VIEWER;
-    if (auto refusal = core.access->check(request, subject, required, exchange.caller)) {
+    if (auto refusal = core.access->check(request, sender, required, exchange.caller)) {
         exchange.response.answer = std::move(*refusal);
         return Next::answer;
     }
-    exchange.mayComeIn = true;
+    exchange.mayComeIn = exchange.caller.role != ROLE_NONE;
     return !isFile && route(exchange) ? examineBody(exchange, core) : Next::answer;
 }
 
-void writeAuditLine(const Exchange& exchange, const std::string& peer) {
+AuditKind findAuditKind(const Exchange& exchange) {
     const int status = exchange.response.answer.status;
-    const std::string_view method = exchange.request().method_string();
-    if ((!isChange(method) && status != 401 && status != 403) || !KxCRTE_LOG_IsLevelEnabled(2)) {
-        return;
+    const bool isChangeRequest = isChange(exchange.request().method_string());
+    if (status == 401 || status == 403 || status == 429 || (isChangeRequest && !exchange.mayComeIn)) {
+        return AuditKind::refusal;
     }
+    return isChangeRequest ? AuditKind::change : AuditKind::nothing;
+}
+
+AuditRecord makeAuditRecord(const Exchange& exchange, const std::string& peer) {
     AuditRecord record;
     record.peer = peer;
     record.identity = exchange.caller.identity;
     record.role = roleName(exchange.caller.role);
-    record.method = method;
+    record.method = exchange.request().method_string();
     record.route = exchange.match.endpoint != nullptr ? exchange.match.endpoint->route : "";
     record.name = exchange.uploadedName.empty() ? exchange.match.name() : std::string_view(exchange.uploadedName);
-    record.status = status;
+    record.status = exchange.response.answer.status;
     record.milliseconds =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - exchange.begunAt)
             .count();
-    KxCRTE_LOG_Impl(2, "%s", makeAuditLine(record).c_str());
+    return record;
 }
 
 }  // namespace KxNTamberWebApi

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/web_api/audit/audit_record.h"
 #include "platform/web_api/http/answer.h"
 #include "platform/web_api/http/request_head.h"
 #include "platform/web_api/routing/router.h"
@@ -38,16 +39,18 @@ enum class Next {
     takeUpload,
 };
 
-/// The checks of a request in their order: its form, who sends it, its route, the kind of its body. `subject` is that
-/// of the client's verified certificate, empty for none. Waits for nothing and calls no operation.
+/// The checks of a request in their order: its form, who sends it and whether the role suffices, its route, the kind of
+/// its body. Waits for nothing and calls no operation.
 Next examine(Exchange& exchange, std::string_view head, RequestBuffer& readAhead, KxNNet::Stream& stream,
-             const std::string& subject, const ServerCore& core);
+             const AccessRules::Sender& sender, ServerCore& core);
 
 /// Refuses a body of another type than JSON. A chunked body of no type is none when it turns out to be empty, so that
 /// it is asked once the first byte is there.
 bool refusesType(Exchange& exchange);
 
-/// One line in the log for each change and each refusal.
-void writeAuditLine(const Exchange& exchange, const std::string& peer);
+/// What is told of an answered request.
+enum class AuditKind { nothing, change, refusal };
+AuditKind findAuditKind(const Exchange& exchange);
+AuditRecord makeAuditRecord(const Exchange& exchange, const std::string& peer);
 
 }  // namespace KxNTamberWebApi

@@ -175,7 +175,8 @@ KxNNet::Task<bool> HttpConnection::answerRequest(std::size_t headSize) {
     Exchange exchange;
     isIdle = false;
     const Next next =
-        examine(exchange, buffer.pending().substr(0, headSize), buffer, *stream, certificateSubject, core);
+        examine(exchange, buffer.pending().substr(0, headSize), buffer, *stream, {peer, certificateSubject}, core);
+    setGrant(exchange.caller.grant);
     buffer.consume(headSize);
     switch (next) {
         case Next::answer:
@@ -193,7 +194,7 @@ KxNNet::Task<bool> HttpConnection::answerRequest(std::size_t headSize) {
             co_await takeUpload(exchange);
             break;
     }
-    writeAuditLine(exchange, peer);
+    co_await tell(exchange);
     if (exchange.response.answer.status == 0) {
         co_return false;  // nobody is there to be answered
     }
@@ -286,6 +287,31 @@ bool HttpConnection::becomesStream(Exchange& exchange) {
     }
     leave();
     return true;
+}
+
+/// Tells of a change or a refusal. A change is on the disk when this is over, or the log says that it is not.
+KxNNet::Task<void> HttpConnection::tell(const Exchange& exchange) {
+    const AuditKind kind = findAuditKind(exchange);
+    if (kind == AuditKind::refusal) {
+        core.audit->tellRefusal(makeAuditRecord(exchange, peer));
+    }
+    if (kind != AuditKind::change) {
+        co_return;
+    }
+    AuditRecord record = makeAuditRecord(exchange, peer);
+    if (!core.audit->isKept()) {
+        core.audit->tellChange(std::move(record), {});
+        co_return;
+    }
+    boost::asio::use_awaitable_t<KxNNet::Executor> resumed;
+    co_await boost::asio::async_initiate<boost::asio::use_awaitable_t<KxNNet::Executor>, void()>(
+        [this, &record](auto&& handler) {
+            auto resume = std::make_shared<std::decay_t<decltype(handler)>>(std::forward<decltype(handler)>(handler));
+            core.audit->tellChange(std::move(record), [this, resume] {
+                boost::asio::post(core.context, [resume] { std::move (*resume)(); });
+            });
+        },
+        resumed);
 }
 
 KxNNet::Task<bool> HttpConnection::sendAnswer(Exchange& exchange) {

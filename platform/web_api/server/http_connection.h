@@ -52,8 +52,9 @@ private:
     bool becomesStream(Exchange& exchange);
     void runOperation(Exchange& exchange, const KxNJson::json* content);
 
-    // Answers.
+    // Answers, and what is told of them.
     Task<bool> sendAnswer(Exchange& exchange);
+    Task<void> tell(const Exchange& exchange);
     Task<bool> sendContinue(const Exchange& exchange);
     Task<bool> send(std::string_view first, std::string_view second);
     Task<void> discard(std::size_t limit);

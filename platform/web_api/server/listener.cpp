@@ -102,6 +102,8 @@ KxNNet::Task<void> Listener::sweepForever() {
     for (;;) {
         try {
             co_await pause(core.limits.sweep);
+            followIdentities();
+            core.audit->tellSums();
             core.connections.sweep();
             core.uploads.expire(KxNNet::coarseMilliseconds());
             core.uploadMemory.expire(KxNNet::coarseMilliseconds());
@@ -111,6 +113,16 @@ KxNNet::Task<void> Listener::sweepForever() {
             reportAndWait(failure);
         }
     }
+}
+
+/// Who has lost access ends now.
+void Listener::followIdentities() {
+    {
+        const RequestThreads::Operation reading(
+            core.requests);  // of a file that may be long, on a disk that may be slow
+        core.access->follow();
+    }
+    core.connections.endWithoutGrant([this](Grant grant) { return core.access->holds(grant); });
 }
 
 KxNNet::Task<void> Listener::acceptAll() {

@@ -33,6 +33,7 @@ private:
     KxNNet::Task<void> acceptSome();
     static void reportAndWait(const std::exception& failure);
     KxNNet::Task<void> sweepForever();
+    void followIdentities();
     KxNNet::Task<void> pause(std::chrono::milliseconds duration);
     bool acceptWaiting(int& failure);
 

@@ -36,6 +36,7 @@ void Server::prepare() {
                                  ": without TLS files in '" + settings.certificatesDirectory +
                                  "' only loopback addresses are served");
     }
+    core->audit.emplace(settings.auditFile);
     if (!settings.needsToken) {
         if (!isLocal) {
             throw std::runtime_error("Web API refuses to serve " + settings.address +
@@ -49,7 +50,7 @@ void Server::prepare() {
     if (!token) {
         throw std::runtime_error("Web API: " + error);
     }
-    core->access.emplace(TokenVerifier(*token));
+    core->access.emplace(TokenVerifier(*token), std::make_unique<Identities>(settings.identitiesFile));
 }
 
 void Server::registerHandler(KxCHandler* handler) {

@@ -14,6 +14,7 @@
 #include "platform/net/cancellation.h"
 #include "platform/net/tls_files.h"
 #include "platform/web_api/access/access_rules.h"
+#include "platform/web_api/audit/audit_trail.h"
 #include "platform/web_api/connection/connection_registry.h"
 #include "platform/web_api/connection/limits.h"
 #include "platform/web_api/operation/registration.h"
@@ -44,6 +45,8 @@ struct ServerSettings {
     std::uint16_t port = 8460;
     bool needsToken = true;
     std::string tokenFile;
+    std::string identitiesFile;
+    std::string auditFile;  ///< empty for none
     std::size_t maxConnections = 1024;
     std::uint64_t maxUploadBytes = 0;
     std::string certificatesDirectory;
@@ -87,6 +90,7 @@ struct ServerCore {
     // Set before the first connection.
     std::unique_ptr<KxNNet::TlsFiles> tls;
     std::optional<AccessRules> access;
+    std::optional<AuditTrail> audit;
     std::optional<Router> router;
     std::map<const KxSTamberWebApiEndpoint*, ServedEndpoint> served;
     std::string openApiDocument;

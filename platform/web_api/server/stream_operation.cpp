@@ -70,6 +70,7 @@ bool openStream(ServerCore& core, Exchange& exchange, const std::shared_ptr<KxNN
     auto connection = std::make_shared<KxCWebSocket::State>(core.connections, core.requests, core.limits, stream,
                                                             std::move(exchange.response.stream));
     auto operation = std::make_shared<StreamOperation>(StreamOperation{core, std::move(exchange.match), connection});
+    connection->setGrant(exchange.caller.grant);
     connection->start(*answer, std::string(readAhead), [operation = std::move(operation)] {
         try {
             operation->core.streams.start([operation] { operation->run(); });

@@ -16,6 +16,7 @@ inline constexpr std::uint16_t CLOSE_NORMAL = 1000;
 inline constexpr std::uint16_t CLOSE_GOING_AWAY = 1001;
 inline constexpr std::uint16_t CLOSE_PROTOCOL_ERROR = 1002;
 inline constexpr std::uint16_t CLOSE_INVALID_TEXT = 1007;
+inline constexpr std::uint16_t CLOSE_POLICY = 1008;
 inline constexpr std::uint16_t CLOSE_TOO_BIG = 1009;
 inline constexpr std::uint16_t CLOSE_SERVER_FAILED = 1011;
 

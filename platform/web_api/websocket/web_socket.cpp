@@ -380,6 +380,13 @@ bool KxCWebSocket::State::isReleased() {
     return isDestroyed;
 }
 
+void KxCWebSocket::State::onGrantEnded() {
+    setCloseCode(CLOSE_POLICY);
+    if (const auto self = weak_from_this().lock()) {  // the handler's callback may wait, which the sweep must not
+        boost::asio::post(stream->executor(), [self] { self->end(); });
+    }
+}
+
 void KxCWebSocket::State::sweep(std::int64_t now) {
     const KxNNet::TcpProgress progress = KxNNet::readTcpProgress(stream->descriptor());
     const bool hasReceived = progress.bytesReceived != bytesReceived;

@@ -58,6 +58,7 @@ public:
     void end();
 
     void sweep(std::int64_t now) override;
+    void onGrantEnded() override;
     void onStopping() override {}
     std::shared_ptr<KxCWebSocket::State> asStream() override { return weak_from_this().lock(); }
     void abort() override;

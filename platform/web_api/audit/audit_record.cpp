@@ -1,7 +1,8 @@
-#include "platform/web_api/access/audit.h"
+#include "platform/web_api/audit/audit_record.h"
 
 #include <algorithm>
 
+#include "KxJson.h"
 #include "platform/common/text.h"
 
 namespace KxNTamberWebApi {
@@ -9,6 +10,7 @@ namespace KxNTamberWebApi {
 namespace {
 
 constexpr std::size_t MAXIMUM_VALUE = 256;
+constexpr std::size_t MAXIMUM_KEPT_VALUE = 1024;
 
 bool isPlain(std::string_view value) {
     return std::all_of(value.begin(), value.end(), [](char c) {
@@ -60,7 +62,29 @@ std::string makeAuditLine(const AuditRecord& record) {
     appendField(line, "name", record.name);
     appendField(line, "status", std::to_string(record.status));
     appendField(line, "ms", std::to_string(record.milliseconds));
+    if (record.refusals > 0) {
+        appendField(line, "refusals", std::to_string(record.refusals));
+    }
     return line;
+}
+
+std::string makeAuditEntry(const AuditRecord& record, std::uint64_t seq, std::string_view previous) {
+    const auto kept = [](const std::string& value) { return std::string_view(value).substr(0, MAXIMUM_KEPT_VALUE); };
+    KxNJson::json entry = {{"seq", seq},
+                           {"time", KxNCommon::formatTime(record.time)},
+                           {"peer", kept(record.peer)},
+                           {"identity", kept(record.identity)},
+                           {"role", record.role},
+                           {"method", kept(record.method)},
+                           {"route", record.route},
+                           {"name", kept(record.name)},
+                           {"status", record.status},
+                           {"milliseconds", record.milliseconds}};
+    if (record.refusals > 0) {
+        entry["refusals"] = record.refusals;
+    }
+    entry["previous"] = previous;
+    return entry.dump(-1, ' ', false, KxNJson::Utf8ErrorMode::replace);
 }
 
 }  // namespace KxNTamberWebApi
