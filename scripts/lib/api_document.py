@@ -1,7 +1,8 @@
 #!/usr/bin/python3
-"""api_document.py OPENAPI-FILE [--check]: writes docs/api.md from the description that the program serves.
+"""api_document.py OPENAPI-FILE [--check]: writes docs/api.md, and the table of roles in docs/security.md, from the
+description that the program serves.
 
-With --check nothing is written: it fails when docs/api.md would change. The texts of the answers come from
+With --check nothing is written: it fails when one of them would change. The texts of the answers come from
 docs/api-texts.json, whose words must stand in the source of the operations.
 """
 
@@ -12,6 +13,7 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 DOCUMENT = ROOT / "docs/api.md"
+SECURITY = ROOT / "docs/security.md"
 TEXTS = ROOT / "docs/api-texts.json"
 SOURCES = ("handler", "api", "platform/container_runtime", "platform/console")  # what words an answer
 
@@ -20,7 +22,8 @@ INTRODUCTION = """# The API for people
 Made by `scripts/lib/api_document.py` from the description that the service serves at `GET {base}/openapi.json`; edit
 `api/schemas.cpp`, `platform/console/schemas.cpp` and `docs/api-texts.json` instead of this page.
 
-All paths lie below `{base}`. Every request carries `Authorization: Bearer TOKEN`, or comes with a client certificate. An
+All paths lie below `{base}`. Every request carries `Authorization: Bearer TOKEN`, or comes with a client certificate; each
+operation names the role that it asks for ([security.md](security.md)), where "none" asks for nothing. An
 error answers `application/problem+json` (RFC 9457): `{{"type", "title", "status", "detail"}}`; the tables give the
 detail's text, with `{{name}}` and the like for what varies. Besides what stands below, any request may be answered by the
 server itself:
@@ -32,6 +35,7 @@ server itself:
 | 403 | Forbidden | the role does not suffice ("The role 'viewer' may not do this"); or the Origin is foreign and there is no token; with `Auth = none` a foreign Host, too |
 | 404, 405 | NotFound, MethodNotAllowed | no such path, or not with this method (`Allow` says which) |
 | 408, 414, 431 | RequestTimeout, UriTooLong, RequestHeaderFieldsTooLarge | the header block is late, or too large; 408 also a body without a byte for 30 s, or an upload slower than 1 KiB/s over a minute |
+| 429 | TooManyRequests | too many wrong tokens came from the client's address; `Retry-After` says for how long |
 | 413, 415 | ContentTooLarge, UnsupportedMediaType | the body is too large, or of another type |
 | 426 | UpgradeRequired | the log route without a WebSocket upgrade |
 | 500 | InternalServerError | `Internal error`, or `Upload failed` when a part of an upload could not be stored |
@@ -61,7 +65,7 @@ def schema_name(content):
 def describe(path, method, operation, texts):
     own = texts.get(operation["operationId"], {})
     lines = [f"\n### {method} {path}\n", f"{operation.get('summary', '')} (`{operation['operationId']}`"
-             + (", G" if own.get("guarded") else "") + ").\n"]
+             + (", G" if own.get("guarded") else "") + f"). Role: {operation['x-kx-role']}.\n"]
     for parameter in operation.get("parameters", []):
         lines.append(f"- `{parameter['name']}` ({parameter['in']}, {parameter['schema']['type']}): "
                      f"{parameter.get('description', '')}")
@@ -75,6 +79,22 @@ def describe(path, method, operation, texts):
         content = schema_name(answer.get("content")) if status.startswith("2") else ""
         lines.append(f"| {status} | {answer['description']}{': ' + content if content else ''}{details} |")
     return "\n".join(lines) + "\n"
+
+
+def role_table(description):
+    """Which operations ask for which role, as a table."""
+    by_role = {}
+    for _, _, operation in operations(description):
+        by_role.setdefault(operation["x-kx-role"], []).append(operation["operationId"])
+    rows = [f"| {role} | {', '.join(by_role.get(role, []))} |" for role in ("viewer", "operator", "administrator", "none")]
+    return "\n".join(["| Role | Operations |", "|---|---|", *rows])
+
+
+def with_role_table(text, table):
+    """The text with the table between its marks."""
+    begin, end = "<!-- roles: made by scripts/lib/api_document.py -->\n", "\n<!-- end of roles -->"
+    before, rest = text.split(begin)
+    return before + begin + table + end + rest.split(end)[1]
 
 
 def is_said(words, literals, runs=3):
@@ -110,10 +130,12 @@ def main():
     text = INTRODUCTION.format(base=description["servers"][0]["url"])
     for tag, parts in sections.items():
         text += f"\n## {tag.replace('-', ' ').capitalize()}\n" + "".join(parts)
-    if "--check" not in sys.argv:
-        DOCUMENT.write_text(text)
-    elif not DOCUMENT.exists() or DOCUMENT.read_text() != text:
-        sys.exit(f"{DOCUMENT} is out of date: run {sys.argv[0]} {sys.argv[1]}")
+    security = with_role_table(SECURITY.read_text(), role_table(description))
+    for path, made in ((DOCUMENT, text), (SECURITY, security)):
+        if "--check" not in sys.argv:
+            path.write_text(made)
+        elif path.read_text() != made:
+            sys.exit(f"{path} is out of date: run {sys.argv[0]} {sys.argv[1]}")
 
 
 if __name__ == "__main__":

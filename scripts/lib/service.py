@@ -199,15 +199,16 @@ class Service:
         self.port = ports[0] if ports else None
         return self
 
-    def request(self, method, path, body=None, headers=None, token=True, timeout=60, connection=None):
-        """One request below the API's base path; `body` is an object for JSON, or what http.client takes."""
+    def request(self, method, path, body=None, headers=None, token=True, timeout=60, connection=None, source=None):
+        """One request below the API's base path; `body` is an object for JSON, or what http.client takes. `source` is the
+        address that it comes from."""
         headers = dict(headers or {})
         if isinstance(body, (dict, list)):
             body = json.dumps(body).encode()
             headers.setdefault("Content-Type", "application/json")
         if token:
             headers["Authorization"] = f"Bearer {self.token() if token is True else token}"
-        used = connection or self.connect(timeout)
+        used = connection or self.connect(timeout, source)
         try:
             used.request(method, path if path.startswith("/api") else BASE + path, body, headers)
             response = used.getresponse()
@@ -218,10 +219,11 @@ class Service:
             if connection is None:
                 used.close()
 
-    def connect(self, timeout=60):
+    def connect(self, timeout=60, source=None):
+        options = {"timeout": timeout, "source_address": (source, 0) if source else None}
         if self.tls:
-            return http.client.HTTPSConnection("127.0.0.1", self.port, timeout=timeout, context=self.tls)
-        return http.client.HTTPConnection("127.0.0.1", self.port, timeout=timeout)
+            return http.client.HTTPSConnection("127.0.0.1", self.port, context=self.tls, **options)
+        return http.client.HTTPConnection("127.0.0.1", self.port, **options)
 
     def use_tls(self, ca_file, certificate=None, key=None):
         self.tls = ssl.create_default_context(cafile=ca_file)

@@ -7,11 +7,11 @@ WRONG = [None, "", "Bearer", "Bearer ", "Bearer wrong", "bearer", "Basic {token}
 
 def test_without_the_token_nothing_is_answered(service):
     token = service.token()
-    for method, path in [("GET", "/settings"), ("GET", "/nothing"), ("PATCH", "/settings"), ("GET", "/containers/x/logs/ws"),
-                         ("GET", "/openapi.json")]:
+    for number, (method, path) in enumerate([("GET", "/settings"), ("GET", "/nothing"), ("PATCH", "/settings"),
+                                             ("GET", "/containers/x/logs/ws"), ("GET", "/openapi.json")]):
         for wrong in WRONG:
             headers = {} if wrong is None else {"Authorization": wrong.format(token=token, half=token[:32])}
-            answer = service.request(method, path, headers=headers, token=False)
+            answer = service.request(method, path, headers=headers, token=False, source=f"127.0.1.{number}")
             assert (answer.status, answer.json()["title"]) == (401, "Unauthorized"), (method, path, wrong)
             assert answer.headers["WWW-Authenticate"].startswith("Bearer")
     upload = (f"POST {kx.BASE}/images HTTP/1.1\r\nHost: localhost\r\nContent-Length: 1073741824\r\n"
@@ -49,7 +49,7 @@ def test_secrets_stay_out_of_the_log(service):
     headers = {"Content-Type": "application/x-pem-file", "Content-Disposition": "attachment; filename=my.key"}
     assert service.request("POST", "/certs/private-key", key, headers).status == 200
     service.request("GET", f"/settings?access_token={service.token()}")
-    service.request("GET", "/settings", token="guessed-by-an-attacker")
+    service.request("GET", "/settings", token="guessed-by-an-attacker", source="127.0.1.9")
     assert service.request("DELETE", "/certs/private-key").status == 204
     assert "c2VjcmV0" not in service.log() and "guessed-by" not in service.log()
 

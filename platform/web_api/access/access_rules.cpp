@@ -48,8 +48,11 @@ auto withOfferedToken(const RequestHead& request, Use use) {
     return use(std::optional<std::string_view>());
 }
 
+/// Who has that identity; an expired one gives a name and nothing else.
 Caller callerOf(const GrantedIdentity& found) {
-    return {found.identity.role, found.identity.name, found.grant};
+    return found.identity.hasExpired(KxNCommon::wallNow())
+               ? Caller{ROLE_NONE, found.identity.name, 0}
+               : Caller{found.identity.role, found.identity.name, found.grant};
 }
 
 }  // namespace
@@ -68,6 +71,7 @@ std::optional<Answer> AccessRules::identify(const RequestHead& request, const Se
                                             Caller& caller) {
     if (!verifier) {
         auto refusal = checkPage(request);
+        caller.identity = sender.certificateSubject.empty() ? "none" : sender.certificateSubject;
         caller.role = refusal ? ROLE_NONE : ROLE_ADMINISTRATOR;
         return refusal;
     }
@@ -82,7 +86,7 @@ std::optional<Answer> AccessRules::identify(const RequestHead& request, const Se
     }
     // A browser shows its user's certificate by itself, whatever page asks.
     const bool isForeign = !sender.certificateSubject.empty() && !comesFromOwnPage(request);
-    if (isForeign && caller.grant == 0) {
+    if (isForeign && token == Token::none) {
         caller.identity = sender.certificateSubject;
     }
     if (!isForeign && letsCertificateIn(sender.certificateSubject, caller)) {
@@ -116,11 +120,7 @@ AccessRules::Token AccessRules::lookAtToken(const RequestHead& request, Caller& 
             return Token::wrong;
         }
         caller = callerOf(*found);
-        if (found->identity.hasExpired(KxNCommon::wallNow())) {
-            caller.role = ROLE_NONE;
-            return Token::wrong;
-        }
-        return Token::right;
+        return caller.role != ROLE_NONE ? Token::right : Token::wrong;
     });
 }
 
@@ -131,7 +131,7 @@ bool AccessRules::letsCertificateIn(const std::string& subject, Caller& caller) 
     const auto list = identities->current();
     const GrantedIdentity* const found = list->findByCertificate(subject);
     caller = found != nullptr ? callerOf(*found) : Caller{ROLE_ADMINISTRATOR, subject, 0};
-    if (!identities->areKnown() || (found != nullptr && found->identity.hasExpired(KxNCommon::wallNow()))) {
+    if (!identities->areKnown()) {
         caller.role = ROLE_NONE;
     }
     return caller.role != ROLE_NONE;

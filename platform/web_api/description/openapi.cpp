@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "KxJson.h"
+#include "platform/web_api/access/roles.h"
 #include "platform/web_api/http/problem_details.h"
 
 namespace KxNTamberWebApi {
@@ -205,7 +206,11 @@ json makeOperation(const KxSTamberWebApiEndpoint& endpoint, const KxSOperationSc
     const std::uint8_t bodyKind = endpoint.bodyKinds == nullptr ? std::uint8_t{0} : *endpoint.bodyKinds;
     json operation = {{"operationId", operationId},
                       {"summary", schema == nullptr ? makeSummary(operationId) : std::string(schema->summary)},
-                      {"tags", {makeTag(route)}}};
+                      {"tags", {makeTag(route)}},
+                      {"x-kx-role", roleName(requiredRole(operationId))}};
+    if (needsToken && requiredRole(operationId) == ROLE_NONE) {
+        operation["security"] = {json::object(), {{"bearer", json::array()}}, {{"clientCertificate", json::array()}}};
+    }
 
     json parameters = json::array();
     for (const auto* declared = endpoint.parameters; declared != nullptr && *declared != nullptr; ++declared) {
