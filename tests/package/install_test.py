@@ -5,6 +5,7 @@ The service runs as systemd runs it, by the unit of the package, with a real Pod
 """
 
 import contextlib
+import http.client
 import json
 import os
 import pathlib
@@ -13,8 +14,15 @@ import sys
 import time
 
 import units
-from installed import (CONFIGURATION, MARKER, NAME, OTHER_PORT, PROGRAM, SETTINGS, TOKEN, main_process, request, run,
-                       unit_state, wait_until)
+from installed import (CONFIGURATION, DEFAULT_PORT, MARKER, NAME, OTHER_PORT, PROGRAM, SETTINGS, TOKEN, main_process, request,
+                       run, unit_state, wait_until)
+
+
+def get_status(token):
+    time.sleep(0.3)  # who asks often with a wrong token is sent away
+    connection = http.client.HTTPConnection("127.0.0.1", DEFAULT_PORT, timeout=60)
+    connection.request("GET", "/api/cre/v1.0/settings", headers={"Authorization": "Bearer " + token})
+    return connection.getresponse().status
 
 
 def make_version(package, version, change_configuration=False):
@@ -65,6 +73,17 @@ def test_installation_starts_the_service(package):
     assert "6" in {entry["PRIORITY"] for entry in entries}
 
 
+def test_the_tool_gives_access_to_the_running_service(_):
+    token = run("kx-container-admin", "identity", "add", "anna", "--role", "viewer")
+    wait_until(lambda: get_status(token) == 200, "the service follows")
+    run("kx-container-admin", "identity", "remove", "anna")
+    wait_until(lambda: get_status(token) == 401, "the service follows")
+    assert run("kx-container-admin", "audit", "verify").startswith("The chain holds: ")
+    completed = run("bash", "-c", "source /usr/share/bash-completion/completions/kx-container-admin; "
+                    "COMP_WORDS=(kx-container-admin identity re) COMP_CWORD=2; _kx_container_admin; echo ${COMPREPLY[*]}")
+    assert completed == "remove renew", completed
+
+
 def test_containers_outlive_the_service(_):
     make_container()
     request("POST", "/containers/witness/start", expected=204)
@@ -112,7 +131,8 @@ def test_purge_leaves_only_data_and_containers(_):
     before, pid = data(), witness()
     run("dpkg", "--purge", NAME)
     assert data() == before and witness() == pid
-    left = run("find", "/etc", "/usr", "/var", "/run", "-xdev", "(", "-name", f"{NAME}*", "-o", "-name", "kx-container-podman*", "-o", "-name", "KxContainerRTE*",
+    left = run("find", "/etc", "/usr", "/var", "/run", "-xdev", "(", "-name", f"{NAME}*", "-o", "-name", "kx-container-podman*",
+               "-o", "-name", "kx-container-admin*", "-o", "-name", "KxContainerRTE*",
                ")", "-not", "-path", f"{pathlib.Path.cwd()}/*")
     assert left == "", left
 
@@ -123,7 +143,7 @@ def main():
     with contextlib.suppress(RuntimeError):
         run("dpkg", "--purge", NAME)
     for step in (test_installation_starts_the_service, test_containers_outlive_the_service,
-                 *units.TESTS, test_upgrade_keeps_what_was_edited,
+                 test_the_tool_gives_access_to_the_running_service, *units.TESTS, test_upgrade_keeps_what_was_edited,
                  test_removal_stops_the_service_and_keeps_configuration_data_and_containers,
                  test_purge_leaves_only_data_and_containers):
         try:
