@@ -86,15 +86,15 @@ def role_table(description):
     by_role = {}
     for _, _, operation in operations(description):
         by_role.setdefault(operation["x-kx-role"], []).append(operation["operationId"])
-    rows = [f"| {role} | {', '.join(by_role.get(role, []))} |" for role in ("viewer", "operator", "administrator", "none")]
+    rows = [f"| {role} | {', '.join(by_role.get(role, [])) or '-'} |" for role in ("viewer", "operator", "administrator", "none")]
     return "\n".join(["| Role | Operations |", "|---|---|", *rows])
 
 
 def with_role_table(text, table):
     """The text with the table between its marks."""
-    begin, end = "<!-- roles: made by scripts/lib/api_document.py -->\n", "\n<!-- end of roles -->"
+    begin, end = "<!-- roles: made by scripts/lib/api_document.py -->\n", "<!-- end of roles -->"
     before, rest = text.split(begin)
-    return before + begin + table + end + rest.split(end)[1]
+    return before + begin + "\n" + table + "\n\n" + end + rest.split(end)[1]
 
 
 def is_said(words, literals, runs=3):
