@@ -1,9 +1,11 @@
-// The fields that decide who gets in: Authorization, Sec-WebSocket-Protocol, Host and Origin; and the audit line.
+// The fields that decide who gets in: Authorization, Sec-WebSocket-Protocol, Host and Origin; and what the audit tells
+// of them.
 
 #include "fuzz/require.h"
-#include "platform/web_api/access/audit.h"
 #include "platform/web_api/access/authorization.h"
 #include "platform/web_api/access/loopback.h"
+#include "platform/web_api/audit/audit_chain.h"
+#include "platform/web_api/audit/audit_record.h"
 
 using namespace KxNTamberWebApi;
 
@@ -23,8 +25,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     isLoopbackAddress(text);
 
-    const std::string line = makeAuditLine({"127.0.0.1", text, "viewer", "GET", "/a/{name}", text, 401, 3});
+    const std::string value(text);
+    const AuditRecord record = {"127.0.0.1", value, "viewer", "GET", "/a/{name}", value, 401, 3, 0, {}};
+    const std::string line = makeAuditLine(record);
     KX_REQUIRE(std::all_of(line.begin(), line.end(), [](char c) { return c >= 0x20 && c < 0x7f; }));
     KX_REQUIRE(line.size() < 3000);
+    const std::string entry = makeAuditEntry(record, 7, std::string(64, 'a'));
+    KX_REQUIRE(entry.find('\n') == std::string::npos && findPlace(entry)->seq == 7);
+    findPlace(text);
     return 0;
 }
