@@ -57,8 +57,10 @@ std::optional<EntryHead> parseEntryHead(std::string_view line) {
                      timeEnd + WORDS.size()};
 }
 
-std::uint64_t EntryParser::takeHoleSize() {
-    return std::exchange(holeSize, 0);
+std::size_t EntryParser::skipHole(std::string_view& bytes) const {
+    const std::size_t size = isInside ? 0 : std::min(bytes.find_first_not_of('\0'), bytes.size());
+    bytes.remove_prefix(size);
+    return size;
 }
 
 /// The beginning of an entry, or all of it.
@@ -86,11 +88,6 @@ LogEntry EntryParser::finish(LogEntry entry, bool isWhole) {
 }
 
 std::optional<LogEntry> EntryParser::next(std::string_view& bytes, bool isAll) {
-    if (!isInside && bytes.starts_with('\0')) {
-        const std::size_t size = std::min(bytes.find_first_not_of('\0'), bytes.size());
-        holeSize += size;
-        bytes.remove_prefix(size);
-    }
     const std::size_t lineEnd = bytes.find('\n');
     const bool isWhole = lineEnd != std::string_view::npos;
     if (bytes.empty() || (!isWhole && !isAll)) {

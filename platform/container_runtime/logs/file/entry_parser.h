@@ -39,9 +39,9 @@ public:
     /// lost. But what a full disk has left of a head is no output.
     std::optional<LogEntry> next(std::string_view& bytes, bool isAll);
 
-    /// Bytes of a hole that were skipped since this was last asked: where somebody has cut the file short, what still
-    /// writes to it goes on at the old place.
-    std::uint64_t takeHoleSize();
+    /// Takes a hole off the front of `bytes`, as there is one where somebody has cut the file short and what still
+    /// writes to it goes on at the old place. Its size, or that of what is there of it.
+    std::size_t skipHole(std::string_view& bytes) const;
 
     /// False inside an entry of which a piece has been given already.
     bool isBetweenEntries() const { return !isInside; }
@@ -54,7 +54,6 @@ private:
     bool isPartial = false;  ///< the entry ends without the end of its line
     LogOutput output = LogOutput::standard;
     std::string time;  ///< of the entry that a piece was given of, and of lines without one
-    std::uint64_t holeSize = 0;
 };
 
 }  // namespace KxNContainer

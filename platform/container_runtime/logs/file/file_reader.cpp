@@ -131,9 +131,10 @@ LogStep FileReader::next() {
 
 std::optional<LogEntry> FileReader::takeEntry(bool isAll) {
     const std::size_t before = rest.size();
-    const auto entry = parser.next(rest, isAll);
+    const std::size_t hole = parser.skipHole(rest);
+    const auto entry = hole > 0 ? std::nullopt : parser.next(rest, isAll);
     offset += static_cast<off_t>(before - rest.size());
-    if (const std::uint64_t hole = parser.takeHoleSize(); hole > 0) {
+    if (hole > 0) {
         addGap(hole, "The log was cut short");
     }
     return entry;

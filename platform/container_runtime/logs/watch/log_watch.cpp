@@ -32,7 +32,8 @@ struct LogWatch::Watched {
     int exitWatch = -1;
     LogWriter writer;
     std::uint64_t replacements = 0;  ///< of the file, that the events that are being read tell of
-    bool isTouched = false;          ///< they tell of its place
+    bool isReplaced = false;         ///< they tell of another file
+    bool isTouched = false;          ///< they tell of the file's place
     bool isOpened = false;           ///< they tell that somebody opened it
     std::optional<Clock::time_point> unusedSince;
 };
@@ -274,6 +275,7 @@ void LogWatch::takePlaceEvent(const inotify_event& event) {
             watched->isOpened = true;
         } else if (isOwn || isOverflow) {
             watched->replacements += (event.mask & (IN_CREATE | IN_MOVED_TO)) != 0 ? 1 : 0;
+            watched->isReplaced |= isOverflow || watched->replacements > 0;
             watched->isTouched = true;
         }
     }
@@ -282,7 +284,8 @@ void LogWatch::takePlaceEvent(const inotify_event& event) {
 void LogWatch::openTouched() {
     for (const auto& watched : logs) {
         const bool isOpened = std::exchange(watched->isOpened, false);
-        if (std::exchange(watched->isTouched, false)) {
+        const bool isTouched = std::exchange(watched->isTouched, false);
+        if (std::exchange(watched->isReplaced, false)) {
             try {
                 openAgain(*watched);
             } catch (const std::exception& error) {
@@ -290,8 +293,8 @@ void LogWatch::openTouched() {
                            watched->log->containerId.c_str(), error.what());
             }
             watched->log->ringAll();
-        } else if (isOpened && watched->log->run().hasEnded) {
-            watched->log->countActivity();  // a new run, maybe
+        } else if (isTouched || (isOpened && watched->log->run().hasEnded)) {
+            watched->log->countActivity();  // deleted, or a new run
             watched->log->ringAll();
         }
     }
