@@ -130,4 +130,13 @@ bool replaceFile(const std::string& path, std::string_view contents, mode_t mode
     }
 }
 
+void syncFile(const std::string& path) {
+    for (const std::string& part : {path, path.substr(0, path.rfind('/') + 1)}) {
+        const UniqueFd file(::open(part.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+        if (!file || (::fsync(file.get()) != 0 && errno != EINVAL)) {
+            throw failedTo("sync", part);
+        }
+    }
+}
+
 }  // namespace KxNCommon

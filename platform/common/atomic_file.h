@@ -29,4 +29,8 @@ std::string temporaryName(const std::string& name);
 /// Writers of one file exclude each other, across threads and processes; the last one wins. Any thread.
 bool replaceFile(const std::string& path, std::string_view contents, mode_t mode, std::string& error);
 
+/// Brings the file at `path`, and its name, to the disk: from then on a power cut leaves it. Throws std::system_error.
+/// Any thread.
+void syncFile(const std::string& path);
+
 }  // namespace KxNCommon

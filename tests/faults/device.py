@@ -23,9 +23,16 @@ COUNTER = "i=0; while :; do i=$((i+1)); echo $i; sleep 0.05; done"
 COMPOSE = "version: '3'\nservices:\n  a:\n    image: localhost/hello:1\n    command: sleep 1000\n    stop_grace_period: 0s\n"
 
 
+def program_beside(name):
+    """Another program of the same build."""
+    return str(Device.program.with_name(name))
+
+
 class Device:
+    program = None
+
     def __init__(self, program):
-        self.program = program
+        Device.program = pathlib.Path(program)
         self.log_number = 0
         ARCHIVE.parent.mkdir()
         kx.make_image()

@@ -12,6 +12,7 @@ import clients
 import kills
 import log_faults
 import podman_faults
+import power_cuts
 import resources
 import shutdown
 import slow_clients
@@ -19,7 +20,7 @@ import streams
 import uploads
 from report import Report
 
-GROUPS = {"podman": podman_faults, "logs": log_faults, "kill": kills, "resources": resources, "clients": clients,
+GROUPS = {"podman": podman_faults, "logs": log_faults, "kill": kills, "power": power_cuts, "resources": resources, "clients": clients,
           "slow": slow_clients, "uploads": uploads, "streams": streams, "shutdown": shutdown}
 
 

@@ -10,6 +10,7 @@
 
 #include "KxJson.h"
 #include "KxLog.h"
+#include "platform/common/atomic_file.h"
 #include "platform/common/storage_room.h"
 #include "platform/net/loop_stream.h"
 #include "platform/web_api/http/content_disposition.h"
@@ -254,13 +255,16 @@ bool Upload::hasRoomFor(std::string_view data) {
 /// handler may hold the file open.
 void Upload::endWithoutRoom(std::uint64_t size, std::uint64_t room) {
     refuse(noRoom(size, room));
-    const std::string& name = request.kind->fileName.empty() ? fileName : request.kind->fileName;
-    if (handlerSawIt && !name.empty()) {
-        const std::string path = request.kind->directory + "/" + name;
-        if (::truncate(path.c_str(), 0) == 0) {
-            ::unlink(path.c_str());
-        }
+    const std::string path = storedPath();
+    if (handlerSawIt && !path.empty() && ::truncate(path.c_str(), 0) == 0) {
+        ::unlink(path.c_str());
     }
+}
+
+/// Where the handler stores the file; empty when that is not known.
+std::string Upload::storedPath() const {
+    const std::string& name = request.kind->fileName.empty() ? fileName : request.kind->fileName;
+    return request.kind->directory.empty() || name.empty() ? "" : request.kind->directory + "/" + name;
 }
 
 /// Gives one chunk to the handler.
@@ -312,6 +316,12 @@ void Upload::finish(bool mayHoldSession) {
     const bool isToldWrongly = result.status == 400 && storageFault != 0;
     if (beginningWasRefused && (isSuccess(result.status) || isToldWrongly)) {
         result = makeRefusal(500, UPLOAD_FAILED);
+    }
+    // Compose files, certificates and keys: what was answered outlives a power cut. A large file takes too long for
+    // that.
+    const std::string path = storedPath();
+    if (isSuccess(result.status) && offset <= limits.uploadBeginning && ::access(path.c_str(), F_OK) == 0) {
+        KxNCommon::syncFile(path);
     }
 }
 

@@ -97,6 +97,7 @@ private:
     bool hasRoomFor(std::string_view data);
     Taken offer(std::string_view data);
     void endWithoutRoom(std::uint64_t size, std::uint64_t room);
+    std::string storedPath() const;
     void finish(bool mayHoldSession);
     void refuse(const Refusal& refusal);
 
