@@ -33,7 +33,7 @@ def main():
     jsonschema.Draft7Validator(schema, resolver=jsonschema.RefResolver(schema["$id"], schema, known)).validate(bom)
     versions = {component["name"]: component["version"] for component in bom["components"]}
     for file in bom["metadata"]["component"]["components"]:
-        program = root / "usr/sbin" / file["name"]
+        program = next(path for path in (root / "usr/sbin" / file["name"], root / "usr/lib/kx-container-service" / file["name"]) if path.exists())
         assert file["hashes"][0]["content"] == hashlib.sha256(program.read_bytes()).hexdigest(), f"it is of another {program}"
         dynamic = subprocess.run(["readelf", "-d", program], check=True, text=True, capture_output=True).stdout
         for library in re.findall(r"NEEDED.*\[(.*)\]", dynamic):
