@@ -15,7 +15,7 @@ namespace KxNContainer {
 
 namespace {
 
-constexpr std::size_t BLOCK_SIZE = 16UL << 10;
+constexpr std::size_t READ_BLOCK_SIZE = 16UL << 10;
 
 /// The pieces of a line lie together, but for the lines of the other output. This far the beginning of one is looked
 /// for.
@@ -115,7 +115,7 @@ LogStep FileReader::next() {
         }
         const Place place{current.number, offset};
         const bool isBeginning = parser.isBetweenEntries();
-        if (const auto entry = takeEntry(hasAll || rest.size() == BLOCK_SIZE)) {
+        if (const auto entry = takeEntry(hasAll || rest.size() == READ_BLOCK_SIZE)) {
             isSkipping = isBeginning ? place < begins[indexOf(entry->output)] : isSkipping;
             if (isSkipping) {
                 continue;
@@ -148,11 +148,11 @@ bool FileReader::fill() {
     const LogFile::Look look = current.file->look();
     takeCuts(look);
     const std::size_t place = rest.empty() ? 0 : static_cast<std::size_t>(rest.data() - block.data());
-    block.resize(BLOCK_SIZE);
+    block.resize(READ_BLOCK_SIZE);
     std::memmove(block.data(), block.data() + place, rest.size());
     const off_t begin = offset + static_cast<off_t>(rest.size());
     const std::size_t room =
-        std::min(BLOCK_SIZE - rest.size(), static_cast<std::size_t>(std::max<off_t>(look.size - begin, 0)));
+        std::min(READ_BLOCK_SIZE - rest.size(), static_cast<std::size_t>(std::max<off_t>(look.size - begin, 0)));
     const std::size_t size = current.file->read(begin, {block.data() + rest.size(), room});
     rest = {block.data(), rest.size() + size};
     hasNext = size == 0 && isReplaced;

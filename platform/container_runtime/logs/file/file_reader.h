@@ -1,11 +1,11 @@
 // A container's log in files of the kind that conmon(8) writes.
 #pragma once
 
-#include <compare>
 #include <deque>
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/container_runtime/logs/entry/log_reader.h"
@@ -31,7 +31,9 @@ private:
     struct Place {
         std::uint64_t number = 0;  ///< of the file
         off_t offset = 0;
-        auto operator<=>(const Place&) const = default;
+        bool operator<(const Place& other) const {
+            return std::tie(number, offset) < std::tie(other.number, other.offset);
+        }
     };
 
     void beginBehind(const std::string& cursor, const std::vector<FollowedLog::File>& files);

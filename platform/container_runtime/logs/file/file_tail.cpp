@@ -7,7 +7,7 @@ namespace KxNContainer {
 
 namespace {
 
-constexpr off_t BLOCK_SIZE = 32L << 10;
+constexpr off_t TAIL_BLOCK_SIZE = 32L << 10;
 
 }  // namespace
 
@@ -36,7 +36,7 @@ std::optional<off_t> BackwardEntries::findLineBegin() {
             return 0;
         }
         searched = std::min(searched, blockBegin);
-        const off_t size = std::min(BLOCK_SIZE, blockBegin);
+        const off_t size = std::min(TAIL_BLOCK_SIZE, blockBegin);
         blockBegin -= size;
         block.resize(static_cast<std::size_t>(size));
         block.resize(file.read(blockBegin, block));
