@@ -23,7 +23,7 @@ public:
 
     LogStep next() override;
     bool wait(const KxNNet::Cancellation& cancellation, std::chrono::milliseconds longest) override;
-    std::string cursor() override;
+    std::string cursor() override { return lastCursor; }
 
 private:
     void beginBehind(const std::string& cursor);
@@ -32,17 +32,18 @@ private:
     void readHead(LogEntry& entry, bool& isPartial);
     std::string_view field(const char* name);
     bool advance();
-    void noteVacuuming();
+    bool lookAtFiles();
+    void takeCursor();
 
     const JournalLibrary& library;
     LogFollower follower;
     Journal journal;
 
     bool isOnEntry = false;  ///< the journal stands on an entry that has not been given
-    bool hasPlace = false;   ///< it stands on an entry at all
+    std::string lastCursor;  ///< of the last entry that was given or passed over
     std::int64_t place = 0;  ///< of the entry, counted from the end that the journal had at first
     std::array<std::int64_t, LOG_OUTPUTS> begins{};
-    std::uint64_t readUpTo = 0;  ///< microseconds since the Unix epoch: all entries up to then have been read
+    std::uint64_t readUpTo;  ///< microseconds since the Unix epoch: all entries up to then have been read
     bool isSynchronised = false;
     std::deque<LogGap> gaps;
     std::string time;
