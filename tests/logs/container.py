@@ -165,4 +165,4 @@ class Container:
             text = entry["MESSAGE"]
             time = datetime.datetime.fromtimestamp(int(entry["__REALTIME_TIMESTAMP"]) / 1e6, datetime.timezone.utc)
             yield (time.isoformat(), "err" if entry["PRIORITY"] == "3" else "out", "CONTAINER_PARTIAL_MESSAGE" in entry,
-                   text.encode() if isinstance(text, str) else bytes(text))
+                   (text.encode() if isinstance(text, str) else bytes(text)).removesuffix(b"\n"))
