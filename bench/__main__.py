@@ -34,6 +34,8 @@ MEASUREMENTS = {
     **{name: functools.partial(measure, tls=False) for name, measure in PLAIN_OR_TLS.items()},
     **{f"{name}-tls": over_tls(measure) for name, measure in PLAIN_OR_TLS.items()},
     "handshake": requests.handshake,
+    "identities": requests.identities,
+    "wrong-tokens": requests.wrong_tokens,
     "list": requests.container_list,
     "log": logs.ended_log,
     "log-tail": logs.tail_of_large_log,

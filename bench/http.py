@@ -2,6 +2,7 @@
 must cost less than the server that it loads, bench/client.cpp is used.
 """
 
+import contextlib
 import dataclasses
 import os
 import re
@@ -146,6 +147,18 @@ def open_websocket(address, target, headers):
     if b" 101 " not in answer.split(b"\r\n")[0]:
         raise RuntimeError(f"no upgrade: {received!r}")
     return connection, rest
+
+
+@contextlib.contextmanager
+def wrong_tokens(url, connections, cpu):
+    """Asks with a wrong token, as fast as it is answered, while the scope lasts."""
+    command = ["taskset", "-c", cpu, "wrk", "-t1", f"-c{connections}", "-d600s", "-H", "Authorization: Bearer wrong", url]
+    child = subprocess.Popen(command, stdout=subprocess.DEVNULL)
+    try:
+        yield
+    finally:
+        child.terminate()
+        child.wait()
 
 
 def wrk(url, headers=None, connections=64, seconds=4, cpu=None):

@@ -1,7 +1,9 @@
 """Requests: what they cost in CPU time, how many a second, and what the way through the service adds."""
 
 import contextlib
+import hashlib
 import json
+import pathlib
 import statistics
 import time
 
@@ -12,6 +14,7 @@ from bench.measurement import Growth, Row
 SETTINGS = "/settings"
 NOT_REPEATED = {"content-type", "content-length", "date", "connection", "server"}  # nginx sends these by itself
 CONNECTIONS = 64
+TOKEN = "an-identity-s-token-of-43-characters-"  # and a number: as long as what the tool makes
 
 
 @contextlib.contextmanager
@@ -34,6 +37,60 @@ def settings(effort, directory, tls):
             own.append(rate_per_cpu_second(service, service.url(SETTINGS), service.headers(), effort)[0])
     return [Row("settings", "GET /settings, requests per second of CPU time", "1/s", own, "nginx, the same answer", reference,
                 0.9 if tls else 0.95, "ratio")]
+
+
+def identities(effort, directory):
+    """What it costs that a token is an identity's, and that there are many of them."""
+    path = pathlib.Path("/mnt/cfdrive/containers/identities.json")
+
+    def known(count):
+        """Makes so many identities; gives the headers of one in the middle."""
+        entries = [{"name": f"user{number}", "role": "viewer", "created": "2026-01-01T00:00:00Z", "expires": None,
+                    "tokenSha256": hashlib.sha256(f"{TOKEN}{number}".encode()).hexdigest()} for number in range(count)]
+        made = path.with_suffix(".new")
+        made.write_text(json.dumps({"identities": entries}))
+        made.chmod(0o600)
+        made.rename(path)
+        time.sleep(1.5)  # it is followed within a second
+        return {"Authorization": f"Bearer {TOKEN}{count // 2}"}
+
+    own, administrator, many, few = [], [], [], []
+    with programs.PodmanDouble(directory), programs.Service(directory, programs.SERVER_CPU) as service:
+        def rate(headers):
+            return rate_per_cpu_second(service, service.url(SETTINGS), headers, effort)[0]
+
+        try:
+            for _ in range(effort.rounds(7)):
+                one_of_few = known(10)
+                few.append(rate(one_of_few))
+                administrator.append(rate(service.headers()))
+                own.append(rate(one_of_few))
+                many.append(rate(known(1000)))
+        finally:
+            path.unlink(missing_ok=True)
+    what = "GET /settings with an identity's token, requests per second of CPU time"
+    return [Row("settings-identity", what, "1/s", own, "the administrator's token", administrator, 0.97, "ratio"),
+            Row("settings-identities", what + ", 1 000 identities", "1/s", many, "10 identities", few, 0.97, "ratio")]
+
+
+def wrong_tokens(effort, directory):
+    """How long others wait beside clients that guess tokens as fast as they are answered."""
+    beside, alone = [], []
+    with programs.PodmanDouble(directory), programs.Service(directory, programs.SERVER_CPU) as service:
+        request = http.head("GET", programs.API + SETTINGS, service.headers())
+
+        def worst_percent():
+            with http.Connection(service.address) as connection:
+                times = sorted(timed(connection, request)[0] for _ in range(effort.count(20_000)))
+            return times[len(times) * 99 // 100]
+
+        for _ in range(effort.rounds(7)):
+            alone.append(worst_percent())
+            with http.wrong_tokens(service.url(SETTINGS), CONNECTIONS, programs.CLIENT_CPU):
+                time.sleep(1)
+                beside.append(worst_percent())
+    return [Row("wrong-tokens", "GET /settings beside 64 clients that guess tokens, 99th percentile", "ms", beside,
+                "the same without them", alone, 1.0, "difference", at_most=True)]
 
 
 def rate_per_cpu_second(program, url, headers, effort, connections=CONNECTIONS):

@@ -7,6 +7,7 @@ import resource
 import sys
 from dataclasses import dataclass
 
+import access
 import device as devices
 import clients
 import kills
@@ -21,7 +22,7 @@ import uploads
 from report import Report
 
 GROUPS = {"podman": podman_faults, "logs": log_faults, "kill": kills, "power": power_cuts, "resources": resources, "clients": clients,
-          "slow": slow_clients, "uploads": uploads, "streams": streams, "shutdown": shutdown}
+          "slow": slow_clients, "uploads": uploads, "access": access, "streams": streams, "shutdown": shutdown}
 
 
 @dataclass

@@ -22,6 +22,8 @@ struct Limits {
     std::size_t discardUnknown = 64 * 1024;       ///< bytes, from anyone else
     Milliseconds discard{10'000};
 
+    Milliseconds guessPause{100};  ///< before an answer to an address that guesses tokens
+
     std::size_t requestThreads = 256;  ///< the most that pressure adds up to
     std::size_t uploadThreads = 64;
     Milliseconds uploadWait{30'000};                  ///< for a free upload thread, or for memory to begin in

@@ -1,6 +1,7 @@
 #include "platform/web_api/server/http_connection.h"
 
 #include <array>
+#include <boost/asio/basic_waitable_timer.hpp>
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <exception>
@@ -195,6 +196,9 @@ KxNNet::Task<bool> HttpConnection::answerRequest(std::size_t headSize) {
             break;
     }
     co_await tell(exchange);
+    if (exchange.response.answer.status == 429) {
+        co_await holdBack();
+    }
     if (exchange.response.answer.status == 0) {
         co_return false;  // nobody is there to be answered
     }
@@ -312,6 +316,14 @@ KxNNet::Task<void> HttpConnection::tell(const Exchange& exchange) {
             });
         },
         resumed);
+}
+
+/// Who guesses tokens waits for each answer, and so leaves the processor to the others.
+KxNNet::Task<void> HttpConnection::holdBack() {
+    using Clock = std::chrono::steady_clock;
+    boost::asio::basic_waitable_timer<Clock, boost::asio::wait_traits<Clock>, KxNNet::Executor> timer(
+        core.context.get_executor(), core.limits.guessPause);
+    co_await timer.async_wait(boost::asio::use_awaitable_t<KxNNet::Executor>());
 }
 
 KxNNet::Task<bool> HttpConnection::sendAnswer(Exchange& exchange) {

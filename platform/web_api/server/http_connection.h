@@ -55,6 +55,7 @@ private:
     // Answers, and what is told of them.
     Task<bool> sendAnswer(Exchange& exchange);
     Task<void> tell(const Exchange& exchange);
+    Task<void> holdBack();
     Task<bool> sendContinue(const Exchange& exchange);
     Task<bool> send(std::string_view first, std::string_view second);
     Task<void> discard(std::size_t limit);
