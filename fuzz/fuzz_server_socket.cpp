@@ -12,6 +12,7 @@
 #include "KxTamberWebApi/KxRequest.h"
 #include "KxTamberWebApi/KxResponse.h"
 #include "fuzz/require.h"
+#include "fuzz/scratch_directory.h"
 #include "platform/common/unique_fd.h"
 #include "platform/web_api/server/server.h"
 
@@ -76,8 +77,11 @@ public:
     }
 };
 
-/// Runs until the process ends.
+/// Runs until the process ends, and logs next to nothing.
 std::uint16_t startServer() {
+    static const ScratchDirectory directory;
+    directory.write("conf", "[Log]\nLevel = 6\n");
+    ::setenv("KX_CUSTOM_CONFIG", directory.path("conf").c_str(), 1);
     ServerSettings settings;
     settings.port = 0;
     settings.needsToken = false;
