@@ -132,7 +132,7 @@ void addIdentity(const std::string& path, Words words, const Output& output) {
     printToken(output, token);
 }
 
-void removeIdentity(const std::string& path, Words words, const Output& output) {
+void removeIdentity(const std::string& path, const Words& words, const Output& output) {
     const std::string name = takeOnlyName(words);
     std::string subject;
     IdentityStore(path).change([&](json& entries) {

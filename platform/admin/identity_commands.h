@@ -18,7 +18,7 @@ struct Output {
 /// text.
 void addIdentity(const std::string& path, Words words, const Output& output);
 void listIdentities(const std::string& path, Words words, const Output& output);
-void removeIdentity(const std::string& path, Words words, const Output& output);
+void removeIdentity(const std::string& path, const Words& words, const Output& output);
 void renewIdentity(const std::string& path, Words words, const Output& output);
 
 }  // namespace KxNAdmin

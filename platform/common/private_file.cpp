@@ -62,7 +62,7 @@ std::optional<PrivateFile> openPrivateFile(const std::string& path, bool& isMiss
 
 std::string makeDirectoryOf(const std::string& path) {
     const std::filesystem::path parent = std::filesystem::path(path).parent_path();
-    const std::string directory = parent.empty() ? "." : parent.string();
+    std::string directory = parent.empty() ? "." : parent.string();
     makeDirectories(directory);
     return directory;
 }

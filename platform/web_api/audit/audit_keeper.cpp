@@ -117,6 +117,7 @@ void AuditKeeper::run() {
 void AuditKeeper::write(AuditFile& file, std::vector<Waiting>& batch) {
     try {
         std::vector<AuditRecord> records;
+        records.reserve(batch.size());
         for (Waiting& one : batch) {
             records.push_back(std::move(one.record));
         }
