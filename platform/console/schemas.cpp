@@ -78,7 +78,7 @@ constexpr Answer RESTART_CONTAINER_ANSWERS[] = {
     {204, "Restarted", nullptr, nullptr}, NO_NAME, NO_SUCH_CONTAINER, CONTAINER_FAILED, END_OF_ANSWERS,
 };
 
-constexpr KxNTamberWebApi::KxSOperationSchema OPERATIONS[] = {
+constexpr KxNTamberWebApi::KxSOperationSchema DESCRIPTIONS[] = {
     {"inspectContainer", "Look at one container", nullptr, CONTAINER_PARAMETERS, INSPECT_CONTAINER_ANSWERS},
     {"restartContainer", "Restart a container, or start one that has ended", nullptr, CONTAINER_PARAMETERS,
      RESTART_CONTAINER_ANSWERS},
@@ -87,6 +87,6 @@ constexpr KxNTamberWebApi::KxSOperationSchema OPERATIONS[] = {
 
 }  // namespace
 
-const KxNTamberWebApi::KxSApiSchemas SCHEMAS{NAMED, OPERATIONS};
+const KxNTamberWebApi::KxSApiSchemas SCHEMAS{NAMED, DESCRIPTIONS};
 
 }  // namespace KxNConsole
