@@ -1,4 +1,4 @@
-// One request of the console's, as its operations see it.
+// A request of the console's, as its operations see it.
 #pragma once
 
 #include <string>
@@ -9,14 +9,13 @@
 
 namespace KxNConsole {
 
-struct Call {
+struct Parts;
+
+/// The parameters of a request.
+struct Parameters {
     using Handler = KxNTamberWebApi::KxCHandler;
 
-    KxCErrorListPool& pool;
-    const KxNTamberWebApi::KxCRequest& request;
     const KxSTamberWebApiParameterValue* const* values;
-    KxNTamberWebApi::KxCResponse& response;
-    KxNContainer::KxCContainer& container;
 
     /// The path parameter "name"; never null where the route has it.
     const char* name() const { return Handler::getStringParam(values, "name", KxNTamberWebApi::LOCATION_PATH); }
@@ -27,6 +26,18 @@ struct Call {
     const std::int64_t* number(const char* key) const {
         return Handler::getInt64ParamPtr(values, key, KxNTamberWebApi::LOCATION_QUERY);
     }
+};
+
+/// A request that is to be answered.
+struct Call : Parameters {
+    KxCErrorListPool& pool;
+    const KxNTamberWebApi::KxCRequest& request;
+    KxNTamberWebApi::KxCResponse& response;
+    KxNContainer::KxCContainer& container;
+    Parts& parts;
+
+    /// Whether the container service is started, as what follows needs. False when the answer stands.
+    bool isStarted() const;
 
     void answer(int status, const KxNJson::json& document) const { response.setJsonBody(pool, status, &document); }
 
@@ -40,6 +51,14 @@ private:
     void refuse(int status, const char* title, const std::string& message) const {
         response.setError(pool, status, title, message.c_str(), 1);
     }
+};
+
+/// A WebSocket that is to be worked on.
+struct StreamCall : Parameters {
+    KxCErrorListPool& pool;
+    KxNTamberWebApi::KxCWebSocket* socket;  ///< the callee's, who deletes it
+    KxNContainer::KxCContainer& container;
+    Parts& parts;
 };
 
 }  // namespace KxNConsole

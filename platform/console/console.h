@@ -3,14 +3,23 @@
 
 #include "KxContainer.h"
 #include "KxTamberWebApi/KxHandler.h"
+#include "platform/console/parts.h"
+#include "platform/web_api/operation/observer.h"
 
 namespace KxNConsole {
 
 /// A handler of its own beside the service's, under the same base path.
-class Console final : public KxNTamberWebApi::KxCHandler {
+class Console final : public KxNTamberWebApi::KxCHandler,
+                      public KxNTamberWebApi::ServerObserver,
+                      private KxNContainer::KxCChangeSink {
 public:
     explicit Console(KxNContainer::KxCContainer& container);
-    ~Console() override { detach(); }
+    ~Console() override;
+
+    /// Counts the requests for the endpoints of another handler, too. Before the server starts.
+    void observeTable(const KxSTamberWebApiEndpoint* const* table) { parts.requests.addTable(table); }
+    void onAnswered(const KxNTamberWebApi::AnsweredRequest& request) override;
+    void onStreamEnded(const KxSTamberWebApiEndpoint& endpoint) override;
 
     const char* getServiceTitle() override { return "Korvex Container Service Console"; }
     const char* getDescription() override { return "What an operator of the container service looks at."; }
@@ -33,7 +42,10 @@ public:
     }
 
 private:
-    KxNContainer::KxCContainer& container;
+    void takeChange(const KxNContainer::KxSChange& change) override;
+    void takeRelist() override;
+
+    Parts parts;
 };
 
 }  // namespace KxNConsole

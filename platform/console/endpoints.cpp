@@ -4,6 +4,8 @@
 #include <iterator>
 
 #include "platform/console/containers/containers.h"
+#include "platform/console/device/storage.h"
+#include "platform/console/events/follow_events.h"
 
 namespace KxNConsole {
 
@@ -18,25 +20,33 @@ constexpr std::uint32_t flags(KxEParameterType type, KxEParameterLocation locati
 
 constexpr Parameter VERSION{"version", flags(TYPE_TEXT, LOCATION_PATH)};
 constexpr Parameter NAME{"name", flags(TYPE_TEXT, LOCATION_PATH) | 1U << 16};
+constexpr Parameter AFTER{"after", flags(TYPE_INT64, LOCATION_QUERY)};
 constexpr Parameter TIMEOUT{"timeout", flags(TYPE_INT64, LOCATION_QUERY)};
 
+constexpr const Parameter* NO_PARAMETERS[] = {&VERSION, nullptr};
 constexpr const Parameter* NAME_ONLY[] = {&VERSION, &NAME, nullptr};
+constexpr const Parameter* AFTER_ONLY[] = {&VERSION, &AFTER, nullptr};
 constexpr const Parameter* RESTART[] = {&VERSION, &NAME, &TIMEOUT, nullptr};
 
 struct Operation {
     KxSTamberWebApiEndpoint record;
     void (*answer)(const Call& call);
+    void (*stream)(const StreamCall& call);  ///< null when the answer is none
 };
 
 constexpr Operation operation(std::uint64_t id, const char* operationId, KxEMethod method, const char* route,
-                              const Parameter* const* parameters, void (*answer)(const Call& call)) {
-    return {{id, operationId, method, route, nullptr, parameters, 0, 0}, answer};
+                              const Parameter* const* parameters, void (*answer)(const Call& call),
+                              void (*stream)(const StreamCall& call) = nullptr) {
+    return {{id, operationId, method, route, nullptr, parameters, 0, 0}, answer, stream};
 }
 
 /// The id of each is its place, counted from 1.
 constexpr Operation OPERATIONS[] = {
     operation(1, "inspectContainer", METHOD_GET, "/containers/{name}", NAME_ONLY, inspectContainer),
     operation(2, "restartContainer", METHOD_POST, "/containers/{name}/restart", RESTART, restartContainer),
+    operation(3, "containerStats", METHOD_GET, "/containers/{name}/stats", NAME_ONLY, containerStats),
+    operation(4, "followEvents", METHOD_GET, "/events/ws", AFTER_ONLY, openEvents, followEvents),
+    operation(5, "getStorage", METHOD_GET, "/storage", NO_PARAMETERS, getStorage),
 };
 
 constexpr auto RECORDS = [] {
@@ -53,8 +63,12 @@ const KxSTamberWebApiEndpoint* const* endpoints() {
     return RECORDS.data();
 }
 
-void (*findOperation(const KxSTamberWebApiEndpoint* endpoint))(const Call& call) {
-    return OPERATIONS[endpoint->id - 1].answer;
+void callOperation(const KxSTamberWebApiEndpoint& endpoint, const Call& call) {
+    OPERATIONS[endpoint.id - 1].answer(call);
+}
+
+void callStream(const KxSTamberWebApiEndpoint& endpoint, const StreamCall& call) {
+    OPERATIONS[endpoint.id - 1].stream(call);
 }
 
 }  // namespace KxNConsole

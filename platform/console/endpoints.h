@@ -9,7 +9,10 @@ namespace KxNConsole {
 /// The endpoint records, ended by a null pointer.
 const KxSTamberWebApiEndpoint* const* endpoints();
 
-/// What answers the requests of an endpoint of the table.
-void (*findOperation(const KxSTamberWebApiEndpoint* endpoint))(const Call& call);
+/// Answers a request of one of them.
+void callOperation(const KxSTamberWebApiEndpoint& endpoint, const Call& call);
+
+/// Works on a WebSocket that one of them has opened.
+void callStream(const KxSTamberWebApiEndpoint& endpoint, const StreamCall& call);
 
 }  // namespace KxNConsole

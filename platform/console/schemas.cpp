@@ -54,7 +54,44 @@ constexpr KxNTamberWebApi::KxSNamedSchema NAMED[] = {
 "Service":{"type":"string"}}},
 "Log":{"type":"object","required":["Driver","Bytes"],"properties":{"Driver":{"type":["string","null"]},
 "Bytes":{"type":["integer","null"],"description":"Size of the log's file; null where there is none"}}}}})"},
+    {"ContainerStats",
+     R"({"type":"object","description":"Counters of the kernel since the container's start; null where the container has none of its own","required":["Time","CpuNanoseconds","MemoryBytes","MemoryLimitBytes","Processes",
+"ReadBytes","WrittenBytes","ReceivedBytes","SentBytes"],
+"properties":{"Time":{"type":"string","format":"date-time"},
+"CpuNanoseconds":{"type":["integer","null"],"description":"CPU time of all its processes"},
+"MemoryBytes":{"type":["integer","null"],"description":"In use, without files that are only cached"},
+"MemoryLimitBytes":{"type":["integer","null"],"description":"null: no limit"},
+"Processes":{"type":["integer","null"],"description":"And threads"},
+"ReadBytes":{"type":["integer","null"],"description":"From block devices"},
+"WrittenBytes":{"type":["integer","null"],"description":"To block devices"},
+"ReceivedBytes":{"type":["integer","null"]},"SentBytes":{"type":["integer","null"]}}})"},
+    {"Storage", R"({"type":"object","required":["volumes","images"],
+"properties":{"volumes":{"type":"array","items":{"type":"object","required":["What","Path","FreeBytes","TotalBytes"],
+"properties":{"What":{"type":"string","description":"\"containers and images\", \"uploads\", through which uploaded files go, or \"configuration\""},"Path":{"type":"string"},
+"FreeBytes":{"type":"integer"},"TotalBytes":{"type":"integer"}}}},
+"images":{"type":"object","required":["Count","Bytes","UnusedBytes"],"properties":{"Count":{"type":"integer"},
+"Bytes":{"type":"integer","description":"The sum of their sizes; what images share is counted for each"},
+"UnusedBytes":{"type":"integer","description":"Of those that no container was made from"}}}}})"},
+    {"Event", R"({"type":"object","description":"Something that happened, or that everything is to be asked for anew",
+"oneOf":[{"type":"object","required":["seq","time","kind","action","name"],
+"properties":{"seq":{"type":"integer","description":"Ever increasing"},"time":{"type":"string","format":"date-time"},
+"kind":{"enum":["container","image","compose","plugin","settings","certificate"]},
+"action":{"type":"string","description":"Of a container create, start, die, pause, unpause, remove, rename, restart, kill or oom; of an image add, tag, untag or remove; of what the service keeps upload, delete, change, enable or disable; of a compose file's containers create, start, stop or remove"},"name":{"type":"string"}}},
+{"type":"object","required":["relist"],"properties":{"relist":{"const":true}}}]})"},
     {nullptr, nullptr},
+};
+
+constexpr ParameterText EVENTS_PARAMETERS[] = {
+    {"after",
+     "The last number that the client has got: what followed comes first. 0 for all that is kept, the last "
+     "4096 events; nothing for what happens from now on"},
+    END_OF_TEXTS,
+};
+
+constexpr Answer FOLLOW_EVENTS_ANSWERS[] = {
+    {101, "The connection becomes a WebSocket with the subprotocol kx.events.v1: each message is an event",
+     REFERENCE("Event"), nullptr},
+    END_OF_ANSWERS,
 };
 
 constexpr ParameterText CONTAINER_PARAMETERS[] = {
@@ -74,6 +111,21 @@ constexpr Answer INSPECT_CONTAINER_ANSWERS[] = {
     END_OF_ANSWERS,
 };
 
+constexpr Answer CONTAINER_STATS_ANSWERS[] = {
+    {200, "The counters", REFERENCE("ContainerStats"), nullptr},
+    NO_NAME,
+    NO_SUCH_CONTAINER,
+    refused(409, "The container does not run"),
+    CONTAINER_FAILED,
+    END_OF_ANSWERS,
+};
+
+constexpr Answer GET_STORAGE_ANSWERS[] = {
+    {200, "The room", REFERENCE("Storage"), nullptr},
+    CONTAINER_FAILED,
+    END_OF_ANSWERS,
+};
+
 constexpr Answer RESTART_CONTAINER_ANSWERS[] = {
     {204, "Restarted", nullptr, nullptr}, NO_NAME, NO_SUCH_CONTAINER, CONTAINER_FAILED, END_OF_ANSWERS,
 };
@@ -82,6 +134,9 @@ constexpr KxNTamberWebApi::KxSOperationSchema DESCRIPTIONS[] = {
     {"inspectContainer", "Look at one container", nullptr, CONTAINER_PARAMETERS, INSPECT_CONTAINER_ANSWERS},
     {"restartContainer", "Restart a container, or start one that has ended", nullptr, CONTAINER_PARAMETERS,
      RESTART_CONTAINER_ANSWERS},
+    {"containerStats", "Tell what a container uses", nullptr, CONTAINER_PARAMETERS, CONTAINER_STATS_ANSWERS},
+    {"getStorage", "Tell how much room there is", nullptr, nullptr, GET_STORAGE_ANSWERS},
+    {"followEvents", "Follow over a WebSocket what happens", nullptr, EVENTS_PARAMETERS, FOLLOW_EVENTS_ANSWERS},
     {nullptr, nullptr, nullptr, nullptr, nullptr},
 };
 

@@ -100,6 +100,7 @@ bool KxCContainer::Start() {
         } else {
             impl->podmanService.start(podmanServiceCommand(address), impl->settings.userSettings().coresNum);
         }
+        impl->changes.start();
     } catch (const std::exception& error) {
         return impl->fail(error.what());
     }
@@ -111,6 +112,7 @@ bool KxCContainer::Stop() {
     try {
         const bool hadFailed = impl->status == FAILED;
         impl->endRequests();
+        impl->changes.stop();
         impl->podmanService.stop();
         impl->tools.unmount();
         if (hadFailed) {
@@ -143,6 +145,18 @@ PodmanReply KxCContainer::ExecutePodmanRequest(const std::string& path, KxCCurlH
     }
     const bool bodyIsFile = isLongRunning && method == KxCCurlHandler::MethodType::POST;
     return impl->podman.execute({path, method, headers, body, bodyIsFile}, limits);
+}
+
+void KxCContainer::SetChangeSink(KxCChangeSink* sink) {
+    impl->changes.setSink(sink);
+}
+
+std::vector<KxSKnownContainer> KxCContainer::GetKnownContainers() {
+    return impl->changes.knownContainers();
+}
+
+KxSPodmanState KxCContainer::GetPodmanState() {
+    return {impl->podmanService.isAnswering(), impl->podmanService.restarts()};
 }
 
 std::shared_ptr<KxCContainer::KxSLogStreamSession> KxCContainer::RegisterLogStreamSession(

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "KxContainer.h"
+#include "platform/container_runtime/changes/change_watch.h"
 #include "platform/container_runtime/compose/compose_commands.h"
 #include "platform/container_runtime/logs/log_stream.h"
 #include "platform/container_runtime/logs/watch/log_watch.h"
@@ -46,6 +47,7 @@ struct KxCContainer::Impl {
     PodmanClient podman{PodmanAddress{KxNContainerPaths::PODMAN_SOCKET, 0}};
     PodmanService podmanService{podman, KxNContainerPaths::PODMAN_SOCKET + ".output"};
     LogWatch logWatch;
+    ChangeWatch changes{podman};
     LogStreams logStreams;
     ComposeCommands compose{composeSetup()};
 

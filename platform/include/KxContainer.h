@@ -75,6 +75,37 @@ public:
     virtual bool takeState(State state, std::int32_t exitCode) = 0;
 };
 
+/// Something that happened to a container or an image, whoever did it.
+struct KxSChange {
+    const char* kind;              ///< "container" or "image"; a constant
+    std::string action;            ///< of a container what Podman calls it; of an image add, tag, untag or remove
+    std::string name;              ///< of the container or image; the id of an image without a name
+    std::int64_t utcMilliseconds;  ///< since the Unix epoch
+};
+
+/// Takes changes as they come, on a thread of the library's, one at a time. Its operations return soon, throw nothing
+/// and call nothing of KxCContainer.
+class KxCChangeSink {
+public:
+    virtual ~KxCChangeSink() = default;
+    virtual void takeChange(const KxSChange& change) = 0;
+    /// What there is has become known: whoever has asked for it before asks again.
+    virtual void takeRelist() = 0;
+};
+
+/// A container as far as it is known without asking Podman.
+struct KxSKnownContainer {
+    std::string name;
+    std::string state;         ///< created, running, paused, exited, …
+    std::uint64_t starts = 0;  ///< since it has become known
+};
+
+/// The Podman service as it was last seen.
+struct KxSPodmanState {
+    bool isAnswering;        ///< false when it is not started, too
+    std::uint64_t restarts;  ///< how often it was started again, or found again, after it had gone
+};
+
 /// The one entry point of the library. Unless an operation says otherwise it may be called from any thread, any number
 /// of calls at once, also while log streams run, and lets no exception out.
 class KxCContainer {
@@ -128,6 +159,17 @@ public:
     PodmanReply ExecutePodmanRequest(const std::string& path, KxCCurlHandler::MethodType method,
                                      const std::vector<std::string>& headers, const std::string& body,
                                      bool isLongRunning);
+
+    // Changes.
+
+    /// Has `sink`, null for nobody, told what happens to containers and images while the library is started: within a
+    /// second while Podman answers, and what happened while it did not once it does. Where events were missed it is
+    /// told what makes up for them. When it returns, the sink before is not called any more.
+    void SetChangeSink(KxCChangeSink* sink);
+    /// All containers, in no particular order; none before the library was started. Asks nobody.
+    std::vector<KxSKnownContainer> GetKnownContainers();
+    /// Asks nobody.
+    KxSPodmanState GetPodmanState();
 
     // Log streams.
 

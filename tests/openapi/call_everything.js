@@ -31,11 +31,16 @@ const CALLS = [
     ["getContainerLogs", 426, {name: "worker", tail: "1", timestamps: true}], // this client speaks no WebSocket
     ["inspectContainer", 200, {name: "worker"}],
     ["inspectContainer", 404, {name: "nobody"}],
+    ["containerStats", 200, {name: "worker"}],
+    ["containerStats", 404, {name: "nobody"}],
+    ["followEvents", 426],
+    ["getStorage", 200],
     ["restartContainer", 204, {name: "worker", timeout: 0}],
     ["restartContainer", 404, {name: "nobody"}],
     ["deleteContainer", 409, {name: "worker"}],
     ["stopContainer", 204, {name: "worker", timeout: 0}],
     ["stopContainer", 304, {name: "worker"}],
+    ["containerStats", 409, {name: "worker"}],
     ["deleteContainer", 204, {name: "worker", force: false}],
     ["deleteContainer", 404, {name: "worker"}],
 

@@ -14,7 +14,7 @@ namespace {
 TEST(Authorization, FindsTheTokenAmongSubprotocols) {
     const struct {
         const char* list;
-        bool offersLogs;
+        bool offersWanted;
         std::optional<std::string_view> token;
     } rows[] = {
         {"kx.logs.v1, bearer.abc", true, "abc"},        {"bearer.a.b,other ,\tkx.logs.v1", true, "a.b"},
@@ -22,8 +22,8 @@ TEST(Authorization, FindsTheTokenAmongSubprotocols) {
         {"kx.logs.v10,,", false, std::nullopt},
     };
     for (const auto& row : rows) {
-        const OfferedSubprotocols offered = parseSubprotocols(row.list);
-        EXPECT_EQ(offered.offersLogs, row.offersLogs) << row.list;
+        const OfferedSubprotocols offered = parseSubprotocols(row.list, "kx.logs.v1");
+        EXPECT_EQ(offered.offersWanted, row.offersWanted) << row.list;
         EXPECT_EQ(offered.token, row.token) << row.list;
     }
 }

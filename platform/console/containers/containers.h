@@ -12,6 +12,9 @@ namespace KxNConsole {
 /// GET /containers/{name}: what Podman knows of it, without its environment, in which secrets stand.
 void inspectContainer(const Call& call);
 
+/// GET /containers/{name}/stats: what it uses, by the kernel's own counters.
+void containerStats(const Call& call);
+
 /// POST /containers/{name}/restart
 void restartContainer(const Call& call);
 

@@ -7,24 +7,10 @@
 
 namespace KxNConsole {
 
-using KxNContainer::KxCContainer;
 using KxNContainer::PodmanReply;
 using Method = KxCCurlHandler::MethodType;
 
 namespace {
-
-/// False when the answer stands: the container service has to be started for what follows.
-bool isStarted(const Call& call) {
-    if (!call.container.IsContainerServiceEnabled(false)) {
-        call.internalError("Container service is disabled");
-        return false;
-    }
-    if (call.container.GetContainerServiceStatus(false) != KxCContainer::STARTED) {
-        call.internalError("Container service is not started");
-        return false;
-    }
-    return true;
-}
 
 /// What every request for one container asks first. False when the answer stands.
 bool mayAsk(const Call& call) {
@@ -32,7 +18,7 @@ bool mayAsk(const Call& call) {
         call.badRequest("Container name must be provided");
         return false;
     }
-    return isStarted(call);
+    return call.isStarted();
 }
 
 /// Answers a request that Podman has refused.

@@ -80,6 +80,7 @@ void PodmanService::stop() {
     stopping->cancel();
     thread.join();
     lifeSign.reset();
+    answering = false;
     const bool isOurs = process && process.isOurs();
     process.end(END_PATIENCE, [this] { log.drain(); });
     log.drain();
@@ -109,6 +110,7 @@ void PodmanService::run(std::promise<void> started) {
             try {
                 bringUp();
                 isBack = true;
+                ++restartCount;
             } catch (const std::exception& error) {
                 if (!stopping->isCancelled()) {
                     KxCRTE_LOG(4, "Korvex Container Service: %s", error.what());
@@ -120,9 +122,11 @@ void PodmanService::run(std::promise<void> started) {
 
 void PodmanService::bringUp() {
     log.drain();  // a Podman that was left behind may be waiting for it
+    answering = false;
     if (!useRunning()) {
         launch();
     }
+    answering = true;
 }
 
 bool PodmanService::useRunning() {
@@ -191,6 +195,7 @@ PodmanService::Event PodmanService::watch() {
             return Event::Stopped;
         }
         if (events[1].revents != 0) {
+            answering = false;
             KxCRTE_LOG(3, "Korvex Container Service: Podman %s; it is started again", process.collect().c_str());
             return Event::Died;
         }
@@ -207,8 +212,10 @@ bool PodmanService::isAlive(int& failures) {
     const PodmanPing ping = client.ping(*stopping);
     if (ping || stopping->isCancelled()) {
         failures = 0;
+        answering = true;
         return true;
     }
+    answering = false;
     ++failures;
     if (failures == 1) {
         KxCRTE_LOG(3, "Korvex Container Service: Podman does not answer: %s", ping.reason.c_str());

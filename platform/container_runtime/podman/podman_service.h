@@ -1,6 +1,7 @@
 // Keeps a Podman service running.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <future>
@@ -37,6 +38,11 @@ public:
     /// Ends the watch, then Podman if it was started here. Harmless when nothing runs.
     void stop();
 
+    /// Whether Podman answered when it was last asked. Any thread.
+    bool isAnswering() const { return answering; }
+    /// How often it was brought up again after it had gone. Any thread.
+    std::uint64_t restarts() const { return restartCount; }
+
 private:
     enum class Event { Stopped, Died };
 
@@ -52,6 +58,8 @@ private:
     void answerWatchdog();
 
     PodmanClient& client;
+    std::atomic<bool> answering{false};
+    std::atomic<std::uint64_t> restartCount{0};
     std::optional<KxNProcess::Program> command;  ///< none when somebody else starts Podman
     std::int32_t cpuCount = 0;
     PodmanLog log;

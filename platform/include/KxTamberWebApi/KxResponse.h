@@ -33,6 +33,9 @@ public:
     /// Answers `code` with JSON text that is already serialised. Copied.
     void setJsonBody(KxCErrorListPool& pool, int code, const char* text);
 
+    /// Answers `code` with a text of another kind. `mediaType` is a constant; the text is copied.
+    void setTextBody(KxCErrorListPool& pool, int code, const char* mediaType, std::string_view text);
+
     /// Answers without a body; 0 stands for the default status of an empty answer, 204.
     void setEmptyBody(KxCErrorListPool& pool, int code);
 
@@ -42,6 +45,10 @@ public:
     void switchWebSocket(KxCErrorListPool& pool, const char* name, KxCWebSocket::DataCallback dataCallback,
                          const void* dataContext, std::uint32_t dataLength, KxCWebSocket::CloseCallback closeCallback,
                          const void* closeContext, std::uint32_t closeLength);
+
+    /// Names the subprotocol (RFC 6455, section 1.9) of the WebSocket that `switchWebSocket` has asked for, which the
+    /// server selects when the client offers it; kx.logs.v1 where nobody calls this. `name` is a constant.
+    void setSubprotocol(const char* name);
 
 private:
     State* state;

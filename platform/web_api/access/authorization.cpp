@@ -21,15 +21,15 @@ std::optional<std::string_view> parseBearer(std::string_view authorization) {
     return token;
 }
 
-OfferedSubprotocols parseSubprotocols(std::string_view list) {
+OfferedSubprotocols parseSubprotocols(std::string_view list, std::string_view wanted) {
     constexpr std::string_view tokenPrefix = "bearer.";
     OfferedSubprotocols offered;
     while (!list.empty()) {
         const std::size_t comma = list.find(',');
         const std::string_view name = KxNCommon::trim(list.substr(0, comma));
         list = comma == std::string_view::npos ? std::string_view() : list.substr(comma + 1);
-        if (name == LOG_SUBPROTOCOL) {
-            offered.offersLogs = true;
+        if (!name.empty() && name == wanted) {
+            offered.offersWanted = true;
         } else if (!offered.token && name.size() > tokenPrefix.size() &&
                    name.substr(0, tokenPrefix.size()) == tokenPrefix) {
             offered.token = name.substr(tokenPrefix.size());

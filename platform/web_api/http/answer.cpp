@@ -123,6 +123,11 @@ void KxCResponse::setJsonBody(KxCErrorListPool&, int code, const char* text) {
     state->answer = {code, text, JSON_MEDIA_TYPE, {}};
 }
 
+void KxCResponse::setTextBody(KxCErrorListPool&, int code, const char* mediaType, std::string_view text) {
+    state->switchesToStream = false;
+    state->answer = {code, std::string(text), mediaType, {}};
+}
+
 void KxCResponse::setEmptyBody(KxCErrorListPool&, int code) {
     state->switchesToStream = false;
     state->answer = {code == 0 ? 204 : code, {}, {}, {}};
@@ -136,6 +141,10 @@ void KxCResponse::switchWebSocket(KxCErrorListPool&, const char* name, KxCWebSoc
     state->switchesToStream = true;
     state->stream = {
         name != nullptr ? name : "", dataCallback, dataContext, dataLength, closeCallback, closeContext, closeLength};
+}
+
+void KxCResponse::setSubprotocol(const char* name) {
+    state->stream.subprotocol = name;
 }
 
 }  // namespace KxNTamberWebApi

@@ -42,6 +42,7 @@ struct StreamRequest {
     KxCWebSocket::CloseCallback closeCallback = nullptr;
     const void* closeContext = nullptr;
     std::uint32_t closeLength = 0;
+    std::string_view subprotocol = "kx.logs.v1";  ///< a constant
 };
 
 struct KxCResponse::State {

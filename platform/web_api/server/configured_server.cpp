@@ -119,6 +119,8 @@ void KxCServer::registerHandler(KxCErrorListPool& pool, KxCHandler* handler) {
     State::report(pool, [&] {
         state->get().registerHandler(handler);
         state->get().registerHandler(&state->console);
+        state->console.observeTable(handler->getEndpoints());
+        state->get().setObserver(&state->console);
     });
 }
 

@@ -119,6 +119,16 @@ Next examine(Exchange& exchange, std::string_view head, RequestBuffer& readAhead
     return !isFile && route(exchange) ? examineBody(exchange, core) : Next::answer;
 }
 
+void tellObserver(const Exchange& exchange, int status, const ServerCore& core) {
+    if (core.observer == nullptr) {
+        return;
+    }
+    const std::string_view name =
+        exchange.uploadedName.empty() ? exchange.match.name() : std::string_view(exchange.uploadedName);
+    core.observer->onAnswered({exchange.match.endpoint, name, status,
+                               std::chrono::steady_clock::now() - exchange.begunAt, exchange.uploadedBytes});
+}
+
 AuditKind findAuditKind(const Exchange& exchange) {
     const int status = exchange.response.answer.status;
     const bool isChangeRequest = isChange(exchange.request().method_string());

@@ -22,6 +22,7 @@ struct Exchange {
     RouteMatch match;
     Caller caller;
     std::string uploadedName;
+    std::uint64_t uploadedBytes = 0;
     KxCResponse::State response;
     bool keepsConnection = true;
     bool mayComeIn = false;
@@ -47,6 +48,8 @@ Next examine(Exchange& exchange, std::string_view head, RequestBuffer& readAhead
 /// Refuses a body of another type than JSON. A chunked body of no type is none when it turns out to be empty, so that
 /// it is asked once the first byte is there.
 bool refusesType(Exchange& exchange);
+/// Tells the server's observer, if there is one, how the request was answered: 101 when it became a stream.
+void tellObserver(const Exchange& exchange, int status, const ServerCore& core);
 
 /// What is told of an answered request.
 enum class AuditKind { nothing, change, refusal };

@@ -43,6 +43,8 @@ bool skipReadAhead(Exchange& exchange) {
     return true;
 }
 
+constexpr int SWITCHING_PROTOCOLS = 101;
+
 Step dropSome(KxNNet::Stream& stream) {
     std::array<char, 16 * 1024> dropped;
     return stream.tryRead(dropped);
@@ -195,6 +197,7 @@ KxNNet::Task<bool> HttpConnection::answerRequest(std::size_t headSize) {
             co_await takeUpload(exchange);
             break;
     }
+    tellObserver(exchange, exchange.response.answer.status, core);
     co_await tell(exchange);
     if (exchange.response.answer.status == 429) {
         co_await holdBack();
@@ -289,6 +292,7 @@ bool HttpConnection::becomesStream(Exchange& exchange) {
         exchange.refuse(400, "The WebSocket handshake is not well-formed");
         return false;
     }
+    tellObserver(exchange, SWITCHING_PROTOCOLS, core);
     leave();
     return true;
 }
@@ -349,6 +353,7 @@ KxNNet::Task<bool> HttpConnection::sendAnswer(Exchange& exchange) {
 /// Answers something that is no request.
 KxNNet::Task<void> HttpConnection::refuseHead(int status, std::string_view detail) {
     const Answer answer = makeRefusal(status, detail);
+    tellObserver(Exchange(), status, core);
     AnswerFraming framing;
     framing.keepsConnection = false;
     const std::string head = makeAnswerHead(answer, framing);

@@ -66,6 +66,7 @@ KxNNet::Task<void> HttpConnection::takeUpload(Exchange& exchange) {
     }
     isLate = isLate || upload.isLate();
     exchange.uploadedName = upload.name();
+    exchange.uploadedBytes = upload.size();
     exchange.response.answer = std::move(upload.answer());
 }
 

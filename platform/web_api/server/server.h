@@ -28,6 +28,8 @@ public:
     void registerHandler(KxCHandler* handler);
     /// Serves files beside the API, to everybody. They outlive the server.
     void serveFiles(std::span<const StaticFile> files);
+    /// Has `observer`, which outlives the server, told of every answer.
+    void setObserver(ServerObserver* observer) { core->observer = observer; }
     void start(std::chrono::milliseconds stopGrace);
     /// Returns when no operation runs any more.
     void stop();

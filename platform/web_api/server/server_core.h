@@ -17,6 +17,7 @@
 #include "platform/web_api/audit/audit_trail.h"
 #include "platform/web_api/connection/connection_registry.h"
 #include "platform/web_api/connection/limits.h"
+#include "platform/web_api/operation/observer.h"
 #include "platform/web_api/operation/registration.h"
 #include "platform/web_api/routing/router.h"
 #include "platform/web_api/routing/static_files.h"
@@ -95,6 +96,7 @@ struct ServerCore {
     std::map<const KxSTamberWebApiEndpoint*, ServedEndpoint> served;
     std::string openApiDocument;
     std::optional<StaticFiles> files;
+    ServerObserver* observer = nullptr;
 };
 
 }  // namespace KxNTamberWebApi

@@ -52,6 +52,9 @@ void StreamOperation::run() const {
         connection->setCloseCode(CLOSE_SERVER_FAILED);
         delete socket;
     }
+    if (core.observer != nullptr) {
+        core.observer->onStreamEnded(*match.endpoint);
+    }
 }
 
 }  // namespace
@@ -59,10 +62,12 @@ void StreamOperation::run() const {
 bool openStream(ServerCore& core, Exchange& exchange, const std::shared_ptr<KxNNet::LoopStream>& stream,
                 std::string_view readAhead) {
     const RequestHead& request = exchange.request();
-    const bool offersLogs = parseSubprotocols(joinFields(request, field::sec_websocket_protocol)).offersLogs;
+    const std::string_view subprotocol = exchange.response.stream.subprotocol;
+    const bool isOffered =
+        parseSubprotocols(joinFields(request, field::sec_websocket_protocol), subprotocol).offersWanted;
     const auto answer =
         request.count(field::sec_websocket_key) == 1
-            ? makeUpgradeAnswer(request[field::sec_websocket_key], offersLogs ? LOG_SUBPROTOCOL : std::string_view())
+            ? makeUpgradeAnswer(request[field::sec_websocket_key], isOffered ? subprotocol : std::string_view())
             : std::nullopt;
     if (!answer) {
         return false;

@@ -81,6 +81,8 @@ public:
     bool wantsCleanThread() const { return isMisplaced; }
     /// The name that the client gave the file, without directories; empty for none.
     const std::string& name() const { return fileName; }
+    /// How much of the file the handler has taken, in bytes.
+    std::uint64_t size() const { return offset; }
     /// Whether the client was too slow.
     bool isLate() const { return late; }
     /// Without a status when the client is gone.

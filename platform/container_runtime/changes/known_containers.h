@@ -1,0 +1,34 @@
+// The containers that there are, as far as Podman's events and lists have told.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "KxContainer.h"
+#include "KxJsonFwd.h"
+
+namespace KxNContainer {
+
+/// Decides what each event and each list mean for who follows the changes. An event says what happened, a list what is:
+/// where events were missed, the difference between the two makes up for them, and what a list has told already is not
+/// told again by a late event. One thread at a time.
+class KnownContainers {
+public:
+    /// Takes one of Podman's container events. Appends the change that it is, if it is news.
+    void takeEvent(const KxNJson::json& event, std::int64_t utcMilliseconds, std::vector<KxSChange>& changes);
+
+    /// Takes the list of all containers, an array of {"Id", "Names", "State"}. Appends the changes that make what was
+    /// known what is; the first list gives none.
+    void takeList(const KxNJson::json& list, std::int64_t utcMilliseconds, std::vector<KxSChange>& changes);
+
+    std::vector<KxSKnownContainer> all() const;
+    bool hasList() const { return wasListed; }
+
+private:
+    std::map<std::string, KxSKnownContainer, std::less<>> containers;  // by id
+    bool wasListed = false;
+};
+
+}  // namespace KxNContainer
