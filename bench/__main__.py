@@ -7,7 +7,7 @@ import resource
 import sys
 import time
 
-from bench import costs, footprint, logs, plots, realtime, report, requests, streams, uploads
+from bench import console, costs, footprint, logs, plots, realtime, report, requests, streams, uploads
 from bench.measurement import Effort, Growth, Row
 
 PLAIN_OR_TLS = {  # take as `tls` which
@@ -48,6 +48,7 @@ MEASUREMENTS = {
     "growth-clients": requests.client_growth,
     "costs": costs.costs,
     "realtime": realtime.realtime,
+    "console": console.console,
 }
 
 

@@ -65,6 +65,8 @@ class Double:
                 request, _, received = received.partition(b"\r\n\r\n")
                 method, target = request.split(b" ", 2)[:2]
                 path = re.sub(r"^/v[0-9.]+(/libpod)?", "", target.decode()).partition("?")[0]
+                if path == "/events":
+                    return self.stream(connection, "quiet")
                 if path.startswith("/containers/") and path.endswith("/logs"):
                     return self.stream(connection, path.split("/")[2])
                 connection.sendall(self.reply(method.decode(), path))
@@ -72,6 +74,8 @@ class Double:
     def reply(self, method, path):
         if path == "/containers/json":
             return self.containers
+        if path == "/images/json":
+            return answer(b"[]")
         if path == "/_ping":
             return answer(b"OK", "text/plain")
         if path.endswith("/json"):

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "platform/console/containers/containers.h"
+#include "platform/console/containers/log_entries.h"
 #include "platform/console/device/storage.h"
 #include "platform/console/events/follow_events.h"
 
@@ -21,11 +22,15 @@ constexpr std::uint32_t flags(KxEParameterType type, KxEParameterLocation locati
 constexpr Parameter VERSION{"version", flags(TYPE_TEXT, LOCATION_PATH)};
 constexpr Parameter NAME{"name", flags(TYPE_TEXT, LOCATION_PATH) | 1U << 16};
 constexpr Parameter AFTER{"after", flags(TYPE_INT64, LOCATION_QUERY)};
+constexpr Parameter CURSOR{"cursor", flags(TYPE_TEXT, LOCATION_QUERY)};
+constexpr Parameter SINCE{"since", flags(TYPE_INT64, LOCATION_QUERY)};
+constexpr Parameter TAIL{"tail", flags(TYPE_TEXT, LOCATION_QUERY)};
 constexpr Parameter TIMEOUT{"timeout", flags(TYPE_INT64, LOCATION_QUERY)};
 
 constexpr const Parameter* NO_PARAMETERS[] = {&VERSION, nullptr};
 constexpr const Parameter* NAME_ONLY[] = {&VERSION, &NAME, nullptr};
 constexpr const Parameter* AFTER_ONLY[] = {&VERSION, &AFTER, nullptr};
+constexpr const Parameter* LOG_ENTRIES[] = {&VERSION, &NAME, &TAIL, &SINCE, &CURSOR, nullptr};
 constexpr const Parameter* RESTART[] = {&VERSION, &NAME, &TIMEOUT, nullptr};
 
 struct Operation {
@@ -45,8 +50,10 @@ constexpr Operation OPERATIONS[] = {
     operation(1, "inspectContainer", METHOD_GET, "/containers/{name}", NAME_ONLY, inspectContainer),
     operation(2, "restartContainer", METHOD_POST, "/containers/{name}/restart", RESTART, restartContainer),
     operation(3, "containerStats", METHOD_GET, "/containers/{name}/stats", NAME_ONLY, containerStats),
-    operation(4, "followEvents", METHOD_GET, "/events/ws", AFTER_ONLY, openEvents, followEvents),
-    operation(5, "getStorage", METHOD_GET, "/storage", NO_PARAMETERS, getStorage),
+    operation(4, "followLogEntries", METHOD_GET, "/containers/{name}/log-entries/ws", LOG_ENTRIES, openLogEntries,
+              followLogEntries),
+    operation(5, "followEvents", METHOD_GET, "/events/ws", AFTER_ONLY, openEvents, followEvents),
+    operation(6, "getStorage", METHOD_GET, "/storage", NO_PARAMETERS, getStorage),
 };
 
 constexpr auto RECORDS = [] {

@@ -72,6 +72,18 @@ constexpr KxNTamberWebApi::KxSNamedSchema NAMED[] = {
 "images":{"type":"object","required":["Count","Bytes","UnusedBytes"],"properties":{"Count":{"type":"integer"},
 "Bytes":{"type":"integer","description":"The sum of their sizes; what images share is counted for each"},
 "UnusedBytes":{"type":"integer","description":"Of those that no container was made from"}}}}})"},
+    {"LogMessage",
+     R"({"type":"object","description":"Entries of the log, a gap where some could not be read any more, or the container's state","oneOf":[{"type":"object","required":["entries","cursor"],
+"properties":{"entries":{"type":"array","items":{"type":"object","required":["time","stream","text"],
+"properties":{"time":{"type":"string","format":"date-time","description":"With nanoseconds"},
+"stream":{"enum":["out","err"]},
+"text":{"type":"string","description":"A line with its newline, or a piece of a long one without"}}}},
+"cursor":{"type":"string","description":"Stands for the place behind the message"}}},
+{"type":"object","required":["gap","cursor"],"properties":{"gap":{"type":"object","required":["bytes","reason"],
+"properties":{"bytes":{"type":["integer","null"],"description":"null: not known"},"reason":{"type":"string"}}},
+"cursor":{"type":"string"}}},
+{"type":"object","required":["state","exitCode"],"properties":{"state":{"enum":["running","exited","removed"]},
+"exitCode":{"type":["integer","null"],"description":"Of a container that has exited"}}}]})"},
     {"Event", R"({"type":"object","description":"Something that happened, or that everything is to be asked for anew",
 "oneOf":[{"type":"object","required":["seq","time","kind","action","name"],
 "properties":{"seq":{"type":"integer","description":"Ever increasing"},"time":{"type":"string","format":"date-time"},
@@ -120,6 +132,18 @@ constexpr Answer CONTAINER_STATS_ANSWERS[] = {
     END_OF_ANSWERS,
 };
 
+constexpr Answer FOLLOW_LOG_ENTRIES_ANSWERS[] = {
+    {101,
+     "The connection becomes a WebSocket with the subprotocol kx.entries.v1. It goes on over ends and starts of the "
+     "container and of Podman; a client that comes back with the last cursor that it has got has lost nothing and gets "
+     "nothing twice, or gets a gap",
+     REFERENCE("LogMessage"), nullptr},
+    refused(400, "The container's name is missing, or cursor or tail is malformed"),
+    NO_SUCH_CONTAINER,
+    refused(500, "Podman failed: see the detail"),
+    END_OF_ANSWERS,
+};
+
 constexpr Answer GET_STORAGE_ANSWERS[] = {
     {200, "The room", REFERENCE("Storage"), nullptr},
     CONTAINER_FAILED,
@@ -135,6 +159,8 @@ constexpr KxNTamberWebApi::KxSOperationSchema DESCRIPTIONS[] = {
     {"restartContainer", "Restart a container, or start one that has ended", nullptr, CONTAINER_PARAMETERS,
      RESTART_CONTAINER_ANSWERS},
     {"containerStats", "Tell what a container uses", nullptr, CONTAINER_PARAMETERS, CONTAINER_STATS_ANSWERS},
+    {"followLogEntries", "Follow a container's log over a WebSocket, in entries", nullptr, CONTAINER_PARAMETERS,
+     FOLLOW_LOG_ENTRIES_ANSWERS},
     {"getStorage", "Tell how much room there is", nullptr, nullptr, GET_STORAGE_ANSWERS},
     {"followEvents", "Follow over a WebSocket what happens", nullptr, EVENTS_PARAMETERS, FOLLOW_EVENTS_ANSWERS},
     {nullptr, nullptr, nullptr, nullptr, nullptr},

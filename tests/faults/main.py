@@ -10,6 +10,7 @@ from dataclasses import dataclass
 import access
 import device as devices
 import clients
+import events
 import kills
 import log_faults
 import podman_faults
@@ -21,7 +22,7 @@ import streams
 import uploads
 from report import Report
 
-GROUPS = {"podman": podman_faults, "logs": log_faults, "kill": kills, "power": power_cuts, "resources": resources, "clients": clients,
+GROUPS = {"podman": podman_faults, "events": events, "logs": log_faults, "kill": kills, "power": power_cuts, "resources": resources, "clients": clients,
           "slow": slow_clients, "uploads": uploads, "access": access, "streams": streams, "shutdown": shutdown}
 
 

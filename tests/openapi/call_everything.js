@@ -34,6 +34,7 @@ const CALLS = [
     ["containerStats", 200, {name: "worker"}],
     ["containerStats", 404, {name: "nobody"}],
     ["followEvents", 426],
+    ["followLogEntries", 426, {name: "worker", tail: "1"}],
     ["getStorage", 200],
     ["restartContainer", 204, {name: "worker", timeout: 0}],
     ["restartContainer", 404, {name: "nobody"}],

@@ -12,13 +12,13 @@ using Method = KxCCurlHandler::MethodType;
 
 namespace {
 
-/// What every request for one container asks first. False when the answer stands.
-bool mayAsk(const Call& call) {
+/// False when the answer stands.
+bool hasName(const Call& call) {
     if (*call.name() == '\0') {
         call.badRequest("Container name must be provided");
         return false;
     }
-    return call.isStarted();
+    return true;
 }
 
 /// Answers a request that Podman has refused.
@@ -49,7 +49,7 @@ std::string podmanPath(std::string_view name, std::string_view end) {
 }
 
 bool inspect(const Call& call, KxNJson::json& inspection) {
-    if (!mayAsk(call)) {
+    if (!hasName(call)) {
         return false;
     }
     const PodmanReply reply = call.container.ExecutePodmanRequest(podmanPath(call.name(), "/json"), Method::GET,
@@ -68,13 +68,13 @@ bool inspect(const Call& call, KxNJson::json& inspection) {
 }
 
 void inspectContainer(const Call& call) {
-    if (KxNJson::json inspection; inspect(call, inspection)) {
+    if (KxNJson::json inspection; call.isStarted() && inspect(call, inspection)) {
         call.answer(200, describeContainer(inspection));
     }
 }
 
 void restartContainer(const Call& call) {
-    if (!mayAsk(call)) {
+    if (!hasName(call) || !call.isStarted()) {
         return;
     }
     KxCRTE_LOG(0, "Korvex Container Service: Restarting container '%s'", call.name());

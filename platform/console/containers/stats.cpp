@@ -19,7 +19,7 @@ json orNull(const std::optional<std::uint64_t>& number) {
 
 void containerStats(const Call& call) {
     json inspection;
-    if (!inspect(call, inspection)) {
+    if (!call.isStarted() || !inspect(call, inspection)) {
         return;
     }
     const json pid = inspection.value("/State/Pid"_json_pointer, json());

@@ -29,6 +29,7 @@ constexpr std::int64_t OVERLAP_MILLISECONDS = 2'000;
 /// Lists take long where there is much to list: between two of them passes so many times the time that one takes.
 constexpr int LIST_TIME_SHARE = 50;
 constexpr milliseconds RETRY_PAUSE{200};
+constexpr milliseconds LONGEST_PAUSE{30'000};
 /// Events about images come in bursts; one look at the list serves for one.
 constexpr milliseconds IMAGE_PAUSE{200};
 constexpr std::chrono::seconds LIST_TIME{120};
@@ -107,20 +108,20 @@ std::vector<KxSKnownContainer> ChangeWatch::knownContainers() const {
 }
 
 void ChangeWatch::run() {
-    while (!stopping->isCancelled()) {
+    for (milliseconds pause = RETRY_PAUSE; !stopping->isCancelled();) {
+        const auto begin = std::chrono::steady_clock::now();
+        bool wasOpen = false;
         try {
-            const auto begin = std::chrono::steady_clock::now();
-            if (follow(wasLost ? FIRST_STREAM_TIME : std::max(STREAM_TIME, LIST_TIME_SHARE * listTime))) {
-                wasLost = std::chrono::steady_clock::now() - begin < FIRST_STREAM_TIME;
-            } else {
-                wasLost = true;
-            }
+            wasOpen = follow(wasLost ? FIRST_STREAM_TIME : std::max(STREAM_TIME, LIST_TIME_SHARE * listTime));
         } catch (const std::exception& failure) {
             KxCRTE_LOG(3, "Korvex Container Service: Podman's events cannot be followed: %s", failure.what());
-            wasLost = true;
         }
+        const bool lasted = std::chrono::steady_clock::now() - begin >= FIRST_STREAM_TIME;
+        wasLost = !wasOpen || !lasted;
+        // Where Podman ends a stream at once time after time, nobody is to be kept busy with its lists.
+        pause = wasOpen && !lasted ? std::min(2 * pause, LONGEST_PAUSE) : RETRY_PAUSE;
         pollfd ended{stopping->descriptor(), POLLIN, 0};
-        ::poll(&ended, 1, wasLost ? static_cast<int>(RETRY_PAUSE.count()) : 0);
+        ::poll(&ended, 1, wasLost ? static_cast<int>(pause.count()) : 0);
     }
 }
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <set>
+#include <functional>
 #include <utility>
 
 #include "KxJson.h"
@@ -35,7 +35,7 @@ constexpr std::array<std::pair<std::string_view, const char*>, 10> ACTIONS = {{
 }};
 
 /// What leads from one state to another; null when nothing has to be told.
-const char* actionBetween(const std::string& before, const std::string& after) {
+const char* actionBetween(std::string_view before, std::string_view after) {
     if (before == after) {
         return nullptr;
     }
@@ -63,7 +63,24 @@ std::string nameOf(const json& listed) {
     return name;
 }
 
+/// An id of Podman's as the key of a container.
+template <class Id>
+Id shorten(std::string_view id) {
+    Id key{};
+    std::copy_n(id.begin(), std::min(id.size(), key.size()), key.begin());
+    return key;
+}
+
 }  // namespace
+
+std::size_t KnownContainers::IdHash::operator()(const Id& id) const {
+    return std::hash<std::string_view>()({id.data(), id.size()});
+}
+
+const char* KnownContainers::keep(std::string_view state) {
+    const auto found = states.find(state);
+    return (found != states.end() ? found : states.emplace(state).first)->c_str();
+}
 
 void KnownContainers::takeEvent(const json& event, std::int64_t utcMilliseconds, std::vector<KxSChange>& changes) {
     const auto actor = event.find("Actor");
@@ -78,7 +95,8 @@ void KnownContainers::takeEvent(const json& event, std::int64_t utcMilliseconds,
     if (action == ACTIONS.end() || id.empty()) {
         return;
     }
-    auto found = containers.find(id);
+    const Id key = shorten<Id>(id);
+    auto found = containers.find(key);
     if (verb == "remove") {
         if (found != containers.end()) {
             containers.erase(found);
@@ -91,16 +109,16 @@ void KnownContainers::takeEvent(const json& event, std::int64_t utcMilliseconds,
         return;  // a list has told that it is gone
     }
     if (isNew) {
-        found = containers.emplace(id, KxSKnownContainer{name, {}, 0}).first;
+        found = containers.emplace(key, Known{}).first;
     }
-    KxSKnownContainer& container = found->second;
+    Known& container = found->second;
     const bool isNews = verb == "create"            ? isNew
                         : verb == "rename"          ? container.name != name
                         : action->second == nullptr ? true
-                                                    : container.state != action->second;
+                                                    : std::string_view(container.state) != action->second;
     container.name = name;
     if (action->second != nullptr && (verb != "create" || isNew)) {
-        container.state = action->second;
+        container.state = keep(action->second);
     }
     if (isNews) {
         container.starts += verb == "start" ? 1 : 0;
@@ -114,15 +132,13 @@ void KnownContainers::takeList(const json& list, std::int64_t utcMilliseconds, s
             changes.push_back({"container", action, name, utcMilliseconds});
         }
     };
-    std::set<std::string> listed;
     for (const json& entry : list) {
-        const std::string id = textOf(entry, "Id");
         const std::string name = nameOf(entry);
         const std::string state = textOf(entry, "State");
-        listed.insert(id);
-        auto [found, isNew] = containers.try_emplace(id, KxSKnownContainer{name, "created", 0});
-        KxSKnownContainer& container = found->second;
+        auto [found, isNew] = containers.try_emplace(shorten<Id>(textOf(entry, "Id")));
+        Known& container = found->second;
         if (isNew) {
+            container.state = "created";
             tell("create", name);
         } else if (container.name != name) {
             tell("rename", name);
@@ -132,10 +148,11 @@ void KnownContainers::takeList(const json& list, std::int64_t utcMilliseconds, s
             tell(action, name);
         }
         container.name = name;
-        container.state = state;
+        container.state = keep(state);
+        container.isListed = true;
     }
     for (auto known = containers.begin(); known != containers.end();) {
-        if (listed.count(known->first) != 0) {
+        if (std::exchange(known->second.isListed, false)) {
             ++known;
             continue;
         }
@@ -149,7 +166,7 @@ std::vector<KxSKnownContainer> KnownContainers::all() const {
     std::vector<KxSKnownContainer> known;
     known.reserve(containers.size());
     for (const auto& [id, container] : containers) {
-        known.push_back(container);
+        known.push_back({container.name, container.state, container.starts});
     }
     return known;
 }

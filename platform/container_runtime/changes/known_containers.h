@@ -1,9 +1,12 @@
 // The containers that there are, as far as Podman's events and lists have told.
 #pragma once
 
-#include <map>
+#include <array>
+#include <cstdint>
+#include <set>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "KxContainer.h"
@@ -27,7 +30,22 @@ public:
     bool hasList() const { return wasListed; }
 
 private:
-    std::map<std::string, KxSKnownContainer, std::less<>> containers;  // by id
+    /// The first 16 characters of an id, which is a random number: there may be ten thousand containers.
+    using Id = std::array<char, 16>;
+    struct IdHash {
+        std::size_t operator()(const Id& id) const;
+    };
+    struct Known {
+        std::string name;
+        const char* state = "";  ///< one of `states`
+        std::uint32_t starts = 0;
+        bool isListed = false;  ///< by the list that is gone through
+    };
+
+    const char* keep(std::string_view state);
+
+    std::unordered_map<Id, Known, IdHash> containers;
+    std::set<std::string, std::less<>> states;
     bool wasListed = false;
 };
 
