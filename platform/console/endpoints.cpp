@@ -5,8 +5,10 @@
 
 #include "platform/console/containers/containers.h"
 #include "platform/console/containers/log_entries.h"
+#include "platform/console/device/health.h"
 #include "platform/console/device/storage.h"
 #include "platform/console/events/follow_events.h"
+#include "platform/console/metrics/get_metrics.h"
 
 namespace KxNConsole {
 
@@ -53,7 +55,9 @@ constexpr Operation OPERATIONS[] = {
     operation(4, "followLogEntries", METHOD_GET, "/containers/{name}/log-entries/ws", LOG_ENTRIES, openLogEntries,
               followLogEntries),
     operation(5, "followEvents", METHOD_GET, "/events/ws", AFTER_ONLY, openEvents, followEvents),
-    operation(6, "getStorage", METHOD_GET, "/storage", NO_PARAMETERS, getStorage),
+    operation(6, "getHealth", METHOD_GET, "/health", NO_PARAMETERS, getHealth),
+    operation(7, "getMetrics", METHOD_GET, "/metrics", NO_PARAMETERS, getMetrics),
+    operation(8, "getStorage", METHOD_GET, "/storage", NO_PARAMETERS, getStorage),
 };
 
 constexpr auto RECORDS = [] {

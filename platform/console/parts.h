@@ -3,6 +3,7 @@
 
 #include "KxClock.h"
 #include "KxContainer.h"
+#include "platform/console/device/health.h"
 #include "platform/console/events/event_ring.h"
 #include "platform/console/metrics/request_counts.h"
 
@@ -14,6 +15,7 @@ struct Parts {
     KxNContainer::KxCContainer& container;
     EventRing events{static_cast<std::uint64_t>(KxCVorrelClock::utcMilliseconds()) * 1000};
     RequestCounts requests;
+    Health health;
     const std::int64_t begunAt = KxCVorrelClock::monotonicMilliseconds();
 };
 

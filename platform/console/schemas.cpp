@@ -72,6 +72,19 @@ constexpr KxNTamberWebApi::KxSNamedSchema NAMED[] = {
 "images":{"type":"object","required":["Count","Bytes","UnusedBytes"],"properties":{"Count":{"type":"integer"},
 "Bytes":{"type":"integer","description":"The sum of their sizes; what images share is counted for each"},
 "UnusedBytes":{"type":"integer","description":"Of those that no container was made from"}}}}})"},
+    {"HealthPart", R"({"type":"object","required":["state","reason","since"],
+"properties":{"state":{"enum":["ok","degraded","failed"],"description":"degraded: it works, but something is to be done"},
+"reason":{"type":["string","null"]},"since":{"type":"string","format":"date-time"}}})"},
+    {"Health", R"({"type":"object","required":["status"],"description":"Who has shown no token gets the status alone",
+"properties":{"status":{"enum":["ok","degraded"],"description":"degraded: a part has failed"},
+"podman":{"$ref":"#/components/schemas/HealthPart"},"storage":{"$ref":"#/components/schemas/HealthPart"},
+"certificate":{"allOf":[{"$ref":"#/components/schemas/HealthPart"},{"type":"object","required":["NotAfter","days"],
+"properties":{"NotAfter":{"type":["string","null"],"format":"date-time","description":"null: there is none"},
+"days":{"type":["integer","null"]}}}]},
+"audit":{"$ref":"#/components/schemas/HealthPart"},
+"uptime":{"type":"integer","description":"Seconds since the service's start"},"host":{"type":"string"},
+"identity":{"type":"object","required":["name","role"],"properties":{"name":{"type":"string"},
+"role":{"enum":["viewer","operator","administrator"]}}}}})"},
     {"LogMessage",
      R"({"type":"object","description":"Entries of the log, a gap where some could not be read any more, or the container's state","oneOf":[{"type":"object","required":["entries","cursor"],
 "properties":{"entries":{"type":"array","items":{"type":"object","required":["time","stream","text"],
@@ -144,6 +157,18 @@ constexpr Answer FOLLOW_LOG_ENTRIES_ANSWERS[] = {
     END_OF_ANSWERS,
 };
 
+constexpr Answer GET_HEALTH_ANSWERS[] = {
+    {200, "All parts work", REFERENCE("Health"), R"({"status":"ok"})"},
+    {503, "A part has failed", REFERENCE("Health"), R"({"status":"degraded"})"},
+    END_OF_ANSWERS,
+};
+
+constexpr Answer GET_METRICS_ANSWERS[] = {
+    {200, "The figures in the text format of Prometheus", R"({"type":"string"})", nullptr,
+     "text/plain; version=0.0.4; charset=utf-8"},
+    END_OF_ANSWERS,
+};
+
 constexpr Answer GET_STORAGE_ANSWERS[] = {
     {200, "The room", REFERENCE("Storage"), nullptr},
     CONTAINER_FAILED,
@@ -161,6 +186,8 @@ constexpr KxNTamberWebApi::KxSOperationSchema DESCRIPTIONS[] = {
     {"containerStats", "Tell what a container uses", nullptr, CONTAINER_PARAMETERS, CONTAINER_STATS_ANSWERS},
     {"followLogEntries", "Follow a container's log over a WebSocket, in entries", nullptr, CONTAINER_PARAMETERS,
      FOLLOW_LOG_ENTRIES_ANSWERS},
+    {"getHealth", "Tell whether the service and what it needs work", nullptr, nullptr, GET_HEALTH_ANSWERS},
+    {"getMetrics", "Tell figures for Prometheus", nullptr, nullptr, GET_METRICS_ANSWERS},
     {"getStorage", "Tell how much room there is", nullptr, nullptr, GET_STORAGE_ANSWERS},
     {"followEvents", "Follow over a WebSocket what happens", nullptr, EVENTS_PARAMETERS, FOLLOW_EVENTS_ANSWERS},
     {nullptr, nullptr, nullptr, nullptr, nullptr},

@@ -156,7 +156,7 @@ std::vector<KxSKnownContainer> KxCContainer::GetKnownContainers() {
 }
 
 KxSPodmanState KxCContainer::GetPodmanState() {
-    return {impl->podmanService.isAnswering(), impl->podmanService.restarts()};
+    return {impl->podmanService.isAnswering(), impl->podmanService.answersSince(), impl->podmanService.restarts()};
 }
 
 std::shared_ptr<KxCContainer::KxSLogStreamSession> KxCContainer::RegisterLogStreamSession(

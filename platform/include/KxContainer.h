@@ -103,6 +103,7 @@ struct KxSKnownContainer {
 /// The Podman service as it was last seen.
 struct KxSPodmanState {
     bool isAnswering;        ///< false when it is not started, too
+    std::int64_t since;      ///< it is so, in milliseconds since the Unix epoch
     std::uint64_t restarts;  ///< how often it was started again, or found again, after it had gone
 };
 

@@ -112,6 +112,53 @@ def test_storage(service):
     assert storage["images"]["Count"] >= 1 and storage["images"]["UnusedBytes"] < storage["images"]["Bytes"]
 
 
+def test_health(start_service):
+    running = start_service()
+    nobody = running.request("GET", "/health", token=False)
+    assert (nobody.status, nobody.json()) == (200, {"status": "ok"})
+    assert running.request("GET", "/health", token="wrong").status == 401
+    told = running.request("GET", "/health").json()
+    assert told["identity"] == {"name": "token", "role": "administrator"} and told["uptime"] >= 0
+    assert all(told[part]["state"] == "ok" and told[part]["reason"] is None for part in ("podman", "storage", "certificate"))
+
+    with kx.frozen_podman():
+        def failed():
+            answer = running.request("GET", "/health")
+            return answer.status == 503 and answer.json()
+        told = kx.wait_until(failed, 60, "the health report says that Podman is away")
+        assert told["status"] == "degraded" and told["podman"]["state"] == "failed"
+        assert told["podman"]["reason"] == "Podman does not answer" and told["storage"]["state"] == "ok"
+        assert running.request("GET", "/health", token=False).json() == {"status": "degraded"}
+        assert "\nkx_podman_up 0\n" in running.request("GET", "/metrics").body.decode()
+    kx.wait_until(lambda: running.request("GET", "/health").status == 200, 60, "Podman is back")
+
+
+def test_metrics_count(service):
+    def value(sample):
+        lines = service.request("GET", "/metrics").body.decode().splitlines()
+        return next((float(line.rsplit(" ", 1)[1]) for line in lines if line.startswith(sample + " ")), 0)
+
+    counted = 'kx_http_requests_total{operation="listImages",status="200"}'
+    durations = 'kx_http_request_duration_seconds_count{operation="listImages"}'
+    before = value(counted), value(durations), value("kx_upload_bytes_total")
+    for _ in range(3):
+        service.request("GET", "/images")
+    service.request("POST", "/plugins", b"12345", {"Content-Disposition": 'attachment; filename="m_1.crp"'})
+    assert (value(counted), value(durations), value("kx_upload_bytes_total")) == (before[0] + 3, before[1] + 3, before[2] + 5)
+    service.request("DELETE", "/plugins/m_1.crp")
+    refused = value('kx_http_refusals_total{status="401"}')
+    service.request("GET", "/images", token="wrong")
+    assert value('kx_http_refusals_total{status="401"}') == refused + 1
+
+    async def follow():
+        async with events(service):
+            assert value('kx_streams{operation="followEvents"}') == 1
+
+    kx.wait_until(lambda: value('kx_streams{operation="followEvents"}') == 0, 10, "former streams have ended")
+    asyncio.run(follow())
+    kx.wait_until(lambda: value('kx_streams{operation="followEvents"}') == 0, 10, "the stream's end is counted")
+
+
 def test_events_tell_what_anybody_changes_within_a_second(service):
     compose = {"Content-Type": "application/octet-stream", "Content-Disposition": 'attachment; filename="e.yml"'}
     changes = [

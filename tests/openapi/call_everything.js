@@ -36,6 +36,8 @@ const CALLS = [
     ["followEvents", 426],
     ["followLogEntries", 426, {name: "worker", tail: "1"}],
     ["getStorage", 200],
+    ["getHealth", 200],
+    ["getMetrics", 200],
     ["restartContainer", 204, {name: "worker", timeout: 0}],
     ["restartContainer", 404, {name: "nobody"}],
     ["deleteContainer", 409, {name: "worker"}],

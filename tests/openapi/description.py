@@ -51,4 +51,5 @@ class Description:
         kind = answer.headers["Content-Type"]
         assert kind in content, f"{method} {path} answers {answer.status} as {kind}, which is not described"
         schema = {**content[kind]["schema"], "components": self.document["components"]}
-        jsonschema.Draft202012Validator(schema).validate(json.loads(answer.body))
+        value = answer.body.decode() if kind.startswith("text/") else json.loads(answer.body)
+        jsonschema.Draft202012Validator(schema).validate(value)

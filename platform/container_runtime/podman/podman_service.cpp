@@ -80,7 +80,7 @@ void PodmanService::stop() {
     stopping->cancel();
     thread.join();
     lifeSign.reset();
-    answering = false;
+    setAnswering(false);
     const bool isOurs = process && process.isOurs();
     process.end(END_PATIENCE, [this] { log.drain(); });
     log.drain();
@@ -122,11 +122,11 @@ void PodmanService::run(std::promise<void> started) {
 
 void PodmanService::bringUp() {
     log.drain();  // a Podman that was left behind may be waiting for it
-    answering = false;
+    setAnswering(false);
     if (!useRunning()) {
         launch();
     }
-    answering = true;
+    setAnswering(true);
 }
 
 bool PodmanService::useRunning() {
@@ -195,7 +195,7 @@ PodmanService::Event PodmanService::watch() {
             return Event::Stopped;
         }
         if (events[1].revents != 0) {
-            answering = false;
+            setAnswering(false);
             KxCRTE_LOG(3, "Korvex Container Service: Podman %s; it is started again", process.collect().c_str());
             return Event::Died;
         }
@@ -212,10 +212,10 @@ bool PodmanService::isAlive(int& failures) {
     const PodmanPing ping = client.ping(*stopping);
     if (ping || stopping->isCancelled()) {
         failures = 0;
-        answering = true;
+        setAnswering(true);
         return true;
     }
-    answering = false;
+    setAnswering(false);
     ++failures;
     if (failures == 1) {
         KxCRTE_LOG(3, "Korvex Container Service: Podman does not answer: %s", ping.reason.c_str());
@@ -230,6 +230,12 @@ bool PodmanService::isAlive(int& failures) {
     }
     process.end(END_PATIENCE, [this] { log.drain(); });
     return false;
+}
+
+void PodmanService::setAnswering(bool answers) {
+    if (answering.exchange(answers) != answers) {
+        stateSince = KxCVorrelClock::utcMilliseconds();
+    }
 }
 
 /// False when the service is stopping.

@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "KxClock.h"
 #include "KxRtos.h"
 #include "platform/common/unique_fd.h"
 #include "platform/container_runtime/podman/podman_client.h"
@@ -40,6 +41,8 @@ public:
 
     /// Whether Podman answered when it was last asked. Any thread.
     bool isAnswering() const { return answering; }
+    /// Since when that is so, in milliseconds since the Unix epoch. Any thread.
+    std::int64_t answersSince() const { return stateSince; }
     /// How often it was brought up again after it had gone. Any thread.
     std::uint64_t restarts() const { return restartCount; }
 
@@ -54,11 +57,13 @@ private:
     void awaitAnswer();
     Event watch();
     bool isAlive(int& failures);
+    void setAnswering(bool answers);
     bool pauseFor(std::chrono::milliseconds pause);
     void answerWatchdog();
 
     PodmanClient& client;
     std::atomic<bool> answering{false};
+    std::atomic<std::int64_t> stateSince{KxCVorrelClock::utcMilliseconds()};
     std::atomic<std::uint64_t> restartCount{0};
     std::optional<KxNProcess::Program> command;  ///< none when somebody else starts Podman
     std::int32_t cpuCount = 0;

@@ -20,8 +20,11 @@ struct KxSParameterText {
 struct KxSAnswerSchema {
     int status;
     const char* description;
-    const char* schema;  ///< JSON text; null when the answer has no body. Errors have the problem details by themselves
-    const char* example;  ///< JSON text, or null
+    /// JSON text; null when the answer has no body. Errors have the problem details by themselves, and this beside
+    /// them.
+    const char* schema;
+    const char* example;                         ///< JSON text, or null
+    const char* mediaType = "application/json";  ///< of what the schema describes
 };
 
 /// What is to be known about one operation beyond its endpoint record.

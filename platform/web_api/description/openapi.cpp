@@ -145,12 +145,10 @@ json makeProblemAnswer(const char* description) {
 }
 
 json makeAnswer(const KxSAnswerSchema& answer, const std::string& operationId) {
-    if (answer.status >= 400) {
-        return makeProblemAnswer(answer.description);
-    }
-    json made = {{"description", answer.description}};
+    json made =
+        answer.status >= 400 ? makeProblemAnswer(answer.description) : json{{"description", answer.description}};
     if (answer.schema != nullptr) {
-        json& content = made["content"]["application/json"];
+        json& content = made["content"][answer.mediaType];
         content["schema"] = parseText(answer.schema, operationId);
         if (answer.example != nullptr) {
             content["example"] = parseText(answer.example, operationId);
