@@ -5,6 +5,7 @@
 
 #include "platform/console/containers/containers.h"
 #include "platform/console/containers/log_entries.h"
+#include "platform/console/device/audit.h"
 #include "platform/console/device/health.h"
 #include "platform/console/device/storage.h"
 #include "platform/console/events/follow_events.h"
@@ -25,6 +26,7 @@ constexpr Parameter VERSION{"version", flags(TYPE_TEXT, LOCATION_PATH)};
 constexpr Parameter NAME{"name", flags(TYPE_TEXT, LOCATION_PATH) | 1U << 16};
 constexpr Parameter AFTER{"after", flags(TYPE_INT64, LOCATION_QUERY)};
 constexpr Parameter CURSOR{"cursor", flags(TYPE_TEXT, LOCATION_QUERY)};
+constexpr Parameter LIMIT{"limit", flags(TYPE_INT64, LOCATION_QUERY)};
 constexpr Parameter SINCE{"since", flags(TYPE_INT64, LOCATION_QUERY)};
 constexpr Parameter TAIL{"tail", flags(TYPE_TEXT, LOCATION_QUERY)};
 constexpr Parameter TIMEOUT{"timeout", flags(TYPE_INT64, LOCATION_QUERY)};
@@ -33,6 +35,7 @@ constexpr const Parameter* NO_PARAMETERS[] = {&VERSION, nullptr};
 constexpr const Parameter* NAME_ONLY[] = {&VERSION, &NAME, nullptr};
 constexpr const Parameter* AFTER_ONLY[] = {&VERSION, &AFTER, nullptr};
 constexpr const Parameter* LOG_ENTRIES[] = {&VERSION, &NAME, &TAIL, &SINCE, &CURSOR, nullptr};
+constexpr const Parameter* GET_AUDIT[] = {&VERSION, &AFTER, &LIMIT, nullptr};
 constexpr const Parameter* RESTART[] = {&VERSION, &NAME, &TIMEOUT, nullptr};
 
 struct Operation {
@@ -58,6 +61,7 @@ constexpr Operation OPERATIONS[] = {
     operation(6, "getHealth", METHOD_GET, "/health", NO_PARAMETERS, getHealth),
     operation(7, "getMetrics", METHOD_GET, "/metrics", NO_PARAMETERS, getMetrics),
     operation(8, "getStorage", METHOD_GET, "/storage", NO_PARAMETERS, getStorage),
+    operation(9, "getAudit", METHOD_GET, "/audit", GET_AUDIT, getAudit),
 };
 
 constexpr auto RECORDS = [] {

@@ -72,6 +72,15 @@ constexpr KxNTamberWebApi::KxSNamedSchema NAMED[] = {
 "images":{"type":"object","required":["Count","Bytes","UnusedBytes"],"properties":{"Count":{"type":"integer"},
 "Bytes":{"type":"integer","description":"The sum of their sizes; what images share is counted for each"},
 "UnusedBytes":{"type":"integer","description":"Of those that no container was made from"}}}}})"},
+    {"AuditList", R"({"type":"object","required":["entries","last"],
+"properties":{"entries":{"type":"array","items":{"type":"object","required":["seq","time","peer","identity","role",
+"method","route","name","status","milliseconds","previous"],
+"properties":{"seq":{"type":"integer"},"time":{"type":"string","format":"date-time"},"peer":{"type":"string"},
+"identity":{"type":"string"},"role":{"type":"string"},"method":{"type":"string"},"route":{"type":"string"},
+"name":{"type":"string"},"status":{"type":"integer"},"milliseconds":{"type":"integer"},
+"refusals":{"type":"integer","description":"Where the entry stands for so many refusals of the peer together"},
+"previous":{"type":"string","description":"SHA-256 of the entry before, hexadecimal"}}}},
+"last":{"type":"integer","description":"Number of the last entry of all"}}})"},
     {"HealthPart", R"({"type":"object","required":["state","reason","since"],
 "properties":{"state":{"enum":["ok","degraded","failed"],"description":"degraded: it works, but something is to be done"},
 "reason":{"type":["string","null"]},"since":{"type":"string","format":"date-time"}}})"},
@@ -157,6 +166,19 @@ constexpr Answer FOLLOW_LOG_ENTRIES_ANSWERS[] = {
     END_OF_ANSWERS,
 };
 
+constexpr ParameterText GET_AUDIT_PARAMETERS[] = {
+    {"after", "Only entries with a larger number"},
+    {"limit", "So many entries at most; 100 unless it is given, and never more than 1000"},
+    END_OF_TEXTS,
+};
+
+constexpr Answer GET_AUDIT_ANSWERS[] = {
+    {200, "The entries, oldest first", REFERENCE("AuditList"), nullptr},
+    refused(400, "after or limit is out of bounds"),
+    refused(500, "The record cannot be read: see the detail"),
+    END_OF_ANSWERS,
+};
+
 constexpr Answer GET_HEALTH_ANSWERS[] = {
     {200, "All parts work", REFERENCE("Health"), R"({"status":"ok"})"},
     {503, "A part has failed", REFERENCE("Health"), R"({"status":"degraded"})"},
@@ -186,6 +208,7 @@ constexpr KxNTamberWebApi::KxSOperationSchema DESCRIPTIONS[] = {
     {"containerStats", "Tell what a container uses", nullptr, CONTAINER_PARAMETERS, CONTAINER_STATS_ANSWERS},
     {"followLogEntries", "Follow a container's log over a WebSocket, in entries", nullptr, CONTAINER_PARAMETERS,
      FOLLOW_LOG_ENTRIES_ANSWERS},
+    {"getAudit", "Read the record of changes and refusals", nullptr, GET_AUDIT_PARAMETERS, GET_AUDIT_ANSWERS},
     {"getHealth", "Tell whether the service and what it needs work", nullptr, nullptr, GET_HEALTH_ANSWERS},
     {"getMetrics", "Tell figures for Prometheus", nullptr, nullptr, GET_METRICS_ANSWERS},
     {"getStorage", "Tell how much room there is", nullptr, nullptr, GET_STORAGE_ANSWERS},

@@ -1,24 +1,19 @@
 // Times as the console writes them.
 #pragma once
 
-#include <time.h>
-
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <string>
 
+#include "platform/common/rfc3339.h"
+
 namespace KxNConsole {
 
-/// RFC 3339 in UTC with milliseconds, of milliseconds since the Unix epoch.
+/// RFC 3339 with milliseconds, of milliseconds since the Unix epoch.
 inline std::string timeText(std::int64_t utcMilliseconds) {
-    const time_t seconds = utcMilliseconds / 1000;
-    tm parts{};
-    ::gmtime_r(&seconds, &parts);
-    std::array<char, 40> text{};
-    const std::size_t size = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &parts);
-    std::snprintf(text.data() + size, text.size() - size, ".%03dZ", static_cast<int>(utcMilliseconds % 1000));
-    return text.data();
+    return KxNCommon::formatTime(KxNCommon::WallTime(std::chrono::milliseconds(utcMilliseconds)));
 }
 
 /// The same with nanoseconds, of nanoseconds since the Unix epoch.

@@ -119,7 +119,8 @@ def test_health(start_service):
     assert running.request("GET", "/health", token="wrong").status == 401
     told = running.request("GET", "/health").json()
     assert told["identity"] == {"name": "token", "role": "administrator"} and told["uptime"] >= 0
-    assert all(told[part]["state"] == "ok" and told[part]["reason"] is None for part in ("podman", "storage", "certificate"))
+    assert all(told[part]["state"] == "ok" and told[part]["reason"] is None
+               for part in ("podman", "storage", "certificate", "audit"))
 
     with kx.frozen_podman():
         def failed():
@@ -131,6 +132,18 @@ def test_health(start_service):
         assert running.request("GET", "/health", token=False).json() == {"status": "degraded"}
         assert "\nkx_podman_up 0\n" in running.request("GET", "/metrics").body.decode()
     kx.wait_until(lambda: running.request("GET", "/health").status == 200, 60, "Podman is back")
+
+
+def test_audit_is_read_in_pieces(service):
+    last = service.request("GET", "/audit").json()["last"]
+    for name in ("one", "two", "three"):
+        service.request("DELETE", f"/compose-files/{name}.yml")
+    first = service.request("GET", f"/audit?after={last}&limit=2").json()
+    rest = service.request("GET", f"/audit?after={first['entries'][-1]['seq']}").json()
+    told = first["entries"] + rest["entries"]
+    assert [entry["name"] for entry in told] == ["one.yml", "two.yml", "three.yml"] and len(first["entries"]) == 2
+    assert [entry["seq"] for entry in told] == [last + 1, last + 2, last + 3] and rest["last"] == last + 3
+    assert {(entry["identity"], entry["status"]) for entry in told} == {("token", 404)}
 
 
 def test_metrics_count(service):

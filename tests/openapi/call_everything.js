@@ -37,6 +37,8 @@ const CALLS = [
     ["followLogEntries", 426, {name: "worker", tail: "1"}],
     ["getStorage", 200],
     ["getHealth", 200],
+    ["getAudit", 200, {after: 0, limit: 3}],
+    ["getAudit", 400, {limit: 0}],
     ["getMetrics", 200],
     ["restartContainer", 204, {name: "worker", timeout: 0}],
     ["restartContainer", 404, {name: "nobody"}],

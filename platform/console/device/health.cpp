@@ -6,6 +6,7 @@
 
 #include "KxClock.h"
 #include "KxJson.h"
+#include "KxTamberWebApi/KxAudit.h"
 #include "platform/console/device/certificate.h"
 #include "platform/console/device/storage.h"
 #include "platform/console/parts.h"
@@ -62,6 +63,11 @@ HealthPart lookAtCertificate(std::optional<std::int64_t> end) {
     return {HealthPart::FAILED, "The server's certificate has ended", *end};
 }
 
+HealthPart lookAtAudit() {
+    const std::string problem = KxNTamberWebApi::getAuditState().problem;
+    return problem.empty() ? HealthPart() : HealthPart{HealthPart::FAILED, problem};
+}
+
 /// Takes a new look at a part. Where the look does not know since when, the part keeps its time while its state stays.
 void update(HealthPart& part, HealthPart look) {
     if (look.since == 0) {
@@ -87,7 +93,7 @@ std::string hostName() {
 
 bool HealthReport::isWell() const {
     const auto hasFailed = [](const HealthPart* part) { return part->state == HealthPart::FAILED; };
-    const std::array parts = {&podman, &storage, &certificate};
+    const std::array parts = {&podman, &storage, &certificate, &audit};
     return std::none_of(parts.begin(), parts.end(), hasFailed);
 }
 
@@ -99,6 +105,7 @@ HealthReport Health::look(KxCContainer& container) {
         update(last.storage, lookAtStorage(container));
         last.certificateEnd = findCertificateEnd();
         update(last.certificate, lookAtCertificate(last.certificateEnd));
+        update(last.audit, lookAtAudit());
         lookedAt = now;
     }
     return last;
@@ -115,6 +122,7 @@ void getHealth(const Call& call) {
         const auto end = report.certificateEnd;
         certificate["NotAfter"] = end ? json(timeText(*end)) : json();
         certificate["days"] = end ? json((*end - KxCVorrelClock::utcMilliseconds()) / DAY_MILLISECONDS) : json();
+        answer["audit"] = describe(report.audit);
         answer["uptime"] = (KxCVorrelClock::monotonicMilliseconds() - call.parts.begunAt) / 1000;
         answer["host"] = hostName();
         answer["identity"] = {{"name", call.request.getIdentity()}, {"role", ROLE_NAMES.at(role)}};

@@ -18,7 +18,7 @@ struct HealthPart {
 };
 
 struct HealthReport {
-    HealthPart podman, storage, certificate;
+    HealthPart podman, storage, certificate, audit;
     std::optional<std::int64_t> certificateEnd;  ///< in milliseconds since the Unix epoch
 
     bool isWell() const;

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "KxClock.h"
+#include "KxTamberWebApi/KxAudit.h"
 #include "platform/console/device/storage.h"
 #include "platform/console/metrics/metrics_text.h"
 #include "platform/console/parts.h"
@@ -91,6 +92,11 @@ void writeDevice(const Call& call, MetricsText& metrics) {
         metrics.begin("kx_certificate_remaining_seconds", "gauge", "Until the server's certificate ends.");
         metrics.add((*end - KxCVorrelClock::utcMilliseconds()) / 1000);
     }
+    const KxNTamberWebApi::KxSAuditState audit = KxNTamberWebApi::getAuditState();
+    metrics.begin("kx_audit_lost_total", "counter", "Entries of the audit record that could not be written.");
+    metrics.add(audit.lost);
+    metrics.begin("kx_audit_failing", "gauge", "1 when the last attempt to write the audit record failed.");
+    metrics.add(audit.problem.empty() ? 0 : 1);
 }
 
 }  // namespace
