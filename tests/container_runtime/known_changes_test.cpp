@@ -53,6 +53,10 @@ TEST(KnownContainers, NothingIsToldTwiceAndNothingIsMissed) {
          json{entryOf("1", "a", "running"), entryOf("3", "e", "paused"), entryOf("4", "f", "running"),
               entryOf("5", "g", "created")},
          ""},
+        {"a new one with the name of one that is gone",
+         json{entryOf("6", "a", "created"), entryOf("3", "e", "paused"), entryOf("4", "f", "running"),
+              entryOf("5", "g", "created")},
+         "remove a, create a"},
         {"an empty list", json::array(), "remove a, remove e, remove f, remove g"},
         {"what is no event", json{{"Action", "start"}}, ""},
     };

@@ -1,6 +1,7 @@
 #include "platform/container_runtime/changes/change_watch.h"
 
 #include <poll.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <array>
@@ -93,6 +94,7 @@ void ChangeWatch::start() {
     stopping = std::make_unique<KxNNet::Cancellation>();
     const KxNCommon::BlockedSignals blocked;
     thread = std::thread(&ChangeWatch::run, this);
+    ::pthread_setname_np(thread.native_handle(), "kx-podman-event");
 }
 
 void ChangeWatch::stop() {

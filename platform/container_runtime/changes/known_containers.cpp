@@ -132,6 +132,20 @@ void KnownContainers::takeList(const json& list, std::int64_t utcMilliseconds, s
             changes.push_back({"container", action, name, utcMilliseconds});
         }
     };
+    // What is gone comes first: something new may have its name.
+    for (const json& entry : list) {
+        if (const auto found = containers.find(shorten<Id>(textOf(entry, "Id"))); found != containers.end()) {
+            found->second.isListed = true;
+        }
+    }
+    for (auto known = containers.begin(); known != containers.end();) {
+        if (std::exchange(known->second.isListed, false)) {
+            ++known;
+            continue;
+        }
+        tell("remove", known->second.name);
+        known = containers.erase(known);
+    }
     for (const json& entry : list) {
         const std::string name = nameOf(entry);
         const std::string state = textOf(entry, "State");
@@ -149,15 +163,6 @@ void KnownContainers::takeList(const json& list, std::int64_t utcMilliseconds, s
         }
         container.name = name;
         container.state = keep(state);
-        container.isListed = true;
-    }
-    for (auto known = containers.begin(); known != containers.end();) {
-        if (std::exchange(known->second.isListed, false)) {
-            ++known;
-            continue;
-        }
-        tell("remove", known->second.name);
-        known = containers.erase(known);
     }
     wasListed = true;
 }
