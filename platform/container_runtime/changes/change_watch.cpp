@@ -30,7 +30,7 @@ constexpr std::int64_t OVERLAP_MILLISECONDS = 2'000;
 /// Lists take long where there is much to list: between two of them passes so many times the time that one takes.
 constexpr int LIST_TIME_SHARE = 50;
 constexpr milliseconds RETRY_PAUSE{200};
-constexpr milliseconds LONGEST_PAUSE{30'000};
+constexpr milliseconds LONGEST_RETRY_PAUSE{30'000};
 /// Events about images come in bursts; one look at the list serves for one.
 constexpr milliseconds IMAGE_PAUSE{200};
 constexpr std::chrono::seconds LIST_TIME{120};
@@ -121,7 +121,7 @@ void ChangeWatch::run() {
         const bool lasted = std::chrono::steady_clock::now() - begin >= FIRST_STREAM_TIME;
         wasLost = !wasOpen || !lasted;
         // Where Podman ends a stream at once time after time, nobody is to be kept busy with its lists.
-        pause = wasOpen && !lasted ? std::min(2 * pause, LONGEST_PAUSE) : RETRY_PAUSE;
+        pause = wasOpen && !lasted ? std::min(2 * pause, LONGEST_RETRY_PAUSE) : RETRY_PAUSE;
         pollfd ended{stopping->descriptor(), POLLIN, 0};
         ::poll(&ended, 1, wasLost ? static_cast<int>(pause.count()) : 0);
     }
