@@ -16,7 +16,8 @@ import service as kx  # noqa: E402
 from browser import Browser  # noqa: E402
 
 IDENTITIES = pathlib.Path("/mnt/cfdrive/containers/identities.json")
-STORED = [pathlib.Path("/userstorage1/container_rte") / name for name in ("utilities/compose-files", "plugins")]
+COMPOSE_FILES = pathlib.Path("/userstorage1/container_rte/utilities/compose-files")
+PLUGINS = pathlib.Path("/userstorage1/container_rte/plugins")
 # What the browser says when the service is away on purpose, or answers no: everything else is a fault of the page.
 EXPECTED = re.compile(r"ERR_(CONNECTION|EMPTY_RESPONSE|NETWORK|TIMED_OUT)|WebSocket connection to|status of (4|5)\d\d")
 
@@ -47,7 +48,7 @@ def run_container(name, command, *options):
 def clear():
     """Leaves no container, compose file or plugin of another test."""
     kx.podman("rm", "--all", "--force", "--time", "0")
-    for folder in STORED:
+    for folder in (COMPOSE_FILES, PLUGINS):
         for file in folder.glob("*"):
             file.unlink()
 

@@ -1,7 +1,7 @@
 """Who gets in, what each role is offered, and where the token is not."""
 
 import pytest
-from conftest import kx, run_container
+from conftest import COMPOSE_FILES, kx, run_container
 
 
 def test_wrong_token_is_told(page):
@@ -31,7 +31,8 @@ def test_token_stays_in_the_tab(page):
 
 OFFERS = {  # view: what each role is offered beyond looking; [] is nothing
     "images": {"administrator": ["Upload an image archive"]},
-    "compose": {"operator": ["Start"], "administrator": ["Create", "Delete file shown.yml", "Start", "Upload a compose file"]},
+    "compose": {"operator": ["Start", "Stop"], "administrator": ["Create", "Delete file shown.yml", "Remove containers", "Start",
+                                                              "Stop", "Upload a compose file"]},
     "plugins": {"administrator": ["Deactivate shown 1.0", "Delete shown_1.0.crp", "Upload a plugin"]},
     "certificates": {"administrator": ["Delete clients' CA", "Upload the clients' CA", "Upload the private key",
                                        "Upload the server certificate"]},
@@ -43,7 +44,8 @@ OFFERS = {  # view: what each role is offered beyond looking; [] is nothing
 
 @pytest.mark.parametrize("role", ["viewer", "operator", "administrator"])
 def test_role_is_offered_what_it_may_do(page, role):
-    run_container("shown", "while :; do sleep 1; done")
+    run_container("shown", "while :; do sleep 1; done", "--label", "com.docker.compose.service=shown", "--label",
+                  f"com.docker.compose.project.config_files={COMPOSE_FILES}/shown.yml")
     for path, name in [("/compose-files", "shown.yml"), ("/plugins", "shown_1.0.crp"), ("/certs/ca-certificate", "ca.crt")]:
         page.store(path, name)
     page.log_in(page.device.identity(f"the {role}", role))

@@ -127,7 +127,7 @@ function makeFile({fileName}) {
             show(members, own.length > 0);
             for (const [[operation], element] of buttons) {
                 element.disabled = Boolean(doing);
-                if (operation !== "composeCreate" && operation !== "composeStart") show(element, own.length > 0);
+                if (operation !== "composeCreate") show(element, own.length > 0); // the others want some
             }
             show(output, Boolean(text));
             output.classList.toggle("failed", ok === false);

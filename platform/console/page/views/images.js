@@ -63,6 +63,17 @@ function makeRow(first) {
     };
 }
 
+function meter(label, share) {
+    const bar = h(`span${share > 0.95 ? ".bad" : share > 0.9 ? ".warning" : ""}`);
+    bar.style.width = `${share * 100}%`;
+    const percent = Math.round(share * 100);
+    return h(
+        "div.meter",
+        {role: "meter", "aria-label": label, "aria-valuemin": 0, "aria-valuemax": 100, "aria-valuenow": percent},
+        bar,
+    );
+}
+
 /** How full each volume is, as bars. */
 export function volumeBars() {
     const element = h("ul.volumes");
@@ -81,15 +92,7 @@ export function volumeBars() {
                         "li",
                         h("span.volume-name", {title: Path}, visible(What)),
                         h("span.volume-free", `${bytes(FreeBytes)} of ${bytes(TotalBytes)} free`),
-                        h("meter", {
-                            min: 0,
-                            max: 1,
-                            value: 1 - free,
-                            low: 0.8,
-                            high: 0.9,
-                            optimum: 0,
-                            "aria-label": `${visible(What)}: used`,
-                        }),
+                        meter(`${visible(What)}: used`, 1 - free),
                     );
                 }),
             );

@@ -85,13 +85,13 @@ export function settingsView() {
             !(await confirm({
                 title: "Disable the container service?",
                 action: "Disable",
-                text: "From its next start on it handles no containers until it is enabled again. Containers keep running.",
+                text: "From now on it handles no containers, images and files until it is enabled again. Containers keep running.",
             }))
         )
             return;
         try {
             await call("PATCH", "/settings/enable", {json: {enabled: wanted}});
-            succeeded(`Container service ${wanted ? "enabled" : "disabled"} from the next start on`);
+            succeeded(`Container service ${wanted ? "enabled" : "disabled"}`);
         } catch (error) {
             failed(`Enable: ${error.message}`);
         }
@@ -152,7 +152,7 @@ export function settingsView() {
                         h(
                             "p.hint",
                             {id: "enabled-hint"},
-                            "Counts from the next start of the service or the target on.",
+                            "Counts at once. Podman is started or left alone at the next start of the service.",
                         ),
                     ),
                     form,
