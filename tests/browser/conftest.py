@@ -166,7 +166,7 @@ class Device:
             "name": name, "role": role, "expires": None, "created": created,
             "tokenSha256": hashlib.sha256(token.encode()).hexdigest()}])
         self.secrets.add(token)
-        kx.wait_until(lambda: self.service.request("GET", "/settings", token=token).status == 200, 20, f"{name} gets in")
+        kx.wait_until(lambda: time.sleep(1) or self.service.request("GET", "/settings", token=token).status == 200, 5, name)
         return token
 
     def write_identities(self, known):

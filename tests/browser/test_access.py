@@ -48,7 +48,7 @@ def test_role_is_offered_what_it_may_do(page, role):
                   f"com.docker.compose.project.config_files={COMPOSE_FILES}/shown.yml")
     for path, name in [("/compose-files", "shown.yml"), ("/plugins", "shown_1.0.crp"), ("/certs/ca-certificate", "ca.crt")]:
         page.store(path, name)
-    page.log_in(page.device.identity(f"the {role}", role))
+    page.log_in(page.device.identity(f"{role}.1", role))
     assert page.browser.exists("nav a", "Audit") == (role == "administrator")
     for view, offers in OFFERS.items():
         page.go(view)
