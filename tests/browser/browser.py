@@ -132,6 +132,10 @@ class Browser:
         self.send("POST", self.session + "/actions", {"actions": [{"type": "key", "id": "keys", "actions": [
             {"type": "keyDown", "value": key}, {"type": "keyUp", "value": key}]}]})
 
+    def point(self, x, y):
+        self.send("POST", self.session + "/actions", {"actions": [{"type": "pointer", "id": "mouse", "actions": [
+            {"type": "pointerMove", "x": x, "y": y, "duration": 0}]}]})
+
     def choose_file(self, selector, path):
         element = self.wait("return document.querySelector(arguments[0])", selector)
         self.send("POST", f"{self.session}/element/{element[ELEMENT]}/value", {"text": str(path)})

@@ -28,16 +28,15 @@ VIEWS = [  # file, theme, width, height, place, what has to be seen first
     ("plugins", "light", 1180, 420, "plugins", "fieldbus"),
     ("certificates", "light", 1180, 620, "certificates", "not there"),
     ("settings", "light", 1180, 460, "settings", "administrator"),
-    ("audit", "light", 1180, 460, "audit", "entries"),
+    ("audit", "light", 1180, 460, "audit", "Took"),
     ("phone-overview", "light", 390, 780, "overview", "valve 3"),
     ("phone-container", "dark", 390, 780, "containers/historian", "following"),
 ]
 
 
 def furnish(running):
-    kx.make_image()
     for name in ["axis-gateway:1.4", "recipe-store:2.0", "historian:5.2", "vision:2.14"]:
-        kx.podman("tag", kx.IMAGE, f"localhost/{name}")
+        kx.make_image(f"localhost/{name}")
     upload = {"Content-Type": "application/octet-stream"}
     for path, name, body in [("/compose-files", "line4.yml", COMPOSE % "while :; do echo axis 3 at 118.442; sleep 1; done"),
                              ("/plugins", "gpu_1.0.crp", "x" * 1_200_000), ("/plugins", "fieldbus_2.3.crp", "x" * 340_000)]:
@@ -61,8 +60,9 @@ def take(browser, running):
         browser.size(width, height)
         browser.run("location.hash = '#/' + arguments[0]", place)
         browser.wait("return document.body.innerText.includes(arguments[0])", awaited)
-        time.sleep(60 if "historian" in place and width > 600 else 1.5)  # the plots grow
+        time.sleep(60 if "historian" in place and width > 600 else 8 if "historian" in place else 1.5)  # the plots grow
         browser.run("document.activeElement.blur()")
+        browser.point(2, height - 2)
         browser.screenshot(IMAGES / f"{file}.png")
 
 

@@ -4,7 +4,7 @@ import pytest
 from conftest import kx, run_container
 
 SEEN = {"overview": "Exit code 7", "containers": "running", "containers/running": "following", "images": "localhost/hello",
-        "compose": "web.yml", "plugins": "gpu", "certificates": "Private key", "settings": "Your role", "audit": "entries"}
+        "compose": "web.yml", "plugins": "gpu", "certificates": "Private key", "settings": "Your role", "audit": "Took"}
 RULES = """
     const done = arguments[0];
     axe.run(document, {resultTypes: ["violations"]}).then(({violations}) => done(violations.map(({id, nodes}) =>

@@ -158,7 +158,6 @@ function certificateProblem(health) {
     ];
 }
 
-/** Volumes may be one file system under several names. */
 function volumeProblems(storage) {
     const low = (storage?.volumes ?? []).filter(
         volume => volume.TotalBytes > 0 && volume.FreeBytes / volume.TotalBytes < LOW_SHARE,

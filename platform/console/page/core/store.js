@@ -73,12 +73,7 @@ const readers = {
             () => get("/compose-files"),
             body => (store.composeFiles = body),
         ),
-    storage: () =>
-        read(
-            "storage",
-            () => get("/storage"),
-            body => (store.storage = body),
-        ),
+    storage: () => read("storage", () => get("/storage"), takeStorage),
 };
 
 export const refresh = name => readers[name]();
@@ -102,6 +97,17 @@ function takeList({containers}) {
     }
     missedSome = false;
     store.loaded = true;
+}
+
+/** Volumes that are one file system become one. */
+function takeStorage({volumes, images}) {
+    const merged = new Map();
+    for (const volume of volumes) {
+        const key = `${volume.TotalBytes} ${volume.FreeBytes}`;
+        const known = merged.get(key);
+        merged.set(key, known ? {...known, What: `${known.What}, ${volume.What}`} : volume);
+    }
+    store.storage = {volumes: [...merged.values()], images};
 }
 
 function takeDetail(detail) {

@@ -124,7 +124,7 @@ export function imagesView() {
               targets: ["/images"],
               note,
               targetOf(file) {
-                  const free = store.storage?.volumes.find(({What}) => What === "uploads")?.FreeBytes;
+                  const free = store.storage?.volumes.find(({What}) => What.split(", ").includes("uploads"))?.FreeBytes;
                   return file.size > free
                       ? {refused: `it has ${bytes(file.size)}, and ${bytes(free)} of the disk are free`}
                       : "/images";

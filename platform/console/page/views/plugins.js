@@ -15,7 +15,7 @@ export function pluginsView() {
         [
             ["col-state", "State"],
             ["col-name", "Name"],
-            ["col-id", "Version"],
+            ["col-group", "Version"],
             ["col-number", "Size"],
             ["col-since", "Uploaded"],
             ["col-actions", "(Actions)"],
@@ -78,7 +78,7 @@ export function pluginsView() {
                 [
                     ["col-state", state],
                     ["col-name", visible(first.name)],
-                    ["col-id", visible(first.version)],
+                    ["col-group", visible(first.version)],
                     ["col-number", size],
                     ["col-since", since],
                     [
