@@ -66,13 +66,13 @@ def test_removal_maps_what_podman_says(service):
     listed = service.request("GET", "/images").json()["images"][0]
     keys = ["Id", "ParentId", "RepoTags", "RepoDigests", "Containers", "Created", "Size", "SharedSize", "Labels"]
     assert list(listed) == [key for key in keys if key in listed] and "Id" in listed
-    kx.podman("run", "-d", "--name", "user", kx.IMAGE, "sleep", "1000")
+    kx.podman("run", "-d", "--name", "image-user", kx.IMAGE, "sleep", "1000")
     for name, status, detail in [("localhost/ghost:1", 404, "Image 'localhost/ghost:1' does not exist"),
                                  (kx.IMAGE, 409, f"Image '{kx.IMAGE}' is in use and cannot be deleted"),
                                  ("", 400, "Image name must be provided")]:
         answer = service.request("DELETE", f"/images/{name}")
         assert (answer.status, answer.detail()) == (status, detail)
-    kx.podman("rm", "-f", "-t", "0", "user")
+    kx.podman("rm", "-f", "-t", "0", "image-user")
 
 
 def test_rejected_file_stays_and_one_that_podman_refuses_goes(service, tmp_path):
