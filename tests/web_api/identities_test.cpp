@@ -32,7 +32,7 @@ json entry(const std::string& name, const json& changes = json::object()) {
     return made;
 }
 
-TEST(Roles, EachOperationHasARow) {
+TEST(Roles, EachOperationHasARowAndEachRowAnOperation) {
     std::set<std::string_view> operations = {openApiEndpoint.operationId};
     for (const auto* table : {KxNCre::ENDPOINTS, KxNConsole::endpoints()}) {
         for (; *table != nullptr; ++table) {
@@ -41,6 +41,9 @@ TEST(Roles, EachOperationHasARow) {
     }
     for (const std::string_view operation : operations) {
         EXPECT_TRUE(findRequiredRole(operation)) << operation << " asks for no role yet";
+    }
+    for (const OperationRole& row : operationRoles()) {
+        EXPECT_TRUE(operations.count(row.operationId)) << row.operationId << " is no operation";
     }
     EXPECT_EQ(requiredRole("somethingNew"), ROLE_ADMINISTRATOR);
 }
