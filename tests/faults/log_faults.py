@@ -1,16 +1,23 @@
-"""All that may happen to a followed log, many times."""
+"""All that may happen to a followed log, many times; and a client that is cut off a thousand times and comes back."""
 
 from cases import Stage
+from entries import cut_often
 
 
 def run(device, report, plan):
-    if plan.quick:
-        return  # the end-to-end tests have each once
     with device.service() as running:
-        with Stage(running) as stage:
-            for case in stage.cases:
-                play(stage, report, *case.with_rounds(max(plan.rounds // 4, 1)))
-        running.stop()
+        if not plan.quick:  # the end-to-end tests have each once
+            with Stage(running) as stage:
+                for case in stage.cases:
+                    play(stage, report, *case.with_rounds(max(plan.rounds // 4, 1)))
+        with report.fault("followed entries: cut and resumed at the cursor") as fault:
+            cuts = 60 if plan.quick else 10 * plan.rounds
+            with fault.guarded(cuts):
+                problems, seen = cut_often(running, cuts)
+                fault.notes.append(seen)
+                for problem in problems:
+                    fault.lose(problem)
+        fault.expect(running.stop() == 0, "ended with an error\n" + running.log()[-2000:])
 
 
 def play(stage, report, case, rounds):
