@@ -18,10 +18,10 @@ std::uintptr_t pageSize = 0;
 
 /// Runs on the thread that touched the page, which then reads on.
 void replacePage(int, siginfo_t* fault, void*) {
-    const std::uintptr_t page = reinterpret_cast<std::uintptr_t>(fault->si_addr) & ~(pageSize - 1);
+    char* const address = static_cast<char*>(fault->si_addr);
+    char* const page = address - reinterpret_cast<std::uintptr_t>(address) % pageSize;
     if (isReading == 0 || fault->si_code != BUS_ADRERR ||
-        ::mmap(reinterpret_cast<void*>(page), pageSize, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) ==
-            MAP_FAILED) {
+        ::mmap(page, pageSize, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) == MAP_FAILED) {
         ::sigaction(SIGBUS, &actionBefore, nullptr);  // it comes again, and is what it was without us
     }
 }
