@@ -62,7 +62,7 @@ void FollowedLog::remove(LogBell& bell) {
     bells.erase(&bell);
 }
 
-void FollowedLog::takeFile(const std::shared_ptr<LogFile>& file, std::uint64_t replacements) {
+std::vector<FollowedLog::File> FollowedLog::takeFile(const std::shared_ptr<LogFile>& file, std::uint64_t replacements) {
     const std::lock_guard lock(mutex);
     ++activities;
     if (held.empty()) {
@@ -72,10 +72,11 @@ void FollowedLog::takeFile(const std::shared_ptr<LogFile>& file, std::uint64_t r
     } else if (file && held.back().file != file) {
         held.push_back({held.back().number + std::max<std::uint64_t>(replacements, 1), file});
         hasRotated = true;
-        dropOld();
+        return dropOld();
     } else if (hasRotated) {
         held.back().number += replacements;  // seen late: the file before this one came and went
     }
+    return {};
 }
 
 void FollowedLog::countActivity() {
@@ -83,7 +84,7 @@ void FollowedLog::countActivity() {
     ++activities;
 }
 
-void FollowedLog::dropOld() {
+std::vector<FollowedLog::File> FollowedLog::dropOld() {
     off_t size = 0;
     std::size_t kept = 0;
     for (auto file = held.rbegin(); file != held.rend() && kept < MAX_HELD_FILES; ++file, ++kept) {
@@ -92,7 +93,10 @@ void FollowedLog::dropOld() {
             break;
         }
     }
-    held.erase(held.begin(), held.end() - static_cast<std::ptrdiff_t>(kept));
+    const auto keptBegin = held.end() - static_cast<std::ptrdiff_t>(kept);
+    std::vector<File> dropped(held.begin(), keptBegin);
+    held.erase(held.begin(), keptBegin);
+    return dropped;
 }
 
 void FollowedLog::beginRun(bool isWatched) {

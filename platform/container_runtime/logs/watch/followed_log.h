@@ -73,13 +73,14 @@ public:
     // For LogWatch.
     /// Takes what became of the log's path: it has been given a file `replacements` times, and is now `file`, which may
     /// be the last one that is known.
-    void takeFile(const std::shared_ptr<LogFile>& file, std::uint64_t replacements);
+    /// Gives the files that are not held any more.
+    std::vector<File> takeFile(const std::shared_ptr<LogFile>& file, std::uint64_t replacements);
     void countActivity();
 
 private:
-    void dropOld();
+    std::vector<File> dropOld();
 
-    mutable std::mutex mutex;
+    mutable InheritingMutex mutex;
     std::deque<File> held;
     bool hasRotated = false;
     Run current;

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/common/unique_fd.h"
+#include "platform/container_runtime/logs/watch/inheriting_mutex.h"
 
 namespace KxNContainer {
 
@@ -50,7 +51,7 @@ private:
     ino_t inode = 0;
     dev_t device = 0;
 
-    std::mutex mutex;
+    InheritingMutex mutex;
     off_t lastSize = 0;
     std::vector<Cut> cuts;
 };

@@ -12,6 +12,7 @@
 #include <array>
 #include <charconv>
 #include <exception>
+#include <system_error>
 #include <utility>
 
 #include "KxLog.h"
@@ -45,6 +46,9 @@ using std::chrono::milliseconds;
 /// A client that comes back within this time finds what was rotated away meanwhile.
 constexpr std::chrono::seconds KEEPING_TIME{30};
 
+/// Room for so many is made at once.
+constexpr rlim_t DESCRIPTORS = 4096;
+
 /// Events of a log that is written without a pause are gathered for this time.
 constexpr milliseconds GATHERING_TIME{1};
 constexpr milliseconds BUSY_TIME{5};
@@ -54,8 +58,28 @@ constexpr milliseconds BUSY_TIME{5};
 /// preferred as far as may be: sched(7).
 void goFirst() {
     const sched_param lowest{::sched_get_priority_min(SCHED_RR)};
-    if (::pthread_setschedparam(::pthread_self(), SCHED_RR, &lowest) != 0) {
+    if (::sched_setscheduler(0, SCHED_RR | SCHED_RESET_ON_FORK, &lowest) != 0) {
         ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), -20);
+    }
+}
+
+/// Makes room for descriptors: where a process has threads, the kernel lets the one that opens the first beyond its
+/// table wait for all processors, some 10 ms, and a file is gone.
+void growDescriptorTable(int descriptor) {
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    const rlim_t highest = std::min<rlim_t>(limit.rlim_cur, DESCRIPTORS) - 1;
+    const UniqueFd high(::fcntl(descriptor, F_DUPFD_CLOEXEC, static_cast<int>(highest)));
+}
+
+/// Destroys `owner` on a thread of its own: with the last descriptor of a deleted file the file system frees it, and
+/// that may take longer than the next rotation.
+template <class Owner>
+void letGo(Owner owner) {
+    try {
+        std::thread([owned = std::move(owner)] {}).detach();
+    } catch (const std::system_error&) {
+        // No thread to be had: here, then.
     }
 }
 
@@ -65,7 +89,7 @@ constexpr std::uint32_t EXIT_EVENTS = IN_CREATE | IN_MOVED_TO;
 /// Calls `take` for each event that is there.
 template <class Take>
 void readEvents(int descriptor, Take take) {
-    alignas(inotify_event) std::array<char, 16384> events;
+    alignas(inotify_event) std::array<char, 2048> events;  // on the stack of a stream, too
     while (true) {
         const ssize_t size = ::read(descriptor, events.data(), events.size());
         if (size <= 0) {
@@ -136,6 +160,7 @@ void LogWatch::startThread() {
             throw systemError("Cannot watch a container's log");
         }
     }
+    growDescriptorTable(poller.get());
     isGathering = false;
     const KxNCommon::BlockedSignals blocked;
     thread = std::thread(&LogWatch::run, this);
@@ -303,9 +328,9 @@ void LogWatch::openTouched() {
 /// Opens what is at the log's path now, if it is another file.
 void LogWatch::openAgain(Watched& watched) {
     FollowedLog& log = *watched.log;
+    UniqueFd opened = openLogFile(log.logPath, log.containerId);  // before anything that might wait
     const std::uint64_t replacements = std::exchange(watched.replacements, 0);
     const auto known = log.files();
-    UniqueFd opened = openLogFile(log.logPath, log.containerId);
     auto file = opened ? std::make_shared<LogFile>(std::move(opened)) : nullptr;
     if (file && !known.empty() && known.back().file->getInode() == file->getInode() &&
         known.back().file->getDevice() == file->getDevice()) {
@@ -317,7 +342,9 @@ void LogWatch::openAgain(Watched& watched) {
         }
         watched.fileWatch = watchPath(changes.get(), procPath(file->descriptor()), IN_MODIFY);
     }
-    log.takeFile(file, replacements);
+    if (auto dropped = log.takeFile(file, replacements); !dropped.empty()) {
+        letGo(std::move(dropped));
+    }
 }
 
 void LogWatch::takeExitFile(Watched& watched) {
@@ -394,7 +421,10 @@ void LogWatch::forget(Watched& watched) {
         ::inotify_rm_watch(changes.get(), watched.fileWatch);
     }
     const std::array<int, 2> watches{watched.directoryWatch, watched.exitWatch};
-    std::erase_if(logs, [&](const auto& other) { return other.get() == &watched; });
+    const auto place =
+        std::find_if(logs.begin(), logs.end(), [&](const auto& other) { return other.get() == &watched; });
+    letGo(std::move(*place));
+    logs.erase(place);
     for (const int watch : watches) {
         removeWatch(watch);
     }

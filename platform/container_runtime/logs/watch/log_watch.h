@@ -58,7 +58,7 @@ private:
     void forget(Watched& watched);
     void removeWatch(int watch);
 
-    std::mutex mutex;
+    InheritingMutex mutex;
     std::vector<std::unique_ptr<Watched>> logs;
     bool isRunning = false;
 
