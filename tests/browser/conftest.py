@@ -19,7 +19,7 @@ IDENTITIES = pathlib.Path("/mnt/cfdrive/containers/identities.json")
 COMPOSE_FILES = pathlib.Path("/userstorage1/container_rte/utilities/compose-files")
 PLUGINS = pathlib.Path("/userstorage1/container_rte/plugins")
 # What the browser says when the service is away on purpose, or answers no: everything else is a fault of the page.
-EXPECTED = re.compile(r"ERR_(CONNECTION|EMPTY_RESPONSE|NETWORK|TIMED_OUT)|WebSocket connection to|status of (4|5)\d\d")
+EXPECTED = re.compile(r"ERR_(CONNECTION|BLOCKED_BY_CLIENT|EMPTY_RESPONSE|NETWORK|TIMED_OUT)|WebSocket connection to|status of (4|5)\d\d")
 
 kx.require_sandbox()
 
@@ -128,8 +128,7 @@ class Page:
 def device(request, tmp_path_factory):
     kx.clear_device()
     kx.make_image()
-    log = tmp_path_factory.mktemp("log") / "service.log"
-    running = Device(request.config.getoption("--program"), log)
+    running = Device(request.config.getoption("--program"), tmp_path_factory)
     yield running
     running.end()
 
@@ -137,13 +136,13 @@ def device(request, tmp_path_factory):
 class Device:
     """The service, which can be ended and started again at the same address."""
 
-    def __init__(self, program, log):
-        self.program, self.log_file, self.service, self.port = program, log, None, 0
+    def __init__(self, program, logs):
+        self.program, self.logs, self.service, self.port = program, logs, None, 0
         self.secrets = set()
         self.start()
 
     def start(self):
-        self.service = kx.Service(self.program, self.log_file, {"Log.Level": 0, "WebApi.Port": self.port})
+        self.service = kx.Service(self.program, self.logs.mktemp("log") / "service.log", {"Log.Level": 0, "WebApi.Port": self.port})
         self.service.wait_ready()
         self.port = self.service.port
         self.secrets.add(self.token())

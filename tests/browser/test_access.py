@@ -15,7 +15,7 @@ def test_token_stays_in_the_tab(page):
     token = page.device.token()
     for view in ["overview", "containers", "audit"]:
         page.go(view)
-    page.wait_text("GET /health")
+    page.wait_text("Read again")
     where = page.browser.run("""
         return [location.href, document.cookie, JSON.stringify(localStorage), JSON.stringify(history.state),
             document.documentElement.outerHTML, ...performance.getEntriesByType("resource").map(entry => entry.name)].join("\\n")

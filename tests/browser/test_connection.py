@@ -49,3 +49,15 @@ def test_podman_away_is_told(page):
     os.kill(kx.podman_service_pid(), signal.SIGKILL)
     run_container("meanwhile", "exit 4")
     page.wait_row("meanwhile", "Exit code 4", 60)
+
+
+def test_page_that_came_in_half_is_loaded_again(page):
+    """As when a network changes while the modules are on their way."""
+    page.browser.command("Network.enable")
+    page.browser.command("Network.setBlockedURLs", urls=["*/core/store.js"])
+    page.browser.command("Network.setCacheDisabled", cacheDisabled=True)
+    page.browser.open(page.address)
+    page.wait_text("could not be loaded completely")
+    page.browser.command("Network.setBlockedURLs", urls=[])
+    page.browser.command("Network.setCacheDisabled", cacheDisabled=False)
+    page.wait_text("Nothing is broken")

@@ -5,6 +5,7 @@ import {call, get, service} from "./service.js";
 import {LiveSocket} from "./live_socket.js";
 
 const HEALTH_EVERY = 10_000; // milliseconds; also how a connection that died silently is noticed
+const LOST_EVERY = 1_000; // milliseconds, while the service cannot be reached
 const INSPECTIONS_AT_ONCE = 4; // a browser has six connections: two stay for what the operator does
 const RELIST_FROM = 8; // this many changed containers are read from the list at once
 const ACTIVITY_KEPT = 200;
@@ -208,7 +209,7 @@ export async function readHealth() {
     if (own !== reading) return;
     changed();
     clearTimeout(healthTimer);
-    healthTimer = setTimeout(tryAgain, HEALTH_EVERY);
+    healthTimer = setTimeout(tryAgain, service.reachable ? HEALTH_EVERY : LOST_EVERY);
 }
 
 /** What could not be read is asked for until it can: that Podman answers again is no event. */
@@ -218,7 +219,11 @@ function tryAgain() {
 }
 
 function comeBack() {
-    if (!service.reachable) return changed();
+    if (!service.reachable) {
+        clearTimeout(healthTimer);
+        healthTimer = setTimeout(readHealth, LOST_EVERY);
+        return changed();
+    }
     readAll();
     readHealth();
 }

@@ -15,12 +15,12 @@ function makeRow({time, peer, identity, role, method, route, name, status, milli
                 ["col-state", h(`span.state.${kind}`, icon(kind), String(status))],
                 ["col-name", visible(identity || "–")],
                 ["col-id", visible(role ?? "")],
-                ["col-route", h("code", `${method} ${visible(route)}`)],
+                ["col-route", h("code", visible(`${method} ${route}`.trim() || "–"))],
                 ["col-image", visible(name || "")],
                 ["col-id", visible(peer)],
                 ["col-number", `${number(milliseconds ?? 0)} ms`],
             ],
-            4,
+            2,
         ),
     };
 }
