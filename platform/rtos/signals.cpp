@@ -75,7 +75,8 @@ private:
 
     void forget(int signalNumber) {
         if (const auto former = registrations.extract(signalNumber)) {
-            former.mapped()->signals.clear();  // it may be its handler that calls
+            former.mapped()->signals.cancel();  // the wait keeps the registration
+            former.mapped()->signals.clear();   // its handler, which may be the caller, keeps it longer
         }
     }
 

@@ -65,7 +65,7 @@ def containers_that_are():
     lines = kx.podman("ps", "--all", "--format", "{{.Names}} {{.State}}").splitlines()
     # Podman's command line tells more states apart than its API.
     same = {"initialized": "created", "configured": "created", "stopped": "exited", "stopping": "exited"}
-    return {name: same.get(state, state) for name, state in map(str.split, lines) if name in NAMES}
+    return {name: same.get(state, state) for name, _, state in (line.partition(" ") for line in lines) if name in NAMES}
 
 
 def tags_that_are():

@@ -23,13 +23,11 @@ using std::chrono::milliseconds;
 /// Entries are gathered up to this size. One more may be three times as large as a reader's block.
 constexpr std::size_t BATCH_SIZE = 16UL << 10;
 
-/// How long Podman has to answer about a container that is being followed, and how often it is asked: when something
-/// has happened to the log of one that does not run, without that, and where nothing tells.
-constexpr std::chrono::seconds ANSWER_TIME{5};
+/// How often Podman is asked about a container that is being followed: when something has happened to the log of one
+/// that does not run, without that, and where nothing tells.
 constexpr milliseconds PAUSE_AFTER_EVENT{100};
 constexpr milliseconds PAUSE_WITH_EVENTS{5000};
 constexpr milliseconds PAUSE_WITHOUT_EVENTS{1000};
-constexpr milliseconds LONGEST_WAIT{3'600'000};
 
 /// Entries on their way to the sink.
 class Batch {
@@ -245,7 +243,7 @@ void EntryFollower::rest(bool hasEnded) {
 void EntryFollower::wait() {
     const bool isQuiet = source && state->first == KxCLogEntrySink::RUNNING && !source->run().hasEnded;
     const auto left = std::chrono::ceil<milliseconds>(nextInspection - Clock::now());
-    const milliseconds longest = isQuiet ? LONGEST_WAIT : std::max(left, milliseconds(0));
+    const milliseconds longest = isQuiet ? LogReader::LONGEST_WAIT : std::max(left, milliseconds(0));
     if (source) {
         source->wait(ending, longest);
     } else {
@@ -258,7 +256,7 @@ void EntryFollower::inspect() {
     nextInspection = Clock::now() + (source ? PAUSE_WITH_EVENTS : PAUSE_WITHOUT_EVENTS);
     try {
         const Inspection inspection =
-            inspectContainer(tools.podman, "/containers/" + containerId + "/json", ending, ANSWER_TIME);
+            inspectContainer(tools.podman, "/containers/" + containerId + "/json", ending, INSPECTION_TIME);
         if (inspection.container) {
             take(*inspection.container);
         } else if (inspection.reply.status == 404) {

@@ -16,9 +16,8 @@ namespace KxNContainer {
 
 namespace {
 
-/// How often Podman is asked about a container whose end cannot be seen from here, and how long it has for its answer.
+/// How often Podman is asked about a container whose end cannot be seen from here.
 constexpr std::chrono::milliseconds ASKING_TIME{500};
-constexpr std::chrono::seconds ANSWER_TIME{5};
 
 /// How long Podman is left alone after a failure, and how long before the end it is not asked any more.
 constexpr std::chrono::milliseconds RETRY_TIME{200};
@@ -115,7 +114,7 @@ bool LogSource::wait(const KxNNet::Cancellation& cancellation, std::chrono::mill
     if (!reader->wait(cancellation, std::min(longest, ASKING_TIME)) && !cancellation.isCancelled()) {
         try {
             const Inspection inspection =
-                inspectContainer(tools.podman, inspectionPath(containerId), cancellation, ANSWER_TIME);
+                inspectContainer(tools.podman, inspectionPath(containerId), cancellation, INSPECTION_TIME);
             if (inspection.container) {
                 update(*inspection.container);
             } else if (inspection.reply.status == 404) {

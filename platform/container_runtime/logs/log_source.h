@@ -27,6 +27,9 @@ struct Inspection {
     std::optional<ContainerLog> container;
 };
 
+/// How long Podman has to answer about a container whose log is being followed.
+inline constexpr std::chrono::seconds INSPECTION_TIME{5};
+
 /// Throws PodmanFailure when Podman does not answer within `longest`.
 Inspection inspectContainer(PodmanClient& podman, const std::string& path, const KxNNet::Cancellation& ending,
                             std::chrono::seconds longest);

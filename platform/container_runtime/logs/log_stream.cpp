@@ -127,7 +127,6 @@ using std::chrono::milliseconds;
 
 /// How long the end of a line is waited for before its beginning is shown, as that of a question on a terminal.
 constexpr milliseconds LINE_TIME{250};
-constexpr milliseconds LONGEST_WAIT{3'600'000};
 
 PodmanReply relay(PodmanClient& podman, const PodmanRequest& request, bool isFramed, const LogStreams::Session& session,
                   TextSender& sender) {
@@ -146,10 +145,10 @@ PodmanReply relay(PodmanClient& podman, const PodmanRequest& request, bool isFra
 /// What is left until `time`, if there is one.
 milliseconds timeUntil(const std::optional<LogTime>& time) {
     if (!time) {
-        return LONGEST_WAIT;
+        return LogReader::LONGEST_WAIT;
     }
     const auto now = std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
-    return std::min(LONGEST_WAIT, std::chrono::ceil<milliseconds>(std::chrono::nanoseconds(*time - now)));
+    return std::min(LogReader::LONGEST_WAIT, std::chrono::ceil<milliseconds>(std::chrono::nanoseconds(*time - now)));
 }
 
 void sendLog(LogSource& log, const LogRange& range, const LogStreams::Session& session, TextSender& sender) {

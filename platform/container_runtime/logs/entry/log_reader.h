@@ -32,6 +32,9 @@ struct LogStep {
 /// (std::system_error). One thread.
 class LogReader {
 public:
+    /// For a wait that no time ends.
+    static constexpr std::chrono::milliseconds LONGEST_WAIT = std::chrono::hours(1);
+
     LogReader() = default;
     LogReader(const LogReader&) = delete;
     LogReader& operator=(const LogReader&) = delete;
