@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <cerrno>
 #include <memory>
 
 #include "KxErrorManager.h"
@@ -111,7 +112,11 @@ std::string talk(std::uint16_t port, std::string_view bytes) {
     bool isSending = true;
     for (;;) {
         pollfd events{socket.get(), static_cast<short>(isSending ? POLLIN | POLLOUT : POLLIN), 0};
-        KX_REQUIRE(::poll(&events, 1, PATIENCE) > 0);
+        int ready;
+        do {
+            ready = ::poll(&events, 1, PATIENCE);
+        } while (ready < 0 && errno == EINTR);  // libFuzzer's clock
+        KX_REQUIRE(ready > 0);
         if ((events.revents & POLLIN) != 0) {
             char room[4096];
             const ssize_t size = ::recv(socket.get(), room, sizeof room, MSG_DONTWAIT);

@@ -62,10 +62,11 @@ class Mirror:
 
 
 def containers_that_are():
-    lines = kx.podman("ps", "--all", "--format", "{{.Names}} {{.State}}").splitlines()
-    # Podman's command line tells more states apart than its API.
+    # Podman's own list tells more states apart than its API.
     same = {"initialized": "created", "configured": "created", "stopped": "exited", "stopping": "exited"}
-    return {name: same.get(state, state) for name, _, state in (line.partition(" ") for line in lines) if name in NAMES}
+    containers = json.loads(kx.podman("ps", "--all", "--format", "json"))
+    states = {container["Names"][0]: container["State"] for container in containers}
+    return {name: same.get(state, state) for name, state in states.items() if name in NAMES}
 
 
 def tags_that_are():
@@ -108,7 +109,7 @@ def change_much(running, mirror, changes, deaths):
     delays, killed = [], 0
     api, done = PodmanApi(), 0
     while done < changes:
-        if done * deaths // changes > killed or (done > changes // 2 and not killed):
+        if done * (deaths + 1) // changes > killed:
             killed += 1
             podman = kx.podman_service_pid()
             if podman:

@@ -122,7 +122,6 @@ void LogStreams::open() {
 
 namespace {
 
-using Clock = std::chrono::system_clock;
 using std::chrono::milliseconds;
 
 /// How long the end of a line is waited for before its beginning is shown, as that of a question on a terminal.
@@ -147,8 +146,8 @@ milliseconds timeUntil(const std::optional<LogTime>& time) {
     if (!time) {
         return LogReader::LONGEST_WAIT;
     }
-    const auto now = std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
-    return std::min(LogReader::LONGEST_WAIT, std::chrono::ceil<milliseconds>(std::chrono::nanoseconds(*time - now)));
+    const auto left = std::chrono::nanoseconds(*time) - std::chrono::system_clock::now().time_since_epoch();
+    return std::min(LogReader::LONGEST_WAIT, std::chrono::ceil<milliseconds>(left));
 }
 
 void sendLog(LogSource& log, const LogRange& range, const LogStreams::Session& session, TextSender& sender) {
