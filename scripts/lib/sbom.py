@@ -37,7 +37,7 @@ def packages_of(paths):
 def linked(build, programs):
     libraries = set()
     for program in programs:
-        for line in output("ldd", build / program).splitlines():
+        for line in output("env", "--unset=LD_PRELOAD", "ldd", build / program).splitlines():
             if found := re.search(r"=> (/\S+)", line):
                 libraries.update({found[1], os.path.realpath(found[1]), found[1].removeprefix("/usr"), "/usr" + found[1]})
     return packages_of(libraries)
