@@ -43,6 +43,8 @@ def container_list(count):
 
 INSPECTION = answer(json.dumps({"Id": "0" * 64, "Name": "/double", "State": {"Status": "running"},
                                 "Config": {"Tty": False}}).encode())
+STREAM_HEAD = (b"HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\n"
+               b"Transfer-Encoding: chunked\r\n\r\n")
 EMPTY = b"HTTP/1.1 204 No Content\r\n\r\n"
 
 
@@ -66,9 +68,9 @@ class Double:
                 method, target = request.split(b" ", 2)[:2]
                 path = re.sub(r"^/v[0-9.]+(/libpod)?", "", target.decode()).partition("?")[0]
                 if path == "/events":
-                    return self.stream(connection, "quiet")
+                    return wait_for_events(connection)
                 if path.startswith("/containers/") and path.endswith("/logs"):
-                    return self.stream(connection, path.split("/")[2])
+                    return self.stream_log(connection, path.split("/")[2])
                 connection.sendall(self.reply(method.decode(), path))
 
     def reply(self, method, path):
@@ -87,12 +89,11 @@ class Double:
             return answer(str(self.streams).encode(), "text/plain")
         return EMPTY if method in ("POST", "DELETE") else answer(b"{}")
 
-    def stream(self, connection, name):
+    def stream_log(self, connection, name):
         with self.lock:
             self.streams += 1
         try:
-            connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: application/octet-stream\r\n"
-                               b"Transfer-Encoding: chunked\r\n\r\n")
+            connection.sendall(STREAM_HEAD)
             if name == "endless":
                 send_without_end(connection)
             else:
@@ -102,6 +103,12 @@ class Double:
         finally:
             with self.lock:
                 self.streams -= 1
+
+
+def wait_for_events(connection):
+    """Nothing happens here; its end is the client's."""
+    connection.sendall(STREAM_HEAD)
+    connection.recv(1)
 
 
 def send_without_end(connection):
