@@ -110,6 +110,7 @@ TEST_F(ServerLoad, ADetachedHandlerIsNotCalledAnyMore) {
     handler.openGate();
     detaching.join();
     EXPECT_EQ(ask(server, makeHead(server, "POST /api/v1/files")).status, 503);
+    EXPECT_EQ(ask(server, makeHead(server, "GET /api/v1/openapi.json")).status, 503) << "what it describes has gone";
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "platform/web_api/server/exchange.h"
 
-#include "platform/web_api/description/openapi.h"
 #include "platform/web_api/http/content_disposition.h"
 
 namespace KxNTamberWebApi {
@@ -32,10 +31,6 @@ Next examineJson(Exchange& exchange, const Limits& limits) {
 
 Next examineBody(Exchange& exchange, const ServerCore& core) {
     const KxSTamberWebApiEndpoint* const endpoint = exchange.match.endpoint;
-    if (endpoint == &openApiEndpoint) {
-        exchange.response.answer = {200, core.openApiDocument, "application/json", {}};
-        return Next::answer;
-    }
     if (endpoint->isUpload != 0) {
         return Next::takeUpload;
     }

@@ -11,7 +11,9 @@
 #include "KxJson.h"
 #include "KxLog.h"
 #include "platform/json/json_text.h"
+#include "platform/web_api/description/openapi.h"
 #include "platform/web_api/operation/operation.h"
+#include "platform/web_api/server/api_description.h"
 #include "platform/web_api/server/stream_operation.h"
 
 namespace KxNTamberWebApi {
@@ -214,6 +216,11 @@ void HttpConnection::runOperation(Exchange& exchange, const KxNJson::json* conte
         return;
     }
     const KxSTamberWebApiEndpoint* const endpoint = exchange.match.endpoint;
+    if (endpoint == &openApiEndpoint) {
+        const RequestThreads::Operation describing(core.requests);
+        exchange.response.answer = describeApi(core);
+        return;
+    }
     ServedEndpoint& served = core.served.at(endpoint);
     const RequestThreads::Operation operation(core.requests, &served.tendsToBlock);
     callOperation(served.registration, endpoint, exchange.caller, content, exchange.match.values(), exchange.response);

@@ -69,20 +69,8 @@ void Server::registerHandler(KxCHandler* handler) {
         core->served[*endpoint].registration = registration;
     }
     handler->registration = registration;
-    registrations.push_back(std::move(registration));
+    core->registrations.push_back(std::move(registration));
     handlers.push_back(handler);
-    describe();
-}
-
-void Server::describe() {
-    KxCHandler& first = *handlers.front();
-    std::vector<DescribedTable> tables;
-    for (KxCHandler* handler : handlers) {
-        tables.push_back({handler->getEndpoints(), handler->getSchemas()});
-    }
-    core->openApiDocument = makeOpenApiDocument(
-        {first.getServiceTitle(), first.getDescription(), first.getVersion(), first.getBasePath(true)}, tables,
-        core->access->needsToken());
 }
 
 void Server::serveFiles(std::span<const StaticFile> files) {
@@ -115,7 +103,7 @@ void Server::endStreams() {
 }
 
 void Server::stop() {
-    for (const auto& registration : registrations) {
+    for (const auto& registration : core->registrations) {
         registration->forgetServer();
     }
     if (!isRunning) {

@@ -38,12 +38,10 @@ public:
     const ServerCore& internals() const { return *core; }
 
 private:
-    void describe();
     void endStreams();
 
     std::unique_ptr<ServerCore> core;
     std::vector<KxCHandler*> handlers;
-    std::vector<std::shared_ptr<KxCHandler::Registration>> registrations;
     std::unique_ptr<Listener> listener;
     std::chrono::milliseconds grace{0};
     bool isRunning = false;

@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/common/storage_room.h"
 #include "platform/net/cancellation.h"
@@ -94,7 +95,7 @@ struct ServerCore {
     std::optional<AuditTrail> audit;
     std::optional<Router> router;
     std::map<const KxSTamberWebApiEndpoint*, ServedEndpoint> served;
-    std::string openApiDocument;
+    std::vector<std::shared_ptr<KxCHandler::Registration>> registrations;  ///< of the handlers, in their order
     std::optional<StaticFiles> files;
     ServerObserver* observer = nullptr;
 };
