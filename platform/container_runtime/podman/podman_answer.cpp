@@ -1,5 +1,6 @@
 #include "platform/container_runtime/podman/podman_answer.h"
 
+#include <algorithm>
 #include <boost/asio/buffer.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/error.hpp>
@@ -23,6 +24,9 @@ using ErrorCode = boost::system::error_code;
 
 constexpr std::size_t MAX_ANSWER = 64UL << 20;
 constexpr std::size_t READ_SIZE = 64UL << 10;
+
+/// A stream is read into this much until it fills it: most say a line now and then, and a thousand may be open.
+constexpr std::size_t FIRST_READ_OF_STREAM = 2UL << 10;
 
 /// Podman sends each line of a log by itself. What comes in small pieces is given this time to gather before more is
 /// read: that spares a busy log most of its reads, messages and wake-ups, and nobody sees it.
@@ -99,9 +103,7 @@ class AnswerReader {
 public:
     AnswerReader(KxNNet::Stream& from, const PodmanRequest& answered, const KxNNet::WaitLimits& waitLimits,
                  AnswerSink* bodySink)
-        : connection(from), request(answered), limits(waitLimits), sink(bodySink), parser(makeParser(bodySink)) {
-        buffer.reserve(READ_SIZE);
-    }
+        : connection(from), request(answered), limits(waitLimits), sink(bodySink), parser(makeParser(bodySink)) {}
 
     /// Looks at what has come without waiting. True when it is the answer or tells that there will be none, false while
     /// it is nothing or an announcement that Podman goes on.
@@ -166,7 +168,7 @@ private:
 
     template <class Read>
     KxNNet::Step receiveWith(Read read) {
-        const std::size_t size = READ_SIZE - buffer.size();
+        const std::size_t size = std::min(readSize, READ_SIZE - buffer.size());
         if (size == 0) {
             throw refuse(request, http::error::buffer_overflow);
         }
@@ -175,6 +177,9 @@ private:
         if (step.outcome == KxNNet::Outcome::done) {
             buffer.commit(step.size);
             hasBegun = true;
+            if (step.size == room.size()) {
+                readSize = READ_SIZE;
+            }
         }
         return step;
     }
@@ -193,6 +198,7 @@ private:
     const KxNNet::WaitLimits& limits;
     AnswerSink* const sink;
     boost::beast::flat_buffer buffer{READ_SIZE};
+    std::size_t readSize = sink == nullptr ? READ_SIZE : FIRST_READ_OF_STREAM;
     std::unique_ptr<Parser> parser;
     bool hasBegun = false;
     bool isTrickle = false;
