@@ -5,6 +5,11 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
+# CMake's own -O3 makes the program a fifth larger, nearly all of which stays in memory, and gains something only where each
+# byte of a log or each request goes through: those sources are compiled with KX_HOT.
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+set(KX_HOT "$<$<CONFIG:Release>:-O3>")
+
 set(KX_SANITIZE "" CACHE STRING "Sanitizers to build with, comma-separated: address,undefined or thread")
 option(KX_WARNINGS_AS_ERRORS "Treat warnings as errors" ON)
 
@@ -32,6 +37,7 @@ check_pie_supported()
 if(NOT KX_SANITIZE AND CMAKE_BUILD_TYPE MATCHES "Rel")
     add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -ffunction-sections -fdata-sections)
     add_link_options(-Wl,--gc-sections)
+    add_link_options(-Wl,-z,pack-relative-relocs)  # the loader reads a bitmap of 3 KiB instead of a table of 70
     add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)  # what is shipped does not depend on where it is built
 endif()
 
