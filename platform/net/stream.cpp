@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <new>
 #include <utility>
 
 namespace KxNNet {
@@ -17,8 +18,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// How much a small piece and what follows it put into one TLS record. Lies on the stack, of which each stream's thread
-/// has its own.
+/// How much a small piece and what follows it put into one TLS record.
 constexpr std::size_t SHARED_RECORD_SIZE = 4 * 1024;
 
 /// Rounded up, so that a wait never ends just before its deadline and spins.
@@ -169,26 +169,30 @@ Step Stream::tryWrite(std::span<const iovec> pieces) {
     return tryWriteTls(pieces);
 }
 
-/// Apart from `tryWrite`, whose callers without TLS need not pay for the room on their stacks.
-[[gnu::noinline]] Step Stream::tryWriteTls(std::span<const iovec> pieces) {
+Step Stream::tryWriteTls(std::span<const iovec> pieces) {
     while (!pieces.empty() && pieces.front().iov_len == 0) {
         pieces = pieces.subspan(1);
     }
     if (pieces.empty()) {
         return {};
     }
-    // A small piece before others (the head of an answer or of a frame) shares its record with what follows.
-    std::array<char, SHARED_RECORD_SIZE> record;
+    // A small piece before others (the head of an answer or of a frame) shares its record with what follows. On the
+    // stack the record would cost each stream a page for good.
+    std::unique_ptr<char[]> record;
     const char* data = static_cast<const char*>(pieces.front().iov_base);
     std::size_t size = pieces.front().iov_len;
     if (pieces.size() > 1 && size < SHARED_RECORD_SIZE) {
+        record.reset(new (std::nothrow) char[SHARED_RECORD_SIZE]);
+        if (!record) {
+            return failWith(ENOMEM);
+        }
         size = 0;
         for (const iovec& piece : pieces) {
             const std::size_t taken = std::min(piece.iov_len, SHARED_RECORD_SIZE - size);
-            std::copy_n(static_cast<const char*>(piece.iov_base), taken, record.data() + size);
+            std::copy_n(static_cast<const char*>(piece.iov_base), taken, record.get() + size);
             size += taken;
         }
-        data = record.data();
+        data = record.get();
     }
     const std::lock_guard lock(tls->mutex);
     ERR_clear_error();
