@@ -98,7 +98,8 @@ TEST_F(LogStreamTest, EndsWhenTheClientClosesWhereverTheStreamIs) {
 }
 
 TEST_F(LogStreamTest, EndsWhenPodmanDiesOrRefuses) {
-    const std::string begun = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nC\r\n" + OUTPUT + "\r\n";
+    const std::string body = "\r\nTransfer-Encoding: chunked\r\n\r\nC\r\n" + OUTPUT + "\r\n";
+    const std::string begun = "HTTP/1.1 200 OK" + body;
     const struct {
         bool isInspected;
         std::string answer;
@@ -106,8 +107,10 @@ TEST_F(LogStreamTest, EndsWhenPodmanDiesOrRefuses) {
         std::string sent;
     } cases[] = {
         {false, "HTTP/1.1 404 Not Found\r\nContent-Length: 4\r\n\r\nnone", 404, ""},
+        {false, "HTTP/1.1 503 Unavailable\r\nContent-Length: 4\r\n\r\nnone", 503, ""},
         {true, "", 503, ""},
         {true, "HTTP/1.1 500 Internal Error\r\nContent-Length: 6\r\n\r\nbroken", 500, ""},
+        {true, "HTTP/1.1 299 Odd" + body + "0\r\n\r\n", 299, "out\n"},
         {true, begun + "C\r\n\x01\0"s, 200, "out\n"},
         {true, begun + "rubbish\r\n", 200, "out\n"},
     };

@@ -116,7 +116,9 @@ void ChangeWatch::run() {
         try {
             wasOpen = follow(wasLost ? FIRST_STREAM_TIME : std::max(STREAM_TIME, LIST_TIME_SHARE * listTime));
         } catch (const std::exception& failure) {
-            KxCRTE_LOG(3, "Korvex Container Service: Podman's events cannot be followed: %s", failure.what());
+            // Once for each time that they are lost: the next tries say the same, five times a second.
+            KxCRTE_LOG(wasLost ? 0 : 3, "Korvex Container Service: Podman's events cannot be followed: %s",
+                       failure.what());
         }
         const bool lasted = std::chrono::steady_clock::now() - begin >= FIRST_STREAM_TIME;
         wasLost = !wasOpen || !lasted;
