@@ -39,6 +39,7 @@ class Browser:
             try:
                 value = self.send("POST", "/session", {"capabilities": {"alwaysMatch": {
                     "browserName": "chrome", "pageLoadStrategy": "none", "goog:loggingPrefs": {"browser": "ALL"},
+                    "acceptInsecureCerts": True,
                     "goog:chromeOptions": {"binary": "/usr/bin/chromium", "args": options}}}})
                 break
             except ConnectionError:

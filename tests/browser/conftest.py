@@ -68,7 +68,8 @@ class Page:
 
     @property
     def address(self):
-        return f"http://127.0.0.1:{self.device.port}/"
+        scheme = "https" if self.device.service.tls else "http"
+        return f"{scheme}://127.0.0.1:{self.device.port}/"
 
     def load(self):
         """Loads it in a tab of its own: what a tab keeps is gone."""

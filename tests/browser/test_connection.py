@@ -2,10 +2,15 @@
 
 import contextlib
 import os
+import pathlib
+import shutil
 import signal
 import subprocess
 
+import pytest
 from conftest import kx, run_container
+
+CERTIFICATES = pathlib.Path("/mnt/cfdrive/containers/certs")
 
 
 @contextlib.contextmanager
@@ -61,3 +66,30 @@ def test_page_that_came_in_half_is_loaded_again(page):
     page.browser.command("Network.setBlockedURLs", urls=[])
     page.browser.command("Network.setCacheDisabled", cacheDisabled=False)
     page.wait_text("Nothing is broken")
+
+
+@pytest.fixture
+def page_over_tls(page):
+    CERTIFICATES.mkdir(parents=True, exist_ok=True)
+    certificate, key = CERTIFICATES / "server.crt", CERTIFICATES / "server.key"
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "200",
+                    "-subj", "/CN=target", "-addext", "subjectAltName = IP:127.0.0.1", "-keyout", key, "-out", certificate],
+                   check=True, capture_output=True)
+    page.device.end()
+    page.device.start()
+    page.device.service.use_tls(certificate)
+    yield page
+    page.device.end()
+    shutil.rmtree(CERTIFICATES)
+    page.device.start()
+
+
+def test_over_tls(page_over_tls):
+    page = page_over_tls
+    page.log_in()
+    page.wait_text("199 days")
+    run_container("spoken", "for i in 1 2 3; do echo line $i; sleep 0.2; done; sleep 1000")
+    page.go("containers")
+    page.wait_row("spoken", "running")
+    page.go("containers/spoken")
+    page.wait_text("line 3")

@@ -122,12 +122,11 @@ const PARTS = {
         view: "certificates",
     },
 };
-const FINE = ["ok", "none", "off", "absent", "disabled"];
 
 function partProblems(health) {
     const found = [];
     for (const [name, part] of Object.entries(health ?? {})) {
-        if (!PARTS[name] || !part?.state || FINE.includes(part.state)) continue;
+        if (!PARTS[name] || !part?.state || part.state === "ok") continue;
         const {title, degraded, advice, view} = PARTS[name];
         found.push({
             key: `part ${name}`,

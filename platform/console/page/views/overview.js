@@ -93,12 +93,8 @@ function tile(label, href) {
 
 function stateOf(part, fine) {
     if (!part) return ["–", "", ""];
-    const ok = ["ok", "none", "off", "absent", "disabled"].includes(part.state);
-    return [
-        ok ? fine : visible(part.state),
-        visible(part.reason ?? ""),
-        ok ? "ok" : part.state === "degraded" ? "warning" : "bad",
-    ];
+    if (part.state === "ok") return [fine, visible(part.reason ?? ""), "ok"];
+    return [visible(part.state), visible(part.reason ?? ""), part.state === "degraded" ? "warning" : "bad"];
 }
 
 export function overviewView() {
@@ -170,7 +166,9 @@ export function overviewView() {
                       `until ${dateTime(moment(health.certificate.NotAfter))}`,
                       days < 30 ? "warning" : "ok",
                   ]
-                : stateOf(health?.certificate, "none")),
+                : health?.certificate?.state === "ok"
+                  ? ["none", "plain HTTP", ""]
+                  : stateOf(health?.certificate, "")),
         );
         podman.update(...stateOf(health?.podman, "answers"));
         audit.update(...stateOf(health?.audit, "is kept"));
