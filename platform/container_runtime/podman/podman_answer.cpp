@@ -148,12 +148,17 @@ private:
         return !(isPassingOn() && !sink->flush()) && !parser->is_done();
     }
 
-    /// Waits for more. False when the answer is complete without it.
+    /// Waits for more. False when the answer is complete without it, or is a stream that has come to its end, in
+    /// whatever way: streams end all the time, and the first exception brings a quarter of a MiB of unwinding tables
+    /// into memory.
     bool receive() {
         if (isTrickle) {
             std::this_thread::sleep_for(GATHERING_TIME);
         }
         const KxNNet::Step step = receiveWith([this](std::span<char> room) { return connection.read(room, limits); });
+        if (step.outcome != KxNNet::Outcome::done && isPassingOn()) {
+            return false;
+        }
         if (step.outcome == KxNNet::Outcome::closed && hasBegun) {
             endWithTheConnection();
             return false;
