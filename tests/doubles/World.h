@@ -15,6 +15,7 @@
 #include "KxContainer.h"
 #include "KxErrorManager.h"
 #include "KxJson.h"
+#include "KxTamberWebApi/KxAudit.h"
 
 namespace KxNDoubles {
 
@@ -34,12 +35,22 @@ struct World {
     std::string storageProblem;  ///< empty: the user storage is valid
     KxNContainer::PodmanReply podman{"", 200};
     std::function<void()> duringPodman;  ///< called while Podman works
+    KxNContainer::KxSPodmanState podmanState{true, 1'000, 0};
+    std::vector<KxNContainer::KxSKnownContainer> containers;
+    KxNContainer::KxCChangeSink* changes = nullptr;
+    std::function<void(KxNContainer::KxCLogEntrySink&)> duringFollow = [](auto&) {};
     int composeCode = 0;
     KxNJson::json composeResult = {{"Message", "done"}};
     int pluginCode = 0;
     KxNJson::json plugins = {{"plugins", KxNJson::json::array()}};
 
+    // Web API
+    KxNTamberWebApi::KxSAuditState audit;
+    int sendsLeft = 1000;  ///< until the client of a WebSocket has gone
+
     // Process
+    std::int64_t utcMilliseconds = 1'800'000'000'000;  ///< 2027-01-15T08:00:00Z
+    std::int64_t monotonicMilliseconds = 50'000;
     std::map<std::string, std::string> options;
     std::function<void()> onInitialized;
     std::unique_ptr<KxCErrorListPool> masterErrors = std::make_unique<KxCErrorListPool>();

@@ -82,6 +82,18 @@ std::shared_ptr<KxCContainer::KxSLogStreamSession> KxCContainer::RegisterLogStre
     return std::make_shared<KxSLogStreamSession>();
 }
 void KxCContainer::UnregisterLogStreamSession(KxNTamberWebApi::KxCWebSocket*) { note("unregister log stream"); }
+PodmanReply KxCContainer::FollowLogEntries(const std::string& containerName, const KxSLogBegin& begin,
+                                           KxCLogEntrySink& sink, std::shared_ptr<KxSLogStreamSession>) {
+    note("follow ", containerName, " tail ", json(begin.tail ? json(*begin.tail) : json()), " since ",
+         json(begin.since ? json(*begin.since) : json()), " cursor '", begin.cursor, "'");
+    world().duringFollow(sink);
+    return world().podman;
+}
+bool KxCContainer::IsLogCursor(const std::string& text) { return text.starts_with('c'); }
+
+void KxCContainer::SetChangeSink(KxCChangeSink* sink) { world().changes = sink; }
+std::vector<KxSKnownContainer> KxCContainer::GetKnownContainers() { return world().containers; }
+KxSPodmanState KxCContainer::GetPodmanState() { return world().podmanState; }
 void KxCContainer::LogStreamCloseHandler(const void*, std::uint32_t, KxNTamberWebApi::KxCWebSocket*) {}
 
 int KxCContainer::CreateCompose(const char* fileName, json& result) { return compose("create", fileName, result); }

@@ -88,6 +88,8 @@ void KxCMessageManagerClient::flushMessageBuffer(KxCErrorListPool&, int millisec
 void KxCMessageManagerClient::closeClient() { note("closeClient"); }
 
 void KxCVorrelClock::init(KxCErrorListPool&) { note("clock init"); }
+std::int64_t KxCVorrelClock::utcMilliseconds() { return world().utcMilliseconds; }
+std::int64_t KxCVorrelClock::monotonicMilliseconds() { return world().monotonicMilliseconds; }
 
 struct KxCCustomConfig::Contents {};
 KxCCustomConfig::KxCCustomConfig(std::unique_ptr<Contents> given) : contents(std::move(given)) {}

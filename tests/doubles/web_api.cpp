@@ -1,5 +1,6 @@
 // Double of the web API server library: what a handler answers goes into the journal.
 #include <cstring>
+#include <stdexcept>
 
 #include "KxContainer.h"
 #include "KxTamberWebApi/KxHandler.h"
@@ -69,6 +70,10 @@ void KxCResponse::setJsonBody(KxCErrorListPool&, int code, const KxNJson::json* 
     answer(code, "json ", code, " ", document->dump());
 }
 void KxCResponse::setJsonBody(KxCErrorListPool&, int code, const char* text) { answer(code, "text ", code, " ", text); }
+void KxCResponse::setTextBody(KxCErrorListPool&, int code, const char* mediaType, std::string_view text) {
+    answer(code, mediaType, " ", code, "\n", text);
+}
+void KxCResponse::setSubprotocol(const char* name) { note("subprotocol ", name); }
 void KxCResponse::setEmptyBody(KxCErrorListPool&, int code) { answer(code == 0 ? 204 : code, "empty ", code); }
 void KxCResponse::switchWebSocket(KxCErrorListPool&, const char* name, KxCWebSocket::DataCallback dataCallback,
                                   const void* dataContext, std::uint32_t dataLength,
@@ -86,7 +91,13 @@ KxCWebSocket::~KxCWebSocket() { note("socket destroyed"); }
 bool KxCWebSocket::sendText(KxCErrorListPool&, const char* text, std::size_t length, int timeoutMilliseconds,
                             bool joinable) {
     note("sendText '", std::string(text, length), "' ", timeoutMilliseconds, joinable ? " joinable" : "");
-    return true;
+    return --KxNDoubles::world().sendsLeft > 0;
+}
+bool KxCWebSocket::isOpen() const { return KxNDoubles::world().sendsLeft > 0; }
+
+KxSAuditState getAuditState() { return KxNDoubles::world().audit; }
+std::string readAuditEntries(std::uint64_t after, std::size_t limit) {
+    return succeeds("audit", " after ", after, " at most ", limit) ? "{}" : throw std::runtime_error("disk");
 }
 
 struct KxCServer::State {};

@@ -8,6 +8,8 @@
 #include <deque>
 
 #include "api/schemas.h"
+#include "platform/console/endpoints.h"
+#include "platform/console/schemas.h"
 
 namespace KxNTests {
 
@@ -30,8 +32,14 @@ class PrivateFileSystem : public testing::Environment {
 /// Whether the API's description names `status` as an answer of the operation.
 bool isDescribed(const KxSTamberWebApiEndpoint& endpoint, int status) {
     const auto* operation = KxNCre::SCHEMAS.operations;
-    while (std::strcmp(operation->operationId, endpoint.operationId) != 0) {
+    while (operation->operationId != nullptr && std::strcmp(operation->operationId, endpoint.operationId) != 0) {
         ++operation;
+    }
+    if (operation->operationId == nullptr) {
+        operation = KxNConsole::SCHEMAS.operations;
+        while (std::strcmp(operation->operationId, endpoint.operationId) != 0) {
+            ++operation;
+        }
     }
     const auto* answer = operation->answers;
     while (answer->status != 0 && answer->status != status) {
@@ -44,6 +52,10 @@ bool isDescribed(const KxSTamberWebApiEndpoint& endpoint, int status) {
 
 const KxSTamberWebApiEndpoint& endpointOf(const std::string& operation) {
     const auto* endpoint = KxNCre::ENDPOINTS;
+    while (*endpoint != nullptr && (*endpoint)->operationId != operation) {
+        ++endpoint;
+    }
+    endpoint = *endpoint != nullptr ? endpoint : KxNConsole::endpoints();
     while ((*endpoint)->operationId != operation) {
         ++endpoint;
     }
@@ -54,15 +66,16 @@ Operations::Operations() {
     std::filesystem::remove_all("/mnt/cfdrive");
     std::filesystem::remove_all("/userstorage1/container_rte");
     KxNDoubles::reset();
-    handler.emplace();
+    served = &handler.emplace();
 }
 
 std::string Operations::call(const std::string& request) {
     std::istringstream parts(request);
     std::string operation;
     std::getline(parts, operation, ';');
-    const bool isSocket = operation == "getContainerLogsSetWebSocket";
-    const KxSTamberWebApiEndpoint& endpoint = endpointOf(isSocket ? "getContainerLogs" : operation);
+    const std::size_t phase = operation.find("SetWebSocket");
+    const bool isSocket = phase != operation.npos;
+    const KxSTamberWebApiEndpoint& endpoint = endpointOf(operation.substr(0, phase));
 
     std::deque<std::string> texts;
     std::deque<KxSTamberWebApiParameterValue> values;
@@ -90,12 +103,12 @@ std::string Operations::call(const std::string& request) {
     pointers.push_back(nullptr);
 
     world().journal.clear();
-    KxNTamberWebApi::KxCRequest received(&endpoint);
+    KxNTamberWebApi::KxCRequest received(&endpoint, role, "ann");
     if (isSocket) {
         auto* socket = new KxNTamberWebApi::KxCWebSocket(nullptr);
-        EXPECT_TRUE(handler->handleWebSocket(pool, &endpoint, pointers.data(), socket));
+        EXPECT_TRUE(served->handleWebSocket(pool, &endpoint, pointers.data(), socket));
     } else {
-        EXPECT_TRUE(handler->handleRequest(pool, &received, &body, pointers.data(), &response));
+        EXPECT_TRUE(served->handleRequest(pool, &received, &body, pointers.data(), &response));
         EXPECT_TRUE(isDescribed(endpoint, world().answeredStatus)) << operation << ' ' << world().answeredStatus;
     }
     return world().journal.substr(0, world().journal.size() - 1);

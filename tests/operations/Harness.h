@@ -30,7 +30,7 @@ protected:
     Operations();
 
     /// Makes a request and returns its journal without the last newline. The request is an operation's id and what it
-    /// is given: "id;parameter=value;body=JSON". getContainerLogsSetWebSocket is the second phase of a log stream. An
+    /// is given: "id;parameter=value;body=JSON". An id with SetWebSocket behind it is the second phase of a stream. An
     /// answer must be one that the API's description names.
     std::string call(const std::string& request);
 
@@ -41,6 +41,8 @@ protected:
                        std::uint64_t offset = 0);
 
     std::optional<KxCContainerHandler> handler;
+    KxNTamberWebApi::KxCHandler* served = nullptr;  ///< that operations are called of
+    KxNTamberWebApi::KxERole role = KxNTamberWebApi::ROLE_NONE;
     KxCErrorListPool pool;
     int nothing = 0;  ///< the double of a response has no state
     KxNTamberWebApi::KxCResponse response{reinterpret_cast<KxNTamberWebApi::KxCResponse::State&>(nothing)};

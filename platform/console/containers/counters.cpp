@@ -155,9 +155,7 @@ std::string findGroup(std::string_view membership, std::string_view controller, 
     return {};
 }
 
-std::optional<Counters> readCounters(pid_t pid, std::string_view id) {
-    static const std::string root = "/sys/fs/cgroup";
-    const std::string process = "/proc/" + std::to_string(pid);
+std::optional<Counters> readCounters(const std::string& process, std::string_view id, const std::string& root) {
     const std::string membership = readFile(process + "/cgroup");
     if (membership.empty()) {
         return std::nullopt;

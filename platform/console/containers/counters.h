@@ -1,8 +1,6 @@
 // What the kernel counts for a container, read from its control group (cgroups(7)) and its network namespace.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -26,7 +24,9 @@ struct Counters {
 std::string findGroup(std::string_view membership, std::string_view controller, std::string_view id,
                       const std::string& root);
 
-/// The counters of the container `id`, whose first process is `pid`; none when that has ended.
-std::optional<Counters> readCounters(pid_t pid, std::string_view id);
+/// The counters of the container `id`, whose first process the kernel tells of in the directory `process`, /proc/PID;
+/// none when that has ended.
+std::optional<Counters> readCounters(const std::string& process, std::string_view id,
+                                     const std::string& root = "/sys/fs/cgroup");
 
 }  // namespace KxNConsole

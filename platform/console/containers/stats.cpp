@@ -26,7 +26,7 @@ void containerStats(const Call& call) {
     const json id = inspection.value("Id", json());
     std::optional<Counters> read;
     if (pid.is_number_integer() && pid.get<std::int64_t>() > 0 && id.is_string()) {
-        read = readCounters(pid.get<pid_t>(), id.get_ref<const std::string&>());
+        read = readCounters("/proc/" + std::to_string(pid.get<std::int64_t>()), id.get_ref<const std::string&>());
     }
     if (!read) {
         call.conflict("Container '" + std::string(call.name()) + "' is not running");
