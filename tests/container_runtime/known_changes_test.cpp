@@ -2,8 +2,10 @@
 #include <algorithm>
 
 #include "KxJson.h"
+#include "platform/container_runtime/changes/change_watch.h"
 #include "platform/container_runtime/changes/known_containers.h"
 #include "platform/container_runtime/changes/known_images.h"
+#include "podman_double.h"
 #include "tests/support.h"
 
 namespace KxNContainer {
@@ -82,6 +84,102 @@ TEST(KnownImages, EachNameIsToldByWhatBecameOfIt) {
     EXPECT_TRUE(changes.empty());
     images.takeList(after, 0, changes);
     EXPECT_EQ(textOf(changes), "add 3, untag b:1, remove c:1, tag d:1");
+}
+
+/// Notes what is told, on the watch's thread.
+class Told final : public KxCChangeSink {
+public:
+    void takeChange(const KxSChange& change) override { note(change.kind + (" " + change.action + " " + change.name)); }
+    void takeRelist() override { note("relist"); }
+    /// Whether what has been told becomes `text`.
+    bool becomes(const std::string& text) {
+        return KxNTests::waitFor([&] {
+            const std::lock_guard lock(mutex);
+            return told == text;
+        });
+    }
+    std::string text() {
+        const std::lock_guard lock(mutex);
+        return told;
+    }
+
+private:
+    void note(const std::string& text) {
+        const std::lock_guard lock(mutex);
+        told += text + ";";
+    }
+
+    std::mutex mutex;
+    std::string told;
+};
+
+TEST(ChangeWatch, EventsAndListsTogetherTellEachChangeOnce) {
+    using Peer = KxNTests::PodmanDouble::Peer;
+    std::mutex mutex;
+    std::vector<Peer> streams;
+    std::string said;
+    json containers = json{entryOf("1", "a", "running")};
+    json images = {{{"Id", "i"}, {"RepoTags", {"x:1"}}}};
+    int failures = 1;
+    const KxNTests::PodmanDouble podman("", [&](Peer& peer) {
+        const std::string asked = peer.readHeader();
+        const std::lock_guard lock(mutex);
+        if (asked.find("/events?filters=%7B%22type%22%3A%5B%22container%22%2C%22image%22%5D%7D&since=") != asked.npos) {
+            peer.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n");
+            streams.push_back(std::move(peer));
+            if (!said.empty()) {
+                streams.back().sendChunk(said);  // a new stream repeats what came lately
+            }
+        } else if (asked.find("/images/json") != asked.npos) {
+            peer.answer(200, images.dump());
+        } else {
+            peer.answer(failures-- > 0 ? 500 : 200, containers.dump());
+        }
+    });
+    const auto say = [&](const std::string& bytes) {
+        const std::lock_guard lock(mutex);
+        said += bytes;
+        streams.back().sendChunk(bytes);
+    };
+    const auto at = [](std::int64_t number, json event) {
+        event["timeNano"] =
+            std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()) / 1ns + number;
+        return event.dump() + "\n";
+    };
+    PodmanClient client(podman.address());
+    Told told;
+    ChangeWatch watch(client);
+    watch.setSink(&told);
+    watch.start();
+    std::string expected = "relist;";
+    ASSERT_TRUE(told.becomes(expected)) << told.text();
+
+    const std::string death = at(0, eventOf("die", "1", "a"));
+    const std::string born = at(1, eventOf("create", "2", "b"));
+    say(death.substr(0, 20));
+    say(death.substr(20) + "no event\n7\n{}\n" + death + born.substr(0, 9));
+    say(born.substr(9));
+    EXPECT_TRUE(told.becomes(expected += "container die a;container create b;")) << told.text();
+    {
+        const std::lock_guard lock(mutex);
+        images[0]["RepoTags"] = {"x:1", "y:1"};
+    }
+    say(at(2, {{"Type", "image"}, {"Action", "tag"}}));
+    EXPECT_TRUE(told.becomes(expected += "image tag y:1;")) << told.text();
+    {
+        const std::lock_guard lock(mutex);
+        containers = json{entryOf("2", "b", "running")};
+        said.clear();
+        streams.clear();  // Podman has gone
+    }
+    EXPECT_TRUE(told.becomes(expected += "container remove a;container start b;")) << told.text();
+    ASSERT_EQ(watch.knownContainers().size(), 1u);
+    EXPECT_EQ(watch.knownContainers()[0].starts, 1u);
+    watch.setSink(nullptr);
+    say(at(3, eventOf("die", "2", "b")));
+    EXPECT_TRUE(KxNTests::waitFor([&] { return watch.knownContainers()[0].state == "exited"; }));
+    watch.stop();
+    EXPECT_EQ(told.text(), expected);
 }
 
 }  // namespace

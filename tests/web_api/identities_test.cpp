@@ -85,6 +85,32 @@ TEST(IdentitiesFileTest, AnythingWrongIsSaidWithTheEntry) {
     EXPECT_EQ(good[0].expires, KxNCommon::parseTime("2026-11-24T08:00:00.500Z"));
 }
 
+TEST(Rfc3339, ATimeIsReadAsTheMomentThatItIsOrNotAtAll) {
+    const std::pair<const char*, const char*> good[] = {
+        {"2026-11-24T08:30:00Z", "2026-11-24T08:30:00.000Z"},
+        {"2024-02-29t23:59:60.1239z", "2024-03-01T00:00:00.123Z"},
+        {"2026-01-01 01:30:00+23:59", "2025-12-31T01:31:00.000Z"},
+        {"2026-12-31T23:00:00.05-01:30", "2027-01-01T00:30:00.050Z"},
+    };
+    for (const auto& [text, moment] : good) {
+        ASSERT_TRUE(KxNCommon::parseTime(text)) << text;
+        EXPECT_EQ(KxNCommon::formatTime(*KxNCommon::parseTime(text)), moment);
+    }
+    const std::string whole = "2026-11-24T08:30:00Z";
+    for (std::size_t i = 0; i < whole.size(); ++i) {
+        EXPECT_FALSE(KxNCommon::parseTime(whole.substr(0, i))) << "cut at " << i;
+        std::string spoiled = whole;
+        spoiled[i] = '/';
+        EXPECT_FALSE(KxNCommon::parseTime(spoiled)) << spoiled;
+    }
+    for (const char* bad :
+         {"2026-02-29T08:30:00Z", "2026-13-01T08:30:00Z", "2026-11-24T24:30:00Z", "2026-11-24T08:60:00Z",
+          "2026-11-24T08:30:61Z", "2026-11-24T08:30:00.Z", "2026-11-24T08:30:00+24:00", "2026-11-24T08:30:00+01:60",
+          "2026-11-24T08:30:00+0100", "2026-11-24T08:30:00+1:00", "2026-11-24T08:30:00Z "}) {
+        EXPECT_FALSE(KxNCommon::parseTime(bad)) << bad;
+    }
+}
+
 class IdentitiesTest : public testing::Test {
 protected:
     void write(const json& entries, mode_t mode = 0600) { writeText(json{{"identities", entries}}.dump(), mode); }
