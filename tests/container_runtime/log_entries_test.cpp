@@ -1,0 +1,268 @@
+// A log for who comes back to it: what Podman says of it, places in it, and following it over runs of the container.
+#include "platform/container_runtime/logs/log_entries.h"
+
+#include <atomic>
+#include <cstdio>
+
+#include "KxJson.h"
+#include "platform/container_runtime/logs/log_cursor.h"
+#include "platform/container_runtime/logs/watch/log_watch.h"
+#include "podman_double.h"
+#include "tests/support.h"
+
+using namespace KxNTests;
+using namespace KxNContainer;
+using KxNJson::json;
+
+namespace {
+
+const std::string CONTAINER(64, 'e');
+
+TEST(LogCursor, OnlyWhatWasGivenIsTaken) {
+    for (const std::string good : {"f...", "j.c3.e29d.s=1;i=2:3_4~5-6", "n...", "f..f09f98.9"}) {
+        const auto cursor = LogCursor::parse(good);
+        ASSERT_TRUE(cursor) << good;
+        EXPECT_EQ(cursor->format(), good);
+    }
+    EXPECT_EQ(LogCursor::parse("f.c3..9")->incomplete[0], "\xC3");
+    EXPECT_EQ(LogCursor::parse("f.." + std::string("c3.") + std::string(494, '9'))->place.size(), 494u);
+    for (const std::string& bad :
+         {""s, "f"s, "f.."s, "f...."s, "x..."s, "ff..."s, "f.c..9"s, "f.cg..9"s, "f.gc..9"s, "f.41..9"s, "f.c3a9..9"s,
+          "f.ff..9"s, "f...a/b"s, "f...a b"s, "f.." + std::string("c3.") + std::string(495, '9')}) {
+        EXPECT_FALSE(LogCursor::parse(bad)) << bad;
+    }
+}
+
+json inspectionOf(const char* status, const std::string& path, int exitCode = 0) {
+    return {{"Id", CONTAINER},
+            {"State", {{"Status", status}, {"ExitCode", exitCode}, {"Pid", 1}}},
+            {"HostConfig", {{"LogConfig", {{"Type", "k8s-file"}, {"Path", path}}}}}};
+}
+
+TEST(ContainerLog, IsWhatPodmanSaysOfIt) {
+    using Driver = ContainerLog::Driver;
+    json whole = inspectionOf("exited", "/a", 7);
+    auto log = ContainerLog::parse(whole.dump());
+    ASSERT_TRUE(log);
+    EXPECT_EQ(log->id + log->path + log->driverName, CONTAINER + "/a" + "k8s-file");
+    EXPECT_TRUE(log->driver == Driver::file && log->hasStarted && !log->isRunning && !log->hasTerminal);
+    EXPECT_EQ(log->exitCode * 10 + log->process, 71);
+    whole["LogPath"] = "/b";
+    whole["State"] = {{"Running", true}, {"Pid", "x"}};
+    whole["Config"] = {{"Tty", true}};
+    whole["HostConfig"]["LogConfig"]["Type"] = "journald";
+    log = ContainerLog::parse(whole.dump());
+    EXPECT_TRUE(log->path == "/b" && log->isRunning && log->hasTerminal && log->driver == Driver::journal);
+    EXPECT_EQ(log->process, 0);
+    for (const std::string status : {"running", "paused", "stopping", "created", "configured", "initialized"}) {
+        whole = inspectionOf(status.c_str(), "");
+        whole["HostConfig"]["LogConfig"]["Type"] = status == "running" ? "json-file" : "none";
+        log = ContainerLog::parse(whole.dump());
+        EXPECT_EQ(log->isRunning, status == "running" || status == "paused" || status == "stopping") << status;
+        EXPECT_EQ(log->hasStarted, log->isRunning) << status;
+        EXPECT_EQ(log->driver, status == "running" ? Driver::file : Driver::other);
+    }
+    for (const std::string& nothing : {""s, "[]"s, "{}"s, R"({"Id":7})"s, R"({"Id":")" + CONTAINER + "e\"}",
+                                       R"({"Id":")" + std::string(64, 'E') + "\"}"}) {
+        EXPECT_FALSE(ContainerLog::parse(nothing)) << nothing;
+    }
+}
+
+TEST(ContainerLog, AQueryThatIsNotUnderstoodIsLeftToPodman) {
+    const auto range = parseLogQuery("follow=true&stdout=true&stderr=false&timestamps=true&tail=7&since=5&until=0");
+    ASSERT_TRUE(range);
+    EXPECT_TRUE(range->wantsOutput[0] && !range->wantsOutput[1] && range->hasTimestamps && !range->until);
+    EXPECT_EQ(range->tail, 7u);
+    EXPECT_EQ(range->since, 5'000'000'000);
+    EXPECT_EQ(parseLogQuery("follow=true&until=6")->until, 6'000'000'000);
+    EXPECT_TRUE(parseLogQuery("follow=true&stderr=true")->wantsOutput[1]);
+    for (const char* all : {"", "&tail=all", "&tail=", "&tail=99999999999999999999"}) {
+        EXPECT_EQ(parseLogQuery("follow=true"s + all)->tail, LogRange::ALL) << all;
+    }
+    for (const char* other : {"", "follow=false", "stdout=true", "follow=true&tail=-1", "follow=true&tail=x",
+                              "follow=true&since=x", "follow=true&names=true", "follow=true&&", "follow"}) {
+        EXPECT_FALSE(parseLogQuery(other)) << other;
+    }
+}
+
+/// Writes down what it is given.
+class NotingSink final : public KxCLogEntrySink {
+public:
+    bool takeEntries(const std::vector<KxSLogEntry>& entries, const std::string& cursor) override {
+        std::string joined;
+        for (const KxSLogEntry& entry : entries) {
+            joined += (entry.isError ? "err " : "out ") + std::string(entry.text);
+        }
+        return note(joined, cursor);
+    }
+    bool takeGap(const std::optional<std::uint64_t>& bytes, const std::string& reason,
+                 const std::string& cursor) override {
+        return note("[" + (bytes ? std::to_string(*bytes) + " " : "") + reason + "]", cursor);
+    }
+    bool takeState(State state, std::int32_t code) override {
+        constexpr const char* names[] = {"running", "exited", "removed"};
+        return note("["s + names[state] + " " + std::to_string(code) + "]", cursorSoFar());
+    }
+    bool becomes(const std::string& expected) {
+        return waitFor([&] { return noted() == expected; });
+    }
+    std::string noted() const {
+        const std::lock_guard lock(mutex);
+        return text;
+    }
+    std::string cursorSoFar() const {
+        const std::lock_guard lock(mutex);
+        return last;
+    }
+    std::atomic<bool> goesOn{true};
+
+private:
+    bool note(const std::string& more, const std::string& cursor) {
+        const std::lock_guard lock(mutex);
+        text += more;
+        last = cursor;
+        return goesOn;
+    }
+
+    mutable std::mutex mutex;
+    std::string text;
+    std::string last;
+};
+
+class LogEntriesTest : public testing::Test {
+protected:
+    void podmanSays(int status, const json& answer) {
+        const std::lock_guard lock(mutex);
+        podmanStatus = status;
+        podmanAnswer = answer.dump();
+    }
+
+    void append(const std::string& words, const std::string& text) {
+        std::ofstream(path, std::ios::app | std::ios::binary)
+            << "2026-11-24T08:14:01.775685414+00:00 " + words + " " + text + "\n";
+    }
+
+    /// What conmon(8) looks like while it runs; it ends with its input.
+    std::FILE* startWriter(const std::string& session) {
+        const std::string command =
+            "exec " + directory.path("conmon") + " -c " + CONTAINER + " -u " + session + " --exit-dir " + exits;
+        return ::popen(command.c_str(), "we");
+    }
+
+    PodmanReply follow(KxCLogEntrySink& sink, const KxSLogBegin& begin = {}) {
+        return followEntries({client, watch}, "web", begin, sink, ending);
+    }
+
+    const TemporaryDirectory directory;
+    const std::string path = directory.path("ctr.log");
+    const std::string exits = directory.path("exits");
+    std::mutex mutex;
+    int podmanStatus = 200;
+    std::string podmanAnswer;
+    PodmanDouble podman{"", [this](PodmanDouble::Peer& peer) {
+                            while (!peer.readHeader().empty()) {
+                                const std::lock_guard lock(mutex);
+                                peer.answer(podmanStatus, podmanAnswer);
+                            }
+                        }};
+    PodmanClient client{podman.address()};
+    LogWatch watch;
+    KxNNet::Cancellation ending;
+};
+
+TEST_F(LogEntriesTest, GoOnOverRunsUntilTheContainerIsRemoved) {
+    writeFile(directory.path("conmon"), "#!/bin/sh\nread line\n");
+    std::filesystem::permissions(directory.path("conmon"), std::filesystem::perms::owner_all);
+    std::filesystem::create_directories(exits);
+    std::FILE* const session = startWriter("another");
+    std::FILE* writer = startWriter(CONTAINER);
+    writeFile(path, "");
+    append("stdout F", "old");
+    append("stdout F", "a");
+    append("stderr P", "e\xC3");
+    podmanSays(200, inspectionOf("running", path));
+    NotingSink sink;
+    PodmanReply reply;
+    std::thread follower([&] { reply = follow(sink, {1, {}, {}}); });
+    std::string expected = "[running 0]out a\nerr e";
+    EXPECT_TRUE(sink.becomes(expected)) << sink.noted();
+    const std::string cursor = sink.cursorSoFar();
+    append("stderr F", "\xA9");
+    EXPECT_TRUE(sink.becomes(expected += "err é\n")) << sink.noted();
+
+    append("stdout F", "end");
+    podmanSays(200, inspectionOf("exited", path, 3));
+    writeFile(exits + "/new", "3");
+    std::filesystem::rename(exits + "/new", exits + "/" + CONTAINER);
+    EXPECT_TRUE(sink.becomes(expected += "out end\n[exited 3]")) << sink.noted();
+    ::pclose(writer);
+    std::filesystem::remove(exits + "/" + CONTAINER);  // as Podman does
+    writer = startWriter(CONTAINER);
+    podmanSays(200, inspectionOf("running", path));
+    append("stdout F", "again");
+    EXPECT_TRUE(waitFor([&] { return sink.noted().ends_with("again\n") || sink.noted().ends_with("[running 0]"); }));
+    EXPECT_TRUE(waitFor([&] { return sink.noted().size() == expected.size() + 21; })) << sink.noted();
+    expected = sink.noted();
+    podmanSays(200, inspectionOf("exited", path, 137));
+    ::pclose(writer);  // killed: nobody wrote how the container ended
+    EXPECT_TRUE(sink.becomes(expected += "[exited 137]")) << sink.noted();
+    podmanSays(404, {});
+    append("stdout P", "last");
+    EXPECT_TRUE(sink.becomes(expected += "out last[removed 0]")) << sink.noted();
+    follower.join();
+    EXPECT_EQ(reply.status, 200);
+    ::pclose(session);
+
+    podmanSays(200, inspectionOf("exited", path, 3));
+    NotingSink later;
+    std::thread again([&] { follow(later, {0, {}, cursor}); });
+    EXPECT_TRUE(later.becomes("[exited 3]err é\nout end\nout again\nout last")) << later.noted();
+    ending.cancel();
+    again.join();
+}
+
+TEST_F(LogEntriesTest, WhatStandsInTheWayIsTold) {
+    NotingSink sink;
+    podmanSays(404, {{"message", "none"}});
+    EXPECT_EQ(follow(sink).status, 404);
+    podmanSays(200, json::object());
+    EXPECT_EQ(follow(sink).body, "Podman's answer says nothing of a container");
+    podmanSays(200, inspectionOf("exited", path));
+    EXPECT_EQ(follow(sink, {{}, {}, "x"}).status, 400);
+    EXPECT_EQ(sink.noted(), "");
+
+    const struct {
+        const char* driver;
+        std::string cursor;
+        const char* told;
+        std::string text;
+    } rows[] = {
+        {"none", "", "[exited 0]", "[The log driver 'none': Operation not supported]"},
+        {"k8s-file", "", "[exited 0]", "[Cannot open '" + path + "': No such file or directory]"},
+        {"k8s-file", "j...s=1", "[exited 0]", "[The container's log is kept elsewhere now]out a\n"},
+    };
+    for (const auto& row : rows) {
+        json inspection = inspectionOf("exited", path);
+        inspection["HostConfig"]["LogConfig"]["Type"] = row.driver;
+        podmanSays(200, inspection);
+        if (!row.cursor.empty()) {
+            append("stdout F", "a");
+        }
+        NotingSink told;
+        std::thread follower([&] { follow(told, {{}, {}, row.cursor}); });
+        EXPECT_TRUE(told.becomes(row.told + row.text)) << told.noted();
+        told.goesOn = false;
+        podmanSays(200, inspectionOf("exited", path, 9));
+        follower.join();
+    }
+    podmanSays(200, inspectionOf("created", path));
+    NotingSink early;
+    std::thread follower([&] { follow(early); });
+    EXPECT_TRUE(early.becomes("[exited 0]")) << early.noted();
+    podmanSays(200, inspectionOf("exited", path, 1));
+    EXPECT_TRUE(early.becomes("[exited 0][exited 1]out a\n")) << early.noted();
+    ending.cancel();
+    follower.join();
+}
+
+}  // namespace
