@@ -3,6 +3,7 @@
 #include "platform/web_api/access/authorization.h"
 #include "platform/web_api/access/loopback.h"
 #include "platform/web_api/audit/audit_record.h"
+#include "platform/web_api/http/answer.h"
 #include "platform/web_api/http/problem_details.h"
 #include "tests/support.h"
 
@@ -75,6 +76,51 @@ TEST(Audit, NoValueCanForgeAFieldOrALine) {
               "name=\"a status=200\\x0a\\\"b\\\"\\\\\\x7f\\xc3\\xa9\" status=401 ms=0");
     EXPECT_THAT(makeAuditLine({"p", "none", "none", "GET", "-", std::string(300, 'n'), 401, 0}),
                 HasSubstr("route=\"-\" name=\"" + std::string(256, 'n') + "\"... status=401"));
+}
+
+TEST(AnswerHead, HasTheFieldsOfItsStatusAndOfTheConnection) {
+    const std::string rest = "X-Content-Type-Options: nosniff\r\n";
+    const std::string fresh = "Cache-Control: no-store\r\n" + rest;
+    const struct {
+        Answer answer;
+        AnswerFraming framing;
+        std::string line;
+        std::string fields;  ///< but for the date
+    } rows[] = {
+        {{200, "{}", "a/b", {}}, {}, "HTTP/1.1 200 OK", "Content-Type: a/b\r\nContent-Length: 2\r\n" + fresh},
+        {{204, {}, {}, {}}, {}, "HTTP/1.1 204 No Content", fresh},
+        {{304, {}, {}, {}, "ETag: x\r\n"}, {}, "HTTP/1.1 304 Not Modified", "ETag: x\r\n" + rest},
+        {{401, {}, {}, {}},
+         {false},
+         "HTTP/1.1 401 Unauthorized",
+         "Content-Length: 0\r\nWWW-Authenticate: Bearer\r\n" + fresh + "Connection: close\r\n"},
+        {{405, {}, {}, "GET, HEAD"},
+         {true, true},
+         "HTTP/1.0 405 Method Not Allowed",
+         "Content-Length: 0\r\nAllow: GET, HEAD\r\n" + fresh + "Connection: keep-alive\r\n"},
+        {{426, {}, {}, {}},
+         {},
+         "HTTP/1.1 426 Upgrade Required",
+         "Content-Length: 0\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\n" + fresh +
+             "Connection: upgrade\r\n"},
+        {{426, {}, {}, {}},
+         {false},
+         "HTTP/1.1 426 Upgrade Required",
+         "Content-Length: 0\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\n" + fresh +
+             "Connection: upgrade, close\r\n"},
+        {{429, {}, {}, {}, {}, 17},
+         {},
+         "HTTP/1.1 429 Too Many Requests",
+         "Content-Length: 0\r\nRetry-After: 17\r\n" + fresh},
+        {{503, {}, {}, {}}, {}, "HTTP/1.1 503 Service Unavailable", "Content-Length: 0\r\nRetry-After: 1\r\n" + fresh},
+    };
+    for (const auto& row : rows) {
+        std::string head = makeAnswerHead(row.answer, row.framing);
+        const std::size_t date = head.find("Date: ");
+        ASSERT_NE(date, head.npos);
+        head.erase(date, head.find('\n', date) + 1 - date);
+        EXPECT_EQ(head, row.line + "\r\n" + row.fields + "\r\n");
+    }
 }
 
 TEST(ProblemDetails, KeepsTheOrderAndReplacesWhatIsNoUtf8) {

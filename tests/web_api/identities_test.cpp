@@ -9,6 +9,7 @@
 #include "KxJson.h"
 #include "api/endpoints.h"
 #include "platform/console/endpoints.h"
+#include "platform/web_api/access/access_rules.h"
 #include "platform/web_api/access/roles.h"
 #include "platform/web_api/access/wrong_tokens.h"
 #include "platform/web_api/description/openapi.h"
@@ -23,7 +24,7 @@ namespace {
 json entry(const std::string& name, const json& changes = json::object()) {
     json made = {{"name", name},
                  {"role", "viewer"},
-                 {"tokenSha256", KxNCommon::sha256Hex("token of " + name)},
+                 {"tokenSha256", KxNCommon::sha256Hex("token-of-" + name)},
                  {"created", "2026-01-01T00:00:00Z"},
                  {"expires", nullptr}};
     for (const auto& [key, value] : changes.items()) {
@@ -121,7 +122,7 @@ protected:
     }
     Grant grantOf(const Identities& identities, const std::string& name) {
         const auto list = identities.current();
-        const auto* const found = list->findByToken("token of " + name);
+        const auto* const found = list->findByToken("token-of-" + name);
         return found != nullptr ? found->grant : 0;
     }
 
@@ -174,6 +175,93 @@ TEST_F(IdentitiesTest, TheLastGoodStateStaysAndABadStartLetsNobodyIn) {
     running.follow();
     EXPECT_EQ(running.current()->size(), 0u) << "without a file there is nobody";
     EXPECT_TRUE(Identities(path).areKnown());
+}
+
+/// What becomes of a request with these fields: the refusal's status, 0 for none, the role and who it is.
+std::string tryAccess(AccessRules& rules, const std::string& fields, const std::string& subject, KxERole required,
+                      const std::string& target = "/", int* retryAfter = nullptr) {
+    RequestParser parser;
+    const std::string host = fields.find("Host:") == fields.npos ? "Host: localhost\r\n" : "";
+    const auto fault = parseRequestHead(parser, "GET " + target + " HTTP/1.1\r\n" + host + fields + "\r\n");
+    EXPECT_FALSE(fault) << fields;
+    Caller caller;
+    const auto refusal = rules.check(parser.get(), {"10.0.0.1", subject}, required, caller);
+    if (retryAfter != nullptr) {
+        *retryAfter = refusal ? refusal->retryAfter : 0;
+    }
+    return std::to_string(refusal ? refusal->status : 0) + " " + std::string(roleName(caller.role)) + " " +
+           caller.identity;
+}
+
+TEST_F(IdentitiesTest, WhoComesInIsKnownAndNobodyElseComesIn) {
+    const json old = {{"expires", "2026-01-02T00:00:00Z"}};
+    json certificate = {{"tokenSha256", nullptr}, {"certificateSubject", "CN=c"}, {"role", "operator"}};
+    json oldCertificate = old;
+    oldCertificate.update({{"tokenSha256", nullptr}, {"certificateSubject", "CN=d"}});
+    write(json::array({entry("a"), entry("b", old), entry("c", certificate), entry("d", oldCertificate)}));
+    AccessRules rules(TokenVerifier("secret"), std::make_unique<Identities>(path));
+    const auto bearer = [](const std::string& token) { return "Authorization: Bearer " + token + "\r\n"; };
+    const std::string foreign = "Origin: http://evil\r\n";
+    const struct {
+        std::string fields;
+        const char* subject;
+        KxERole required;
+        const char* outcome;
+    } rows[] = {
+        {"", "", ROLE_NONE, "0 none none"},
+        {"", "", ROLE_VIEWER, "401 none none"},
+        {bearer("secret"), "", ROLE_ADMINISTRATOR, "0 administrator token"},
+        {foreign + bearer("secret"), "CN=c", ROLE_VIEWER, "0 administrator token"},
+        {"Sec-WebSocket-Protocol: kx.logs.v1, bearer.secret\r\n", "", ROLE_VIEWER, "0 administrator token"},
+        {"Sec-WebSocket-Protocol: bearer.wrong\r\n", "", ROLE_NONE, "401 none none"},
+        {"Authorization: Basic secret\r\n", "", ROLE_VIEWER, "401 none none"},
+        {bearer("token-of-a"), "", ROLE_VIEWER, "0 viewer a"},
+        {bearer("token-of-a"), "", ROLE_OPERATOR, "403 viewer a"},
+        {bearer("token-of-b"), "", ROLE_VIEWER, "401 none b"},
+        {"", "CN=c", ROLE_OPERATOR, "0 operator c"},
+        {"", "CN=c", ROLE_ADMINISTRATOR, "403 operator c"},
+        {"", "CN=d", ROLE_VIEWER, "401 none d"},
+        {"", "CN=else", ROLE_ADMINISTRATOR, "0 administrator CN=else"},
+        {bearer("wrong"), "CN=c", ROLE_VIEWER, "0 operator c"},
+        {foreign, "CN=c", ROLE_VIEWER, "403 none CN=c"},
+        {foreign + bearer("wrong"), "CN=c", ROLE_VIEWER, "403 none none"},
+        {foreign, "", ROLE_VIEWER, "401 none none"},
+        {foreign, "CN=c", ROLE_NONE, "0 none CN=c"},
+        {"Origin: https://localhost\r\nHost: localhost:443\r\n", "CN=c", ROLE_VIEWER, "0 operator c"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(tryAccess(rules, row.fields, row.subject, row.required), row.outcome) << row.fields << row.subject;
+    }
+    EXPECT_TRUE(rules.holds(0));
+    EXPECT_FALSE(rules.holds(12345));
+    for (int guess = 0; guess < 10; ++guess) {
+        tryAccess(rules, bearer("wrong"), "", ROLE_VIEWER);
+    }
+    int retryAfter = 0;
+    EXPECT_EQ(tryAccess(rules, "", "", ROLE_VIEWER, "/", &retryAfter), "429 none none");
+    EXPECT_GT(retryAfter, 50);
+    EXPECT_EQ(tryAccess(rules, bearer("secret"), "", ROLE_VIEWER), "0 administrator token");
+    EXPECT_EQ(tryAccess(rules, "", "CN=c", ROLE_VIEWER), "0 operator c");
+    write(json::array());
+    rules.follow();
+    EXPECT_EQ(tryAccess(rules, "", "CN=c", ROLE_VIEWER), "0 administrator CN=c");
+    writeText("x");
+    AccessRules closed(TokenVerifier("secret"), std::make_unique<Identities>(path));
+    EXPECT_EQ(tryAccess(closed, "", "CN=c", ROLE_VIEWER), "401 none CN=c") << "it may name one that is an identity's";
+}
+
+TEST(AccessRulesTest, WithoutATokenOnlyPagesFromElsewhereAreKeptOut) {
+    AccessRules rules(std::nullopt);
+    EXPECT_FALSE(rules.needsToken());
+    rules.follow();
+    EXPECT_TRUE(rules.holds(7));
+    EXPECT_EQ(tryAccess(rules, "", "", ROLE_ADMINISTRATOR), "0 administrator none");
+    EXPECT_EQ(tryAccess(rules, "", "CN=c", ROLE_ADMINISTRATOR), "0 administrator CN=c");
+    EXPECT_EQ(tryAccess(rules, "Origin: http://localhost\r\n", "", ROLE_VIEWER), "0 administrator none");
+    EXPECT_EQ(tryAccess(rules, "Origin: http://evil\r\n", "", ROLE_VIEWER), "403 none none");
+    EXPECT_EQ(tryAccess(rules, "Host: evil\r\n", "", ROLE_VIEWER), "403 none none");
+    EXPECT_EQ(tryAccess(rules, "", "", ROLE_VIEWER, "http://evil/"), "403 none none");
+    EXPECT_EQ(tryAccess(rules, "Host: evil\r\n", "", ROLE_VIEWER, "http://localhost/"), "0 administrator none");
 }
 
 TEST(WrongTokensTest, TenWithinAMinuteSlowTheOriginDownUntilAMinuteIsQuiet) {
