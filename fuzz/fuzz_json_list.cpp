@@ -1,9 +1,10 @@
-// Whatever Podman or a client sends: what is read of it is what the library would give, faster.
+// Whatever Podman or a client sends: what is read and written of it is what the library would give, faster.
 #include <array>
 
 #include "KxJson.h"
 #include "KxJsonText.h"
 #include "fuzz/require.h"
+#include "platform/json/json_text.h"
 
 using KxNJson::json;
 
@@ -26,10 +27,15 @@ json selectFrom(const json& list) {
     return selection;
 }
 
+void requireSameText(const json& value) {
+    KX_REQUIRE(KxNJson::makeJsonText(value) == value.dump(-1, ' ', false, KxNJson::Utf8ErrorMode::replace));
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(data), size);
+    requireSameText(std::string(text));
     json selection;
     std::string reason;
     const bool isList = KxNJson::selectKeys(text, KEYS, selection, reason);
@@ -48,6 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const json expected = json::parse(text, nullptr, false);
     KX_REQUIRE(isParsed == !expected.is_discarded());
     KX_REQUIRE(!isParsed || parsed.dump() == expected.dump());
+    requireSameText(parsed);
     if (!isList && (reason.starts_with("a number is out of range") || reason.starts_with("exponent overflow"))) {
         return 0;  // such as 0e99999999999, in which the full parse sees a 0
     }

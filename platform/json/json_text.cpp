@@ -1,6 +1,8 @@
 #include "platform/json/json_text.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cstddef>
 #include <numeric>
 #include <stdexcept>
@@ -84,7 +86,93 @@ private:
     std::string name;               // of the member whose value comes next
 };
 
+/// Whether `text` stands in JSON as it is. It has no way out of the loop, so that the compiler takes many at a time.
+bool isPlain(std::string_view text) {
+    unsigned others = 0;
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        others |= static_cast<unsigned>((byte < 0x20) | (byte > 0x7f) | (byte == '"') | (byte == '\\'));
+    }
+    return others == 0;
+}
+
+std::string writeAsLibrary(const json& value) {
+    return value.dump(-1, ' ', false, Utf8ErrorMode::replace);
+}
+
+class Writer {
+public:
+    std::string text;
+
+    void add(const json& value) {
+        switch (value.type()) {
+            case json::value_t::object:
+                addObject(value.get_ref<const json::object_t&>());
+                break;
+            case json::value_t::array:
+                addArray(value.get_ref<const json::array_t&>());
+                break;
+            case json::value_t::string:
+                addString(value.get_ref<const std::string&>());
+                break;
+            case json::value_t::number_integer:
+                addInteger(value.get_ref<const json::number_integer_t&>());
+                break;
+            case json::value_t::number_unsigned:
+                addInteger(value.get_ref<const json::number_unsigned_t&>());
+                break;
+            default:
+                text += writeAsLibrary(value);
+        }
+    }
+
+private:
+    void addObject(const json::object_t& members) {
+        text += '{';
+        for (const auto& [name, value] : members) {
+            addString(name);
+            text += ':';
+            add(value);
+            text += ',';
+        }
+        close('}');
+    }
+
+    void addArray(const json::array_t& elements) {
+        text += '[';
+        for (const json& element : elements) {
+            add(element);
+            text += ',';
+        }
+        close(']');
+    }
+
+    void close(char bracket) { text.back() == ',' ? void(text.back() = bracket) : text.push_back(bracket); }
+
+    void addString(const std::string& string) {
+        if (!isPlain(string)) {
+            text += writeAsLibrary(string);
+            return;
+        }
+        const std::size_t at = text.size();
+        text.resize(at + string.size() + 2, '"');
+        string.copy(&text[at + 1], string.size());
+    }
+
+    template <class Integer>
+    void addInteger(Integer number) {
+        std::array<char, 24> digits;
+        text.append(digits.data(), std::to_chars(digits.begin(), digits.end(), number).ptr);
+    }
+};
+
 }  // namespace
+
+std::string makeJsonText(const json& value) {
+    Writer writer;
+    writer.add(value);
+    return std::move(writer.text);
+}
 
 void dropRepeatedNames(json& object) {
     json::object_t::Container& members = object.get_ref<json::object_t&>();

@@ -31,7 +31,7 @@ public:
     static constexpr std::size_t max_string_size = SIZE_MAX;
 
     Selection(std::span<const char* const> wantedKeys, json& into, std::string& why)
-        : keys(wantedKeys), selection(into), reason(why), found(wantedKeys.size()) {}
+        : keys(wantedKeys.begin(), wantedKeys.end()), selection(into), reason(why), found(wantedKeys.size()) {}
 
     bool on_document_begin(error_code&) { return true; }
     bool on_document_end(error_code&) { return true; }
@@ -180,7 +180,7 @@ private:
         selection = std::move(list);
     }
 
-    const std::span<const char* const> keys;
+    const std::vector<std::string> keys;
     json& selection;
     std::string& reason;
     std::vector<std::optional<json>> found;  // what the current record holds, by key

@@ -7,7 +7,7 @@
 #include <charconv>
 
 #include "KxErrorManager.h"
-#include "KxJson.h"
+#include "platform/json/json_text.h"
 #include "platform/web_api/http/problem_details.h"
 
 namespace KxNTamberWebApi {
@@ -115,7 +115,7 @@ void KxCResponse::setError(KxCErrorListPool&, int code, const char* statusName, 
 
 void KxCResponse::setJsonBody(KxCErrorListPool&, int code, const KxNJson::json* document) {
     state->switchesToStream = false;
-    state->answer = {code, document->dump(-1, ' ', false, KxNJson::Utf8ErrorMode::replace), JSON_MEDIA_TYPE, {}};
+    state->answer = {code, KxNJson::makeJsonText(*document), JSON_MEDIA_TYPE, {}};
 }
 
 void KxCResponse::setJsonBody(KxCErrorListPool&, int code, const char* text) {
