@@ -98,7 +98,7 @@ void Listener::reportAndWait(const std::exception& failure) {
 }
 
 KxNNet::Task<void> Listener::sweepForever() {
-    BurstWatch burst;
+    HeapWatch heap;
     for (;;) {
         try {
             co_await pause(core.limits.sweep);
@@ -108,7 +108,7 @@ KxNNet::Task<void> Listener::sweepForever() {
             core.uploads.expire(KxNNet::coarseMilliseconds());
             core.uploadMemory.expire(KxNNet::coarseMilliseconds());
             core.streams.joinFinished();
-            burst.note(core.connections.count());
+            heap.note(core.connections.count());
         } catch (const std::exception& failure) {
             reportAndWait(failure);
         }
