@@ -171,12 +171,13 @@ http {{
     client_max_body_size 0;
     client_body_buffer_size 1m;
     client_body_temp_path {directory}/nginx/partial;
+    upstream podman {{ server unix:{kx.PODMAN_SOCKET}; keepalive 8; }}
     server {{
         {listen};
         {secure}
         location = /fixed {{ default_type application/json; {extra} return 200 '{body}'; }}
         location /store/ {{ root {directory}/nginx; dav_methods PUT; create_full_put_path on; }}
-        location /podman/ {{ proxy_pass http://unix:{kx.PODMAN_SOCKET}:/; proxy_buffering off; proxy_http_version 1.1; }}
+        location /podman/ {{ proxy_pass http://podman/; proxy_buffering off; proxy_http_version 1.1; proxy_set_header Connection ""; }}
     }}
 }}
 """)

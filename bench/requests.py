@@ -131,33 +131,69 @@ def container_list(effort, directory):
         for number in range(10):
             kx.podman("create", "--replace", "--name", f"listed-{number}", kx.IMAGE, "/bin/sleep", "1000")
         own, direct = alternate_lists(service, kx.PODMAN_SOCKET, effort.count(1000))
-    with programs.PodmanDouble(directory, 10), programs.Service(directory) as service:
-        own_double, direct_double = alternate_lists(service, kx.PODMAN_SOCKET, effort.count(3000))
-    return [
-        Row("list-added", "GET /containers?all=true, 10 containers, median", "ms", own,
-            "the same list asked of Podman directly", direct, 0.2, "difference", at_most=True),
-        Row("list-added-double", "the same from a Podman double, which answers at once", "ms", own_double,
-            "the double directly", direct_double, 0.2, "difference", at_most=True),
-    ]
+    return [Row("list-added", "GET /containers?all=true, 10 containers, median", "ms", own,
+                "the same list asked of Podman directly", direct, 0.2, "difference", at_most=True),
+            *short_lists(effort, directory), *long_lists(effort, directory)]
 
 
-def alternate_lists(service, podman_address, count):
-    """Milliseconds of each of `count` requests of both sides."""
-    own_request = http.head("GET", programs.API + "/containers?all=true", service.headers())
-    direct_request = http.head("GET", "/v1.41/containers/json?all=true", {"Accept": "application/json"})
-    own, direct = [], []
-    with http.Connection(service.address) as to_service, http.Connection(podman_address) as to_podman:
+def short_lists(effort, directory):
+    """What the service adds to the answers of a Podman that answers at once, beside what nginx adds that passes them on."""
+    rows = []
+    with programs.PodmanDouble(directory) as double, programs.Service(directory) as service, programs.Nginx(directory) as nginx:
+        for containers in (10, 100):
+            double.set_containers(containers)
+            own, reference = [], []
+            for _ in range(effort.rounds(7)):
+                medians = [statistics.median(times) for times in alternate_lists(service, kx.PODMAN_SOCKET, effort.count(1000), nginx)]
+                own.append(medians[0] - medians[1])
+                reference.append(medians[2] - medians[1])
+            rows.append(Row(f"list-{containers}", f"GET /containers, {containers} containers from a Podman double, added time", "ms", own,
+                            "what nginx proxy_pass adds to the double's answer", reference, 1.5, "ratio", at_most=True))
+    return rows
+
+
+def long_lists(effort, directory):
+    """Lists that are many times what else the service holds: their time, and the memory that they need and leave."""
+    rows = []
+    for containers, added in ((1000, 1.2), (10000, 12)):
+        with programs.PodmanDouble(directory, containers), programs.Service(directory) as service:
+            time.sleep(3)
+            idle = service.usage.resident_kib()
+            service.usage.reset_peak()
+            own, direct = alternate_lists(service, kx.PODMAN_SOCKET, effort.count(500_000 // containers))
+            peak = service.usage.peak_kib()
+            time.sleep(3)
+            what = f"GET /containers, {containers} containers from the double"
+            rows += [Row(f"list-{containers}", what, "ms", own, "the double directly", direct, added, "difference", at_most=True),
+                     Row(f"list-{containers}-memory", f"{what}: resident memory over idle, 3 s later", "MiB",
+                         [(service.usage.resident_kib() - idle) / 1024], target=4, at_most=True),
+                     Row(f"list-{containers}-peak", f"{what}: the same at its peak", "MiB", [(peak - idle) / 1024],
+                         target=4, at_most=True)]
+    return rows
+
+
+def alternate_lists(service, podman_address, count, proxy=None):
+    """Milliseconds of each of `count` requests of both sides; and, where there is one, through the proxy."""
+    requests = [(service.address, http.head("GET", programs.API + "/containers?all=true", service.headers())),
+                (podman_address, http.head("GET", "/v1.41/containers/json?all=true", {"Accept": "application/json"}))]
+    if proxy:
+        requests.append((proxy.address, http.head("GET", "/podman/v1.41/containers/json?all=true")))
+    with contextlib.ExitStack() as opened:
+        sides = [(opened.enter_context(http.Connection(address)), request, []) for address, request in requests]
         for number in range(count + 10):
-            direct_time, (status, _, listed) = timed(to_podman, direct_request)
-            own_time, (own_status, _, answer) = timed(to_service, own_request)
-            if status != 200 or own_status != 200:
-                raise RuntimeError(f"lists were answered {status} and {own_status}")
-            if number == 0 and len(json.loads(answer)["containers"]) != len(json.loads(listed)):
-                raise RuntimeError("the lists differ")
-            if number >= 10:  # the first ones warm up
-                direct.append(direct_time)
-                own.append(own_time)
-    return own, direct
+            lengths = set()
+            for connection, request, times in sides:
+                taken, (status, _, body) = timed(connection, request)
+                if status != 200:
+                    raise RuntimeError(f"a list was answered {status}")
+                if number >= 10:  # the first ones warm up
+                    times.append(taken)
+                elif number == 0:
+                    listed = json.loads(body)
+                    lengths.add(len(listed["containers"] if isinstance(listed, dict) else listed))
+            if number == 0 and len(lengths) != 1:
+                raise RuntimeError(f"the lists differ in length: {lengths}")
+    return [times for _, _, times in sides]
 
 
 def timed(connection, request):
