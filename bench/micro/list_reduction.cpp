@@ -5,6 +5,7 @@
 
 #include "KxJson.h"
 #include "KxJsonText.h"
+#include "platform/json/json_text.h"
 
 namespace {
 
@@ -36,7 +37,7 @@ void reduceList(benchmark::State& state) {
         if (!KxNJson::selectKeys(list, KEYS, selection, reason)) {
             state.SkipWithError(reason.c_str());
         }
-        benchmark::DoNotOptimize(selection.dump());
+        benchmark::DoNotOptimize(KxNJson::makeJsonText(selection));
     }
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(list.size()));
 }
