@@ -54,11 +54,11 @@ public:
 
     bool on_key(string_view end, std::size_t, error_code&) {
         const std::string_view name = joinParts(end);
-        if (!building.empty() || depth == ELEMENT_DEPTH) {
-            nestedKey = name;
-        } else if (depth == RECORD_DEPTH) {
+        if (depth == RECORD_DEPTH) {
             const auto match = std::find(keys.begin(), keys.end(), name);
             target = match == keys.end() ? nullptr : &found[static_cast<std::size_t>(match - keys.begin())];
+        } else if (depth == ELEMENT_DEPTH || !building.empty()) {
+            nestedKey = name;
         }
         parts.clear();
         return true;
