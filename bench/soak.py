@@ -17,6 +17,7 @@ from bench.measurement import Effort
 from bench.programs import API, kx
 
 EXECUTABLE_MIB, IDLE_MIB, START_MS = 3, 8, 250
+IDLE_WAKE_UPS = 10  # a second, beside real-time tasks
 GROWTH_KIB = 512
 
 
@@ -151,6 +152,15 @@ def check_program(directory, budgets):
     budgets.check("executable, stripped", footprint.executable(None, directory)[0].value(), EXECUTABLE_MIB, "MiB")
 
 
+def check_rest(directory, budgets):
+    with programs.PodmanDouble(directory), programs.Service(directory) as service:
+        service.get("/settings")
+        time.sleep(5)
+        before = service.usage.wake_ups()
+        time.sleep(10)
+        budgets.check("wake-ups when idle", (service.usage.wake_ups() - before) / 10, IDLE_WAKE_UPS, "a second")
+
+
 def check_memory(directory, budgets, way):
     source = uploads.make_source(directory, 256 * uploads.MIB)
     with programs.PodmanDouble(directory) as double:
@@ -177,6 +187,7 @@ def main():
     resource.setrlimit(resource.RLIMIT_NOFILE, (resource.getrlimit(resource.RLIMIT_NOFILE)[1],) * 2)
     budgets = Budgets()
     check_program(work, budgets)
+    check_rest(work, budgets)
     for way in WAYS:
         budgets.title = "over TLS: " if way.tls else ""
         started = time.monotonic()

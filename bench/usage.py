@@ -39,5 +39,10 @@ class Usage:
     def threads(self):
         return self._status("Threads")
 
+    def wake_ups(self):
+        """How often threads of the process were woken up, those that have ended not counted."""
+        tasks = pathlib.Path(f"/proc/{self.pid}/task").iterdir()
+        return sum(int((task / "status").read_text().split("\nvoluntary_ctxt_switches:")[1].split()[0]) for task in tasks)
+
     def descriptors(self):
         return len(os.listdir(f"/proc/{self.pid}/fd"))

@@ -25,7 +25,11 @@ class LoopWatch {
 public:
     /// Throws boost::system::system_error when the system refuses.
     LoopWatch(const Executor& loop, int descriptor) : watched(loop, descriptor) {}
-    ~LoopWatch() { watched.release(); }
+    ~LoopWatch() {
+        if (watched.is_open()) {
+            watched.release();
+        }
+    }
     LoopWatch(const LoopWatch&) = delete;
     LoopWatch& operator=(const LoopWatch&) = delete;
 
@@ -35,6 +39,11 @@ public:
     Task<void> writable() { return wait(Descriptor::wait_write, writeFailure); }
 
     Executor executor() { return watched.get_executor(); }
+
+    /// Takes the descriptor from the loop, which then is not woken by what happens to it, and gives it back, while
+    /// nobody waits. `attach` throws as the constructor does.
+    void detach() { watched.release(); }
+    void attach(int descriptor) { watched.assign(descriptor); }
 
 private:
     using Descriptor = boost::asio::posix::basic_stream_descriptor<Executor>;
@@ -60,6 +69,10 @@ public:
 
     /// Waits for what a step wanted.
     Task<void> until(Outcome wanted) { return wanted == Outcome::wantsWrite ? watch.writable() : watch.readable(); }
+
+    /// Other threads wait for the stream until it is given back: what comes need not wake the loop. As LoopWatch.
+    void lend() { watch.detach(); }
+    void takeBack() { watch.attach(descriptor()); }
 
 private:
     LoopWatch watch;

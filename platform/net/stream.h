@@ -45,7 +45,7 @@ struct Step {
 /// The one way in which bytes move between this process and a client, or Podman.
 ///
 /// `tryRead`, `tryWrite` and `tryHandshake` never wait; who gets `wantsRead` or `wantsWrite` waits for the descriptor,
-/// on an event loop (loop_watch.h) or on its own thread (`wait`, `read`, `write`), and tries again. One thread reads
+/// on an event loop (loop_stream.h) or on its own thread (`wait`, `read`, `write`), and tries again. One thread reads
 /// and one writes at a time; they may be two. `shutdown`, `cut` and `descriptor` may be called by any thread while the
 /// object lives. Nothing here throws but the constructor.
 class Stream {

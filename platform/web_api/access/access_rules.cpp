@@ -137,12 +137,6 @@ bool AccessRules::letsCertificateIn(const std::string& subject, Caller& caller) 
     return caller.role != ROLE_NONE;
 }
 
-void AccessRules::follow() {
-    if (identities) {
-        identities->follow();
-    }
-}
-
 bool AccessRules::holds(Grant grant) const {
     return grant == 0 || !identities || identities->current()->holds(grant, KxNCommon::wallNow());
 }

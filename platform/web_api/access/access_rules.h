@@ -34,8 +34,10 @@ public:
     /// far as it is known who sends it, in both cases. Any thread.
     std::optional<Answer> check(const RequestHead& request, const Sender& sender, KxERole required, Caller& caller);
 
-    /// Takes in what has changed in the identities file. May wait for the disk. One thread at a time.
-    void follow();
+    /// Whether `follow` has something to do. Takes in what has changed in the identities file, and may wait for the
+    /// disk. One thread at a time.
+    bool mustFollow() const { return identities && identities->hasChanged(); }
+    void follow() { identities->follow(); }
 
     /// Whether what gave `grant` still does. Any thread.
     bool holds(Grant grant) const;

@@ -30,6 +30,10 @@ Identities::Identities(std::string filePath) : path(std::move(filePath)), seen(l
     read();
 }
 
+bool Identities::hasChanged() const {
+    return stateOf(look(path)) != stateOf(seen);
+}
+
 void Identities::follow() {
     const struct stat now = look(path);
     if (stateOf(now) != stateOf(seen)) {

@@ -18,6 +18,9 @@ public:
     /// nobody knows whom a certificate belongs to, and `areKnown` is false until the file is mended.
     explicit Identities(std::string path);
 
+    /// Whether the file is another one than was read last. The same thread as `follow`.
+    bool hasChanged() const;
+
     /// Reads the file anew when it has changed. One that cannot be used is told in the log, and the last good state
     /// stays. May wait for the disk. One thread at a time.
     void follow();

@@ -104,12 +104,14 @@ KxNNet::Task<bool> HttpConnection::carryUpload(Upload& upload, const Exchange& e
     job.lasts = core.settings.uploadKind(exchange.match.endpoint->operationId).lasts;
     job.needsClean = !upload.bringsFile();
     job.carry = [&upload](bool mayHoldSession) { return upload.run(mayHoldSession); };
+    stream->lend();
     for (;;) {
         const bool wasCarried = co_await untilDecided([&](auto decide) {
             job.done = decide;
             core.uploads.submit(job);
         });
         if (!wasCarried || !upload.wantsCleanThread()) {
+            stream->takeBack();
             co_return wasCarried;
         }
         job.needsClean = true;

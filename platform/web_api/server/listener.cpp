@@ -117,9 +117,8 @@ KxNNet::Task<void> Listener::sweepForever() {
 
 /// Who has lost access ends now.
 void Listener::followIdentities() {
-    {
-        const RequestThreads::Operation reading(
-            core.requests);  // of a file that may be long, on a disk that may be slow
+    if (core.access->mustFollow()) {
+        const RequestThreads::Operation reading(core.requests);  // the file may be long, the disk slow
         core.access->follow();
     }
     core.connections.endWithoutGrant([this](Grant grant) { return core.access->holds(grant); });

@@ -30,6 +30,10 @@ constexpr const char* UPLOAD_FAILED = "Upload failed";
 constexpr std::size_t FORM_PIECE = 16 * 1024;
 constexpr std::size_t FORM_OVERHANG = FORM_PIECE + 128;
 
+/// From here on a file is read and written in few large pieces, which is faster; for a shorter one the memory would
+/// cost more than it saves.
+constexpr std::uint64_t LONG_FILE = 1024 * 1024;
+
 Refusal tooLarge(std::uint64_t maximumSize) {
     return {413, "The upload is larger than " + std::to_string(maximumSize) + " bytes"};
 }
@@ -171,12 +175,16 @@ void Upload::carryBody(bool mayHoldSession) {
     if (hasFile && !passBeginning(mayHoldSession)) {
         return;
     }
-    if (request.hasBody && !body.isComplete()) {
-        const std::unique_ptr<char[]> piece(new char[limits.uploadBuffer]);
-        while (!over && !body.isComplete()) {
-            const Outcome outcome = takePiece({piece.get(), limits.uploadBuffer});
-            over = over || (outcome != Outcome::done && (!KxNNet::mustWait(outcome) || !waitFor(outcome)));
+    std::unique_ptr<char[]> large;
+    while (request.hasBody && !over && !body.isComplete()) {
+        if (!large && fileSize >= LONG_FILE) {
+            large.reset(new char[limits.uploadBuffer]);
+            beginning.reset();
         }
+        const std::span room =
+            large ? std::span(large.get(), limits.uploadBuffer) : std::span(beginning.get(), beginningRoom);
+        const Outcome outcome = takePiece(room);
+        over = over || (outcome != Outcome::done && (!KxNNet::mustWait(outcome) || !waitFor(outcome)));
     }
     callsFinish = !over;
 }
@@ -204,8 +212,7 @@ bool Upload::passBeginning(bool mayHoldSession) {
     switch (offer({beginning.get(), static_cast<std::size_t>(fileSize)})) {
         case Taken::yes:
             beginningWasTaken = true;
-            beginning.reset();
-            memory.giveBack();
+            memory.giveBack();  // there are only so many threads
             return true;
         case Taken::no:
             isMisplaced = !over && mayHoldSession && !wasMisplaced;
