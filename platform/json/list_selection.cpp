@@ -57,7 +57,9 @@ public:
         if (depth == RECORD_DEPTH) {
             const auto match = std::find(keys.begin(), keys.end(), name);
             target = match == keys.end() ? nullptr : &found[static_cast<std::size_t>(match - keys.begin())];
-        } else if (depth == ELEMENT_DEPTH || !building.empty()) {
+        } else if (depth == ELEMENT_DEPTH) {
+            recordKey = name;
+        } else if (!building.empty()) {
             nestedKey = name;
         }
         parts.clear();
@@ -145,12 +147,12 @@ private:
         }
         json& parent = *building.back();
         return parent.is_array() ? parent.emplace_back(std::forward<Value>(value))
-                                 : addMember(parent, json(std::forward<Value>(value)));
+                                 : addMember(parent, nestedKey, json(std::forward<Value>(value)));
     }
 
-    json& addMember(json& object, json value) {
+    static json& addMember(json& object, std::string& key, json value) {
         auto& members = object.get_ref<json::object_t&>();
-        members.emplace_back(std::move(nestedKey), std::move(value));
+        members.emplace_back(std::move(key), std::move(value));
         return members.back().second;
     }
 
@@ -164,7 +166,7 @@ private:
             }
         }
         if (selection.is_object()) {
-            addMember(selection, std::move(record));
+            addMember(selection, recordKey, std::move(record));
         } else {
             selection.push_back(std::move(record));
         }
@@ -186,7 +188,8 @@ private:
     std::vector<std::optional<json>> found;  // what the current record holds, by key
     std::optional<json>* target = nullptr;   // where the value that comes next in the record goes
     std::vector<json*> building;             // the containers around the parser's place that are being built
-    std::string nestedKey;                   // of the member whose value comes next
+    std::string recordKey;                   // of the record, where the records are members of an object
+    std::string nestedKey;                   // of the member of what is being built whose value comes next
     std::string parts;                       // of the key or text that is being read
     std::size_t depth = 0;
 };
