@@ -1,10 +1,11 @@
 // The identities file, and times in it.
 
+#include <sys/stat.h>
+
 #include <stdexcept>
 
-#include "KxJson.h"
-#include "KxJsonText.h"
 #include "fuzz/require.h"
+#include "fuzz/scratch_directory.h"
 #include "platform/web_api/identities/identity.h"
 
 using namespace KxNTamberWebApi;
@@ -15,17 +16,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         KX_REQUIRE(KxNCommon::parseTime(KxNCommon::formatTime(*time)) == time || text.size() < 20 || text[0] == '0' ||
                    text[0] == '9');  // an offset leads out of the years that have four digits
     }
-    KxNJson::json document;
-    std::string reason;
-    if (!KxNJson::parse(text, document, reason)) {
-        return 0;
-    }
+    static const ScratchDirectory directory;
+    directory.write("identities", std::string(text));
+    ::chmod(directory.path("identities").c_str(), 0600);
     try {
-        for (const Identity& one : parseIdentities(document)) {
+        const auto file = readIdentitiesFile(directory.path("identities"));
+        for (const Identity& one : file.value().identities) {
             KX_REQUIRE(isIdentityName(one.name) && one.role != ROLE_NONE);
             KX_REQUIRE(one.tokenSha256.has_value() == one.certificateSubject.empty());
         }
-    } catch (const std::invalid_argument&) {  // what it says is the operator's
+    } catch (const std::runtime_error& refusal) {
+        KX_REQUIRE(std::string_view(refusal.what()).starts_with("identities file '"));
     }
     return 0;
 }

@@ -1,4 +1,4 @@
-// A multipart body means the same however it is cut.
+// A multipart body means the same however it is cut, and who has had enough of it gets no more.
 #include <memory>
 
 #include "fuzz/require.h"
@@ -8,34 +8,47 @@ using namespace KxNTamberWebApi;
 
 namespace {
 
+/// What a sink refuses.
+enum class Refused { nothing, begin, data, end };
+
 struct Recorder : MultipartFileSink {
+    explicit Recorder(Refused what) : refused(what) {}
+
     bool onFileBegin(const std::string& fieldName, const std::string& fileName, const std::string& type) override {
         KX_REQUIRE(!isOpen && !fileName.empty());
         KX_REQUIRE(fileName.find_first_of(std::string_view("/\\\0\r\n", 5)) == std::string::npos);
         isOpen = true;
         seen += "[" + fieldName + "|" + fileName + "|" + type + "]";
-        return true;
+        return take(Refused::begin);
     }
     bool onFileData(std::string_view data) override {
-        KX_REQUIRE(isOpen && !data.empty());
-        seen += data;
-        return true;
+        KX_REQUIRE(isOpen && !data.empty() && !hasRefused);
+        seen += refused == Refused::data ? data.substr(0, 1) : data;
+        return take(Refused::data);
     }
     bool onFileEnd() override {
         KX_REQUIRE(isOpen);
         isOpen = false;
         seen += "[end]";
-        return true;
+        return take(Refused::end);
     }
 
+    bool take(Refused what) {
+        KX_REQUIRE(!hasRefused);
+        hasRefused = what == refused;
+        return !hasRefused;
+    }
+
+    const Refused refused;
     std::string seen;
     bool isOpen = false;
+    bool hasRefused = false;
 };
 
 /// Reads `body` in pieces whose sizes `nextSize` gives, each in memory of its own.
 template <typename NextSize>
-std::string readInPieces(std::string_view boundary, std::string_view body, NextSize nextSize) {
-    Recorder recorder;
+std::string readInPieces(std::string_view boundary, Refused refused, std::string_view body, NextSize nextSize) {
+    Recorder recorder(refused);
     MultipartReader reader(boundary, recorder);
     while (!body.empty()) {
         const std::size_t size = std::min<std::size_t>(nextSize(), body.size());
@@ -45,7 +58,8 @@ std::string readInPieces(std::string_view boundary, std::string_view body, NextS
         body.remove_prefix(size);
     }
     const auto status = reader.finish();
-    KX_REQUIRE(status == MultipartReader::Status::done || status == MultipartReader::Status::failed);
+    KX_REQUIRE(status != MultipartReader::Status::more);
+    KX_REQUIRE((status == MultipartReader::Status::stopped) == recorder.hasRefused);
     KX_REQUIRE((status == MultipartReader::Status::failed) == !reader.error().empty());
     KX_REQUIRE(status != MultipartReader::Status::done || !recorder.isOpen);
     return recorder.seen + "|" + reader.error();
@@ -59,12 +73,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     constexpr std::string_view boundaries[] = {"XX", "-", "----WebKitFormBoundary7MA4YWxk"};
     const std::string_view boundary = boundaries[data[0] % std::size(boundaries)];
+    const auto refused = static_cast<Refused>(data[0] / std::size(boundaries) % 4);
     std::uint32_t random = data[1] | static_cast<std::uint32_t>(data[2]) << 8 | 1;
     const std::string_view body(reinterpret_cast<const char*>(data) + 3, size - 3);
 
-    const std::string whole = readInPieces(boundary, body, [&] { return body.size(); });
-    KX_REQUIRE(readInPieces(boundary, body, [] { return 1; }) == whole);
-    KX_REQUIRE(readInPieces(boundary, body, [&] {
+    const std::string whole = readInPieces(boundary, refused, body, [&] { return body.size(); });
+    KX_REQUIRE(readInPieces(boundary, refused, body, [] { return 1; }) == whole);
+    KX_REQUIRE(readInPieces(boundary, refused, body, [&] {
                    random = random * 1664525 + 1013904223;
                    return 1 + (random >> 24) % 40;
                }) == whole);

@@ -11,16 +11,30 @@ bool isListedAsDeactivated(const PluginConfig& config) {
     return config.list().at("plugins").at(0).at("isDeactivated").get<bool>();
 }
 
+/// The text as a file name: no configuration is one, so nothing changes.
+void requireRefused(PluginConfig& config, const std::string& text) {
+    KX_REQUIRE(config.dropEntry(text) != PluginConfig::CHANGED);
+    if (const auto named = parsePluginFileName(text)) {
+        KX_REQUIRE(config.deactivate(*named) != PluginConfig::CHANGED);
+        KX_REQUIRE(config.activate(*named) != PluginConfig::CHANGED);
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const ScratchDirectory directory;
     static const PluginIdentity plugin{"web", "1"};
     const std::string text(reinterpret_cast<const char*>(data), size);
-    directory.write("web_1.crp", "");
+    for (const char* name : {"web_1.crp", "x.crp", "x_1.0.crp"}) {  // the last two are one plugin
+        directory.write(name, "");
+    }
     directory.write("config.json", text);
 
     PluginConfig config(directory.path(""), directory.path("config.json"));
+    config.scanDirectory();
+    requireRefused(config, text);
+    KX_REQUIRE(directory.read("config.json") == text);
     const bool wasDeactivated = isListedAsDeactivated(config);
     const PluginConfig::Code code = config.deactivate(plugin);
     if (code != PluginConfig::CHANGED) {

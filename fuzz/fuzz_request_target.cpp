@@ -17,6 +17,7 @@ void checkValues(const RouteMatch& match, std::size_t targetSize) {
         const std::string_view text = (*value)->text;
         KX_REQUIRE(text.size() <= targetSize);
         KX_REQUIRE((*value)->location != LOCATION_PATH || findPathParameterFault(text) == nullptr);
+        KX_REQUIRE(std::strcmp((*value)->name, "name") != 0 || match.name() == text);
         KX_REQUIRE((*value)->type != TYPE_BOOLEAN || parseBoolean(text) == (*value)->boolean);
         KX_REQUIRE((*value)->type != TYPE_INT64 || KxNCommon::parseNumber<std::int64_t>(text) == (*value)->integer);
     }

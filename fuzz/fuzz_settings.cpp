@@ -1,4 +1,5 @@
-// Whatever the settings file holds: what is not ours survives a change, and what is broken survives beside it.
+// Whatever the settings file holds: what is not ours survives a change, and what is broken survives beside it. A file
+// that cannot be read is not written over.
 #include <stdexcept>
 
 #include "KxJson.h"
@@ -9,9 +10,27 @@
 
 using namespace KxNContainer;
 
+namespace {
+
+constexpr std::size_t MOST_BYTES = 1 << 20;
+
+void requireUnreadableIsKept(const ScratchDirectory& directory) {
+    std::filesystem::create_directory(directory.path("unreadable"));
+    SettingsStore store(directory.path("unreadable"), 4);
+    KX_REQUIRE(!store.setEnabled(false) && store.isEnabled() && store.userSettings().coresNum == 4);
+}
+
+}  // namespace
+
+/// An input that begins with 0xFF stands for a file that is larger than any may be.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const ScratchDirectory directory;
-    const std::string text(reinterpret_cast<const char*>(data), size);
+    std::string text(reinterpret_cast<const char*>(data), size);
+    if (size == 0) {
+        requireUnreadableIsKept(directory);
+    } else if (text[0] == '\xFF') {
+        text = "{}" + std::string(MOST_BYTES, ' ');
+    }
     directory.write("settings", text);
 
     KxNJson::json expected = KxNJson::json::object();
@@ -33,6 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const SettingsStore again(directory.path("settings"), 4);
     KX_REQUIRE(again.userSettings().tcpPort == -7 && again.userSettings().coresNum == 1234567);
     KX_REQUIRE(again.isEnabled() == store.isEnabled());
+    KX_REQUIRE(store.setEnabled(!again.isEnabled()) && store.isEnabled() != again.isEnabled());
     std::filesystem::remove(directory.path("settings.broken-1"));
     return 0;
 }

@@ -1,5 +1,6 @@
 // A client's WebSocket bytes: what they mean does not depend on how they are cut, nothing is kept beyond the longest
-// message, and nothing is taken once the client has closed or broken the protocol.
+// message, and nothing is taken once the client has closed or broken the protocol. What the server frames is read back
+// as it was.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -45,6 +46,27 @@ std::vector<Meaning> read(std::string_view bytes, std::size_t cut) {
     return meanings;
 }
 
+/// The server's frame as a client would send it: with a mask, which changes nothing.
+std::string masked(std::string_view frame, std::size_t headSize) {
+    std::string bytes(frame);
+    bytes[1] = static_cast<char>(bytes[1] | 0x80);
+    return bytes.insert(headSize, 4, '\0');
+}
+
+std::string frameAgain(const Meaning& meaning) {
+    using namespace KxNTamberWebApi;
+    switch (meaning.event) {
+        case FrameReader::Event::message: {
+            const FrameHead head(Opcode::text, meaning.payload.size());
+            return masked(std::string(head.bytes()) + meaning.payload, head.bytes().size());
+        }
+        case FrameReader::Event::ping:
+            return masked(makeControlFrame(Opcode::ping, meaning.payload), 2);
+        default:
+            return masked(makeCloseFrame(meaning.code), 2);
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -52,6 +74,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::vector<Meaning> whole = read(bytes, bytes.size() + 1);
     for (const std::size_t cut : {1U, 2U, 7U, 64U}) {
         KX_REQUIRE(read(bytes, cut) == whole);
+    }
+    for (const Meaning& meaning : whole) {
+        const std::vector<Meaning> again = read(frameAgain(meaning), 64);
+        KX_REQUIRE(again.size() == 1 && again[0].code == meaning.code && (meaning.code != 0 || again[0] == meaning));
     }
     return 0;
 }
