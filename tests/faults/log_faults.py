@@ -1,6 +1,7 @@
 """All that may happen to a followed log, many times; and a client that is cut off a thousand times and comes back."""
 
 from cases import Stage
+from device import kx
 from entries import cut_often
 
 
@@ -23,6 +24,8 @@ def run(device, report, plan):
 def play(stage, report, case, rounds):
     with report.fault(f"followed log: {case.what}") as fault:
         for _ in range(rounds):
+            # A Podman that was killed often is started again after a pause, and no log is opened without it.
+            kx.wait_until(lambda: stage.running.request("GET", "/containers").status == 200, 60, "Podman answers")
             with fault.guarded(case.followers):
                 problem, late = stage.play(case)
                 fault.expect(problem is None, problem)
