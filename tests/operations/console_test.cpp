@@ -107,7 +107,10 @@ TEST_F(Console, TheKernelsFilesAreReadInBothOfItsForms) {
     const std::string process = directory.path("process");
     const std::string unified = directory.path("unified");
     const std::string separate = directory.path("separate");
-    writeFile(process + "/cgroup", "0::/c-abc\n2:cpuacct:/c-abc\n3:memory:/c-abc\n4:pids:/c-abc\n5:blkio:/c-abc\n");
+    writeFile(
+        process + "/cgroup",
+        "9:name=systemd:/x/c-abc\n8:cpuset:/c-abc/x\n2:cpu,cpuacct:/c-abc/inner\n3:memory:/other\n3:memory:/c-abc\n"
+        "4:pids:/c-abc\n5:blkio:/c-abc\n0::/other\n0::/c-abc/inner/init.scope\n");
     writeFile(process + "/net/dev",
               "Inter-| Receive | Transmit\n face |bytes\n    lo: 9 1 1 1 1 1 1 1 9 1\n"
               "  eth0:100 1 2 3 4 5 6 7 30 8\n  eth1: 20 1 2 3 4 5 6 7 4 8\n");
@@ -144,6 +147,8 @@ TEST_F(Console, TheKernelsFilesAreReadInBothOfItsForms) {
         EXPECT_EQ(read->receivedBytes, 120u);
         EXPECT_EQ(read->sentBytes, 34u);
     }
+    EXPECT_FALSE(KxNConsole::readCounters(directory.path("none"), "abc", unified)) << "it has ended";
+    EXPECT_FALSE(KxNConsole::readCounters(process, "bcd", unified)->processes) << "another container's";
     writeFile(separate + "/memory/c-abc/memory.stat", "hierarchical_memory_limit 9223372036854771712\n");
     writeFile(separate + "/cpuacct/c-abc/cpuacct.usage", "7x\n");
     fs::remove(process + "/ns/net");
@@ -296,7 +301,7 @@ TEST_F(Console, MetricsTellOfRequestsContainersAndDevice) {
     answered("followEvents", 101, 1s);
     answered("followEvents", 101, 1s);
     console.onStreamEnded(endpointOf("followEvents"));
-    world().containers = {{"a", "running", 2}, {"b", "odd", 0}, {"c", "running", 1}};
+    world().containers = {{"a", "running", 2}, {"q\"b\\s\nn\xff", "odd", 0}, {"c", "running", 1}};
     world().podmanState.restarts = 3;
     world().audit.lost = 6;
     const std::string text = call("getMetrics");
@@ -322,6 +327,7 @@ TEST_F(Console, MetricsTellOfRequestsContainersAndDevice) {
                                     R"(kx_containers{state="odd"} 1)"s,
                                     R"(kx_containers{state="paused"} 0)"s,
                                     R"(kx_container_starts_total{container="a"} 2)"s,
+                                    "kx_container_starts_total{container=\"q\\\"b\\\\s\\nn\xEF\xBF\xBD\"} 0"s,
                                     "# TYPE kx_container_starts_total counter"s,
                                     R"(kx_storage_size_bytes{volume="uploads"} 67108864)"s,
                                     "kx_audit_lost_total 6"s,
