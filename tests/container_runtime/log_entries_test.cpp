@@ -285,11 +285,13 @@ TEST_F(LogEntriesTest, WhatStandsInTheWayIsTold) {
         follower.join();
     }
     podmanSays(200, inspectionOf("created", path));
+    std::ofstream(path, std::ios::app | std::ios::binary) << std::string(5000, '\0');  // as a power cut leaves it
+    append("stdout F", "b");
     NotingSink early;
     std::thread follower([&] { follow(early); });
     EXPECT_TRUE(early.becomes("[exited 0]")) << early.noted();
     podmanSays(200, inspectionOf("exited", path, 1));
-    EXPECT_TRUE(early.becomes("[exited 0][exited 1]out a\n")) << early.noted();
+    EXPECT_TRUE(early.becomes("[exited 0][exited 1]out a\n[5000 The log was cut short]out b\n")) << early.noted();
     ending.cancel();
     follower.join();
 }

@@ -179,6 +179,7 @@ TEST_F(AuditFileTest, RecordsOfManyThreadsAreOnTheDiskWhenTheyAreToldSo) {
     ASSERT_EQ(answer["entries"].size(), 5u);
     EXPECT_EQ(answer["entries"][0]["seq"], 91);
     EXPECT_EQ(answer["last"], 100);
+    EXPECT_EQ(KxNJson::json::parse(readAuditEntries(98, 5))["entries"].size(), 2u);
 }
 
 TEST_F(AuditFileTest, WhatCannotBeWrittenIsCountedAndTheNextIsWritten) {
