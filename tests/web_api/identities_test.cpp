@@ -242,7 +242,9 @@ TEST_F(IdentitiesTest, WhoComesInIsKnownAndNobodyElseComesIn) {
     EXPECT_GT(retryAfter, 50);
     EXPECT_EQ(tryAccess(rules, bearer("secret"), "", ROLE_VIEWER), "0 administrator token");
     EXPECT_EQ(tryAccess(rules, "", "CN=c", ROLE_VIEWER), "0 operator c");
+    EXPECT_FALSE(rules.mustFollow());
     write(json::array());
+    EXPECT_TRUE(rules.mustFollow());
     rules.follow();
     EXPECT_EQ(tryAccess(rules, "", "CN=c", ROLE_VIEWER), "0 administrator CN=c");
     writeText("x");
@@ -252,8 +254,7 @@ TEST_F(IdentitiesTest, WhoComesInIsKnownAndNobodyElseComesIn) {
 
 TEST(AccessRulesTest, WithoutATokenOnlyPagesFromElsewhereAreKeptOut) {
     AccessRules rules(std::nullopt);
-    EXPECT_FALSE(rules.needsToken());
-    rules.follow();
+    EXPECT_FALSE(rules.needsToken() || rules.mustFollow());
     EXPECT_TRUE(rules.holds(7));
     EXPECT_EQ(tryAccess(rules, "", "", ROLE_ADMINISTRATOR), "0 administrator none");
     EXPECT_EQ(tryAccess(rules, "", "CN=c", ROLE_ADMINISTRATOR), "0 administrator CN=c");
