@@ -34,10 +34,14 @@ public:
     /// far as it is known who sends it, in both cases. Any thread.
     std::optional<Answer> check(const RequestHead& request, const Sender& sender, KxERole required, Caller& caller);
 
-    /// Whether `follow` has something to do. Takes in what has changed in the identities file, and may wait for the
-    /// disk. One thread at a time.
+    /// Whether the identities file has changed.
     bool mustFollow() const { return identities && identities->hasChanged(); }
-    void follow() { identities->follow(); }
+    /// Takes in what has changed there; may wait for the disk. These two by one thread at a time.
+    void follow() {
+        if (identities) {
+            identities->follow();
+        }
+    }
 
     /// Whether what gave `grant` still does. Any thread.
     bool holds(Grant grant) const;
