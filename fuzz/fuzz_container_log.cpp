@@ -6,9 +6,7 @@
 
 using namespace KxNContainer;
 
-namespace {
-
-bool isValid(const std::string& text) {
+static bool isValid(const std::string& text) {
     KxNCommon::Utf8Text checker;
     std::string checked;
     checker.append(text, checked);
@@ -16,16 +14,14 @@ bool isValid(const std::string& text) {
     return checked == text;
 }
 
-}  // namespace
-
 /// The first byte says whether there are frames and into how large pieces the rest is cut.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (size == 0) {
-        return 0;
+void fuzz(std::string_view input) {
+    if (input.empty()) {
+        return;
     }
-    const bool isFramed = (data[0] & 1) != 0;
-    const std::size_t step = 1 + (data[0] >> 1);
-    const std::string_view bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
+    const bool isFramed = (byteAt(input, 0) & 1) != 0;
+    const std::size_t step = 1 + (byteAt(input, 0) >> 1);
+    const std::string_view bytes = input.substr(1);
 
     std::string whole;
     LogText log(isFramed);
@@ -43,5 +39,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     cutLog.finish(joined);
     KX_REQUIRE(joined == whole && cutLog.isBroken() == log.isBroken());
-    return 0;
 }

@@ -5,8 +5,7 @@
 
 using namespace KxNTamberWebApi;
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string_view value(reinterpret_cast<const char*>(data), size);
+void fuzz(std::string_view value) {
     std::string error;
     if (const auto disposition = parseContentDisposition(value, error)) {
         KX_REQUIRE(!disposition->type.empty() && error.empty());
@@ -20,5 +19,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         KX_REQUIRE(type->mediaType.find('/') != std::string::npos && !hasControl(type->mediaType));
         KX_REQUIRE(type->boundary.size() <= 70 && !hasControl(type->boundary));
     }
-    return 0;
 }

@@ -7,10 +7,8 @@
 
 using namespace KxNContainer;
 
-namespace {
-
 /// As a reader with a block of `room` bytes that gets `step` of them at a time.
-std::string read(std::string_view bytes, std::size_t step, std::size_t room) {
+static std::string read(std::string_view bytes, std::size_t step, std::size_t room) {
     EntryParser parser;
     EntryText entries(false);
     std::string text;
@@ -36,17 +34,14 @@ std::string read(std::string_view bytes, std::size_t step, std::size_t room) {
     return text;
 }
 
-}  // namespace
-
 /// The first byte says into how large pieces the rest is cut.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (size == 0) {
-        return 0;
+void fuzz(std::string_view input) {
+    if (input.empty()) {
+        return;
     }
-    const std::string_view bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
-    const std::string whole = read(bytes, size, size);
+    const std::string_view bytes = input.substr(1);
+    const std::string whole = read(bytes, input.size(), input.size());
     KX_REQUIRE(KxNCommon::toUtf8(whole) == whole && whole.size() <= 3 * bytes.size());
-    KX_REQUIRE(read(bytes, 1 + data[0], size) == whole);
-    KX_REQUIRE(read(bytes, 1 + data[0], 4 * EntryHead::MAX_SIZE) == whole);
-    return 0;
+    KX_REQUIRE(read(bytes, 1 + byteAt(input, 0), input.size()) == whole);
+    KX_REQUIRE(read(bytes, 1 + byteAt(input, 0), 4 * EntryHead::MAX_SIZE) == whole);
 }

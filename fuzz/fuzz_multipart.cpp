@@ -6,8 +6,6 @@
 
 using namespace KxNTamberWebApi;
 
-namespace {
-
 /// What a sink refuses.
 enum class Refused { nothing, begin, data, end };
 
@@ -65,17 +63,15 @@ std::string readInPieces(std::string_view boundary, Refused refused, std::string
     return recorder.seen + "|" + reader.error();
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (size < 3) {
-        return 0;
+void fuzz(std::string_view input) {
+    if (input.size() < 3) {
+        return;
     }
     constexpr std::string_view boundaries[] = {"XX", "-", "----WebKitFormBoundary7MA4YWxk"};
-    const std::string_view boundary = boundaries[data[0] % std::size(boundaries)];
-    const auto refused = static_cast<Refused>(data[0] / std::size(boundaries) % 4);
-    std::uint32_t random = data[1] | static_cast<std::uint32_t>(data[2]) << 8 | 1;
-    const std::string_view body(reinterpret_cast<const char*>(data) + 3, size - 3);
+    const std::string_view boundary = boundaries[byteAt(input, 0) % std::size(boundaries)];
+    const auto refused = static_cast<Refused>(byteAt(input, 0) / std::size(boundaries) % 4);
+    std::uint32_t random = byteAt(input, 1) | static_cast<std::uint32_t>(byteAt(input, 2)) << 8 | 1;
+    const std::string_view body = input.substr(3);
 
     const std::string whole = readInPieces(boundary, refused, body, [&] { return body.size(); });
     KX_REQUIRE(readInPieces(boundary, refused, body, [] { return 1; }) == whole);
@@ -83,5 +79,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                    random = random * 1664525 + 1013904223;
                    return 1 + (random >> 24) % 40;
                }) == whole);
-    return 0;
 }

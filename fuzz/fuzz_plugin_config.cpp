@@ -5,14 +5,12 @@
 
 using namespace KxNContainer;
 
-namespace {
-
-bool isListedAsDeactivated(const PluginConfig& config) {
+static bool isListedAsDeactivated(const PluginConfig& config) {
     return config.list().at("plugins").at(0).at("isDeactivated").get<bool>();
 }
 
 /// The text as a file name: no configuration is one, so nothing changes.
-void requireRefused(PluginConfig& config, const std::string& text) {
+static void requireRefused(PluginConfig& config, const std::string& text) {
     KX_REQUIRE(config.dropEntry(text) != PluginConfig::CHANGED);
     if (const auto named = parsePluginFileName(text)) {
         KX_REQUIRE(config.deactivate(*named) != PluginConfig::CHANGED);
@@ -20,12 +18,10 @@ void requireRefused(PluginConfig& config, const std::string& text) {
     }
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz(std::string_view input) {
     static const ScratchDirectory directory;
     static const PluginIdentity plugin{"web", "1"};
-    const std::string text(reinterpret_cast<const char*>(data), size);
+    const std::string text(input);
     for (const char* name : {"web_1.crp", "x.crp", "x_1.0.crp"}) {  // the last two are one plugin
         directory.write(name, "");
     }
@@ -45,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         KX_REQUIRE(config.activate(plugin) == PluginConfig::NOT_WRITTEN);
         KX_REQUIRE(config.dropEntry("web_1.crp") == PluginConfig::NOT_WRITTEN);
         KX_REQUIRE(directory.read("config.json") == text);
-        return 0;
+        return;
     }
     KX_REQUIRE(isListedAsDeactivated(config));
     KX_REQUIRE(config.activate(plugin) == PluginConfig::CHANGED && !isListedAsDeactivated(config));
@@ -57,5 +53,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         expected.emplace("deactivated", KxNJson::json::array());
         KX_REQUIRE(KxNJson::json::parse(directory.read("config.json")).dump() == expected.dump());
     }
-    return 0;
 }

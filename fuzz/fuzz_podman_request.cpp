@@ -5,9 +5,9 @@
 
 using namespace KxNContainer;
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz(std::string_view input) {
     using Method = KxCCurlHandler::MethodType;
-    const std::string text(reinterpret_cast<const char*>(data), size);
+    const std::string text(input);
 
     const std::string target = requestTarget(text);
     KX_REQUIRE(target.starts_with("/v1.41"));
@@ -25,5 +25,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     PodmanReply reply{text, 500};
     correctStatus("/containers/a", Method::DELETE, reply);
     KX_REQUIRE(reply.body == text && (reply.status == 500 || reply.status == 409));
-    return 0;
 }

@@ -9,9 +9,7 @@
 
 using namespace KxNTamberWebApi;
 
-namespace {
-
-void checkValues(const RouteMatch& match, std::size_t targetSize) {
+static void checkValues(const RouteMatch& match, std::size_t targetSize) {
     const auto* const* value = match.values();
     for (; *value != nullptr; ++value) {
         const std::string_view text = (*value)->text;
@@ -24,7 +22,7 @@ void checkValues(const RouteMatch& match, std::size_t targetSize) {
     KX_REQUIRE(value - match.values() >= 1);  // the version at least
 }
 
-void requireSame(const RouteMatch& left, const RouteMatch& right) {
+static void requireSame(const RouteMatch& left, const RouteMatch& right) {
     KX_REQUIRE(left.outcome == right.outcome && left.endpoint == right.endpoint);
     KX_REQUIRE(left.allow == right.allow && left.detail == right.detail);
     const auto* const* a = left.values();
@@ -36,7 +34,7 @@ void requireSame(const RouteMatch& left, const RouteMatch& right) {
 }
 
 /// The same target with each character of its path escaped means the same.
-std::string escapePath(std::string_view path) {
+static std::string escapePath(std::string_view path) {
     std::string escaped;
     for (std::size_t i = 0; i < path.size(); ++i) {
         if (path[i] == '/') {
@@ -53,17 +51,15 @@ std::string escapePath(std::string_view path) {
     return escaped;
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz(std::string_view input) {
     static const Router router(KxNCre::ENDPOINTS, "/api/cre/v1.0", "/api/cre/{version}");
     static RouteMatch reused;
     constexpr std::string_view methods[] = {"GET", "HEAD", "POST", "PUT", "DELETE", "PATCH", "OPTIONS", "BREW"};
-    if (size == 0) {
-        return 0;
+    if (input.empty()) {
+        return;
     }
-    const std::string_view method = methods[data[0] % std::size(methods)];
-    const std::string_view target(reinterpret_cast<const char*>(data) + 1, size - 1);
+    const std::string_view method = methods[byteAt(input, 0) % std::size(methods)];
+    const std::string_view target = input.substr(1);
 
     router.route(method, target, reused);
     RouteMatch fresh;
@@ -72,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     KX_REQUIRE((fresh.outcome == RouteMatch::Outcome::matched) == fresh.detail.empty() ||
                fresh.outcome == RouteMatch::Outcome::options);
     if (fresh.outcome != RouteMatch::Outcome::matched) {
-        return 0;
+        return;
     }
     KX_REQUIRE(fresh.endpoint != nullptr);
     checkValues(fresh, target.size());
@@ -82,5 +78,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string escaped = escapePath(split->path) + "?" + std::string(split->query);
     router.route(method, escaped, reused);
     requireSame(reused, fresh);
-    return 0;
 }

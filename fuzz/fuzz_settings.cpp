@@ -10,23 +10,19 @@
 
 using namespace KxNContainer;
 
-namespace {
-
 constexpr std::size_t MOST_BYTES = 1 << 20;
 
-void requireUnreadableIsKept(const ScratchDirectory& directory) {
+static void requireUnreadableIsKept(const ScratchDirectory& directory) {
     std::filesystem::create_directory(directory.path("unreadable"));
     SettingsStore store(directory.path("unreadable"), 4);
     KX_REQUIRE(!store.setEnabled(false) && store.isEnabled() && store.userSettings().coresNum == 4);
 }
 
-}  // namespace
-
 /// An input that begins with 0xFF stands for a file that is larger than any may be.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+void fuzz(std::string_view input) {
     static const ScratchDirectory directory;
-    std::string text(reinterpret_cast<const char*>(data), size);
-    if (size == 0) {
+    std::string text(input);
+    if (input.empty()) {
         requireUnreadableIsKept(directory);
     } else if (text[0] == '\xFF') {
         text = "{}" + std::string(MOST_BYTES, ' ');
@@ -54,5 +50,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     KX_REQUIRE(again.isEnabled() == store.isEnabled());
     KX_REQUIRE(store.setEnabled(!again.isEnabled()) && store.isEnabled() != again.isEnabled());
     std::filesystem::remove(directory.path("settings.broken-1"));
-    return 0;
 }

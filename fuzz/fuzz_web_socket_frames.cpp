@@ -1,18 +1,12 @@
 // A client's WebSocket bytes: what they mean does not depend on how they are cut, nothing is kept beyond the longest
 // message, and nothing is taken once the client has closed or broken the protocol. What the server frames is read back
 // as it was.
-#include <cstddef>
-#include <cstdint>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "fuzz/require.h"
 #include "platform/web_api/websocket/frames.h"
 
 using KxNTamberWebApi::FrameReader;
-
-namespace {
 
 constexpr std::size_t LONGEST = 300;
 
@@ -23,7 +17,7 @@ struct Meaning {
     bool operator==(const Meaning&) const = default;
 };
 
-std::vector<Meaning> read(std::string_view bytes, std::size_t cut) {
+static std::vector<Meaning> read(std::string_view bytes, std::size_t cut) {
     FrameReader reader(LONGEST);
     std::vector<Meaning> meanings;
     bool hasEnded = false;
@@ -47,13 +41,13 @@ std::vector<Meaning> read(std::string_view bytes, std::size_t cut) {
 }
 
 /// The server's frame as a client would send it: with a mask, which changes nothing.
-std::string masked(std::string_view frame, std::size_t headSize) {
+static std::string masked(std::string_view frame, std::size_t headSize) {
     std::string bytes(frame);
     bytes[1] = static_cast<char>(bytes[1] | 0x80);
     return bytes.insert(headSize, 4, '\0');
 }
 
-std::string frameAgain(const Meaning& meaning) {
+static std::string frameAgain(const Meaning& meaning) {
     using namespace KxNTamberWebApi;
     switch (meaning.event) {
         case FrameReader::Event::message: {
@@ -67,10 +61,7 @@ std::string frameAgain(const Meaning& meaning) {
     }
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+void fuzz(std::string_view bytes) {
     const std::vector<Meaning> whole = read(bytes, bytes.size() + 1);
     for (const std::size_t cut : {1U, 2U, 7U, 64U}) {
         KX_REQUIRE(read(bytes, cut) == whole);
@@ -79,5 +70,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const std::vector<Meaning> again = read(frameAgain(meaning), 64);
         KX_REQUIRE(again.size() == 1 && again[0].code == meaning.code && (meaning.code != 0 || again[0] == meaning));
     }
-    return 0;
 }
