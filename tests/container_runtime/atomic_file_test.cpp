@@ -1,20 +1,16 @@
 #include "platform/common/atomic_file.h"
 
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include "log_recorder.h"
 #include "tests/support.h"
 
 using namespace KxNCommon;
 using namespace KxNTests;
 
-#include <sys/stat.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
-namespace {
-
-int directorySyncError = 0;
-
-}  // namespace
+static int directorySyncError = 0;
 
 /// The system's, but for directories whose disk fails.
 extern "C" int fsync(int descriptor) {
@@ -26,9 +22,7 @@ extern "C" int fsync(int descriptor) {
     return static_cast<int>(::syscall(SYS_fsync, descriptor));
 }
 
-namespace {
-
-std::string readBack(const std::string& path) {
+static std::string readBack(const std::string& path) {
     std::string contents;
     std::string error;
     EXPECT_EQ(readSmallFile(path, 1 << 20, contents, error), ReadResult::Ok) << error;
@@ -102,5 +96,3 @@ TEST(AtomicFile, ConcurrentWritersNeverMixOrFail) {
     });
     EXPECT_EQ(directory.fileNames(), std::vector<std::string>{"settings"});
 }
-
-}  // namespace

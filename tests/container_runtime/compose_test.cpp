@@ -11,8 +11,6 @@
 using namespace KxNContainer;
 using namespace KxNTests;
 
-namespace {
-
 constexpr auto CREATE = ComposeCommand::Create;
 constexpr auto START = ComposeCommand::Start;
 constexpr auto STOP = ComposeCommand::Stop;
@@ -79,14 +77,7 @@ protected:
 
 TEST_F(ComposeTest, CodesAndMessagesOfEveryOutcome) {
     const std::string fails = R"([ "$2" = config ] && exit 0; echo "ERROR: no such image"; exit 1)";
-    const struct {
-        ComposeCommand command;
-        std::string script;
-        const char* state;
-        int code;
-        KxNJson::json exitCode;
-        const char* message;
-    } cases[] = {
+    const std::tuple<ComposeCommand, std::string, const char*, int, KxNJson::json, const char*> cases[] = {
         {CREATE, "echo created > $STATE", "", 1, 0, "Created the containers of 'a.yml'"},
         {CREATE, "exit 0", "created", 7, 0, "Nothing to do for 'a.yml': its containers exist and are up to date"},
         {START, "exit 0", "created", 0, 0, "Started the containers of 'a.yml'"},
@@ -104,12 +95,12 @@ TEST_F(ComposeTest, CodesAndMessagesOfEveryOutcome) {
         {CREATE, "exit 0", "down", 8, nullptr, "Cannot create the containers of 'a.yml': no Podman here"},
         {START, R"([ "$2" = config ] && exit 0; echo down > $STATE; echo lost it; exit 1)", "created", 8, 1, "lost it"},
     };
-    for (const auto& row : cases) {
-        write("a.yml", row.script);
-        write("state", row.state);
-        EXPECT_EQ(commands.run(row.command, "a.yml", result), row.code) << row.message;
-        EXPECT_THAT(result["Message"].get<std::string>(), HasSubstr(row.message));
-        EXPECT_EQ(result["ExitCode"], row.exitCode) << row.message;
+    for (const auto& [command, script, state, code, exitCode, message] : cases) {
+        write("a.yml", script);
+        write("state", state);
+        EXPECT_EQ(commands.run(command, "a.yml", result), code) << message;
+        EXPECT_THAT(result["Message"].get<std::string>(), HasSubstr(message));
+        EXPECT_EQ(result["ExitCode"], exitCode) << message;
     }
 }
 
@@ -249,5 +240,3 @@ TEST(ComposeOutput, IsMadeReadableWhereverItIsCut) {
     }
     EXPECT_EQ(readableOutput("\xc3"), "\xef\xbf\xbd");
 }
-
-}  // namespace

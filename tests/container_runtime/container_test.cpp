@@ -15,9 +15,7 @@ using namespace KxNContainer;
 using namespace KxNContainerPaths;
 namespace fs = std::filesystem;
 
-namespace {
-
-void makeToolsImage() {
+static void makeToolsImage() {
     writeFile("/mnt/tools/bin/podman", "#!/bin/sh\nexec " KX_FAKE_PODMAN " \"$@\"\n");
     fs::permissions("/mnt/tools/bin/podman", fs::perms::owner_all);
     fs::create_directories(fs::path(CONTAINER_TOOLS).parent_path());
@@ -87,37 +85,9 @@ TEST(Container, WorksFromItsInitialisationToItsStopAndAgain) {
     EXPECT_TRUE(KxCContainer::IsLogCursor("f..."));
     EXPECT_FALSE(KxCContainer::IsLogCursor("f"));
 
-    writeFile(PLUGINS_DIR + "/a_1.crp", "x");
-    EXPECT_EQ(runtime.addPluginToConfig("a", "2"), 3);
-    EXPECT_EQ(runtime.addPluginToConfig("a", "1"), 0);
-    EXPECT_TRUE(runtime.listPlugins()["plugins"][0]["isDeactivated"]);
-    EXPECT_EQ(runtime.removePluginFromConfig("a", "1"), 0);
-    EXPECT_EQ(runtime.removePluginFromConfigByFileName(""), 2);
-    EXPECT_EQ(runtime.removePluginFromConfigByFileName("a_1.crp"), 1);
-    EXPECT_TRUE(runtime.SetContainerServiceUserSettings({4711, 1}));
-    EXPECT_EQ(runtime.GetContainerServiceUserSettings().tcpPort, 4711);
-    EXPECT_TRUE(runtime.DisableContainerService());
-    EXPECT_FALSE(runtime.IsContainerServiceEnabled(true));
-    EXPECT_TRUE(runtime.EnableContainerService());
-    EXPECT_TRUE(runtime.IsContainerServiceEnabled(false));
     writeFile(SETTINGS_FILE, R"({"enabled": false})");
     EXPECT_TRUE(runtime.IsContainerServiceEnabled(false));
     EXPECT_FALSE(runtime.IsContainerServiceEnabled(true));
-    EXPECT_GE(runtime.GetMaxAllowedCpuCoreCount(), 1U);
-    std::string problem;
-    EXPECT_TRUE(runtime.HasValidUserStorage(&problem)) << problem;
-    writeFile("/userstorage1/large", std::string(8 << 20, 'x'));
-    EXPECT_FALSE(runtime.HasValidUserStorage(&problem));
-    EXPECT_THAT(problem, HasSubstr("is full"));
-    EXPECT_TRUE(runtime.TriggerInventoryTreeScan());
-    EXPECT_THAT(readFile("/run/KxInventoryTree.json"), HasSubstr("a_1.crp"));
-    ASSERT_TRUE(runtime.Start());
     KxNJson::json result;
     EXPECT_EQ(runtime.CreateCompose(nullptr, result), 3);
-    EXPECT_EQ(runtime.StartCompose("none.yml", result), 4);
-    EXPECT_EQ(runtime.StopCompose("none.yml", result) + runtime.RemoveCompose("none.yml", result), 8);
-    EXPECT_THAT(result["Message"], HasSubstr("none.yml"));
-    EXPECT_TRUE(runtime.Stop());
 }
-
-}  // namespace

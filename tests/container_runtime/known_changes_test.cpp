@@ -8,20 +8,20 @@
 #include "podman_double.h"
 #include "tests/support.h"
 
-namespace KxNContainer {
-namespace {
+using namespace KxNContainer;
+using namespace KxNTests;
 
 using KxNJson::json;
 
-json eventOf(const char* action, const char* id, const char* name) {
+static json eventOf(const char* action, const char* id, const char* name) {
     return {{"Type", "container"}, {"Action", action}, {"Actor", {{"ID", id}, {"Attributes", {{"name", name}}}}}};
 }
 
-json entryOf(const char* id, const char* name, const char* state) {
+static json entryOf(const char* id, const char* name, const char* state) {
     return {{"Id", id}, {"Names", {std::string("/") + name}}, {"State", state}};
 }
 
-std::string textOf(std::vector<KxSChange> changes) {
+static std::string textOf(std::vector<KxSChange> changes) {
     std::ranges::stable_sort(changes, {}, &KxSChange::name);
     std::string text;
     for (const KxSChange& change : changes) {
@@ -31,11 +31,8 @@ std::string textOf(std::vector<KxSChange> changes) {
 }
 
 TEST(KnownContainers, NothingIsToldTwiceAndNothingIsMissed) {
-    const struct {
-        const char* fault;
-        json step;  // an event, or a list
-        const char* told;
-    } steps[] = {
+    // step: an event, or a list
+    const std::tuple<const char*, json, const char*> steps[] = {
         {"the first list is no news", json{entryOf("1", "a", "running"), entryOf("2", "b", "exited")}, ""},
         {"a start that the list has told", eventOf("start", "1", "a"), ""},
         {"a late event of one that is gone", eventOf("die", "9", "old"), ""},
@@ -60,17 +57,16 @@ TEST(KnownContainers, NothingIsToldTwiceAndNothingIsMissed) {
               entryOf("5", "g", "created")},
          "remove a, create a"},
         {"an empty list", json::array(), "remove a, remove e, remove f, remove g"},
-        {"what is no event", json{{"Action", "start"}}, ""},
-    };
+        {"what is no event", json{{"Action", "start"}}, ""}};
     KnownContainers containers;
-    for (const auto& one : steps) {
+    for (const auto& [fault, step, told] : steps) {
         std::vector<KxSChange> changes;
-        if (one.step.is_array()) {
-            containers.takeList(one.step, 0, changes);
+        if (step.is_array()) {
+            containers.takeList(step, 0, changes);
         } else {
-            containers.takeEvent(one.step, 0, changes);
+            containers.takeEvent(step, 0, changes);
         }
-        EXPECT_EQ(textOf(changes), one.told) << one.fault;
+        EXPECT_EQ(textOf(changes), told) << fault;
     }
     EXPECT_TRUE(containers.all().empty());
 }
@@ -93,7 +89,7 @@ public:
     void takeRelist() override { note("relist"); }
     /// Whether what has been told becomes `text`.
     bool becomes(const std::string& text) {
-        return KxNTests::waitFor([&] {
+        return waitFor([&] {
             const std::lock_guard lock(mutex);
             return told == text;
         });
@@ -114,14 +110,13 @@ private:
 };
 
 TEST(ChangeWatch, EventsAndListsTogetherTellEachChangeOnce) {
-    using Peer = KxNTests::PodmanDouble::Peer;
     std::mutex mutex;
-    std::vector<Peer> streams;
+    std::vector<PodmanDouble::Peer> streams;
     std::string said;
     json containers = json{entryOf("1", "a", "running")};
     json images = {{{"Id", "i"}, {"RepoTags", {"x:1"}}}};
     int failures = 1;
-    const KxNTests::PodmanDouble podman("", [&](Peer& peer) {
+    const PodmanDouble podman("", [&](PodmanDouble::Peer& peer) {
         const std::string asked = peer.readHeader();
         const std::lock_guard lock(mutex);
         if (asked.find("/events?filters=%7B%22type%22%3A%5B%22container%22%2C%22image%22%5D%7D&since=") != asked.npos) {
@@ -177,10 +172,7 @@ TEST(ChangeWatch, EventsAndListsTogetherTellEachChangeOnce) {
     EXPECT_EQ(watch.knownContainers()[0].starts, 1u);
     watch.setSink(nullptr);
     say(at(3, eventOf("die", "2", "b")));
-    EXPECT_TRUE(KxNTests::waitFor([&] { return watch.knownContainers()[0].state == "exited"; }));
+    EXPECT_TRUE(waitFor([&] { return watch.knownContainers()[0].state == "exited"; }));
     watch.stop();
     EXPECT_EQ(told.text(), expected);
 }
-
-}  // namespace
-}  // namespace KxNContainer

@@ -132,25 +132,18 @@ TEST_F(LogReaderTest, TailAndTimesChooseWholeLines) {
           entry("stdout F", "two", 4) + entry("stdout F", "3", 5) + entry("stdout P", "end", 6));
     const auto range = [](std::uint64_t tail, std::optional<LogTime> since = {}, std::optional<LogTime> until = {},
                           bool hasErrors = true) {
-        LogRange chosen;
-        chosen.tail = tail;
-        chosen.since = since;
-        chosen.until = until;
-        chosen.wantsOutput = {true, hasErrors};
-        return chosen;
+        return LogRange{{true, hasErrors}, tail, since, until, false};
     };
-    const std::pair<LogRange, std::string> cases[] = {
-        {range(0), ""},
-        {range(1), "end"},
-        {range(2), "3\nend"},
-        {range(3), "2two\n3\nend"},
-        {range(4), "error\n2two\n3\nend"},
-        {range(4, {}, {}, false), "1\n2two\n3\nend"},
-        {range(LogRange::ALL, at(2)), "error\n2two\n3\nend"},
-        {range(LogRange::ALL, at(3)), "error\n3\nend"},
-        {range(LogRange::ALL, at(1), at(3)), "1\n2two\n"},
-        {range(1, {}, at(2)), "1\n"},
-    };
+    const std::pair<LogRange, std::string> cases[] = {{range(0), ""},
+                                                      {range(1), "end"},
+                                                      {range(2), "3\nend"},
+                                                      {range(3), "2two\n3\nend"},
+                                                      {range(4), "error\n2two\n3\nend"},
+                                                      {range(4, {}, {}, false), "1\n2two\n3\nend"},
+                                                      {range(LogRange::ALL, at(2)), "error\n2two\n3\nend"},
+                                                      {range(LogRange::ALL, at(3)), "error\n3\nend"},
+                                                      {range(LogRange::ALL, at(1), at(3)), "1\n2two\n"},
+                                                      {range(1, {}, at(2)), "1\n"}};
     for (const auto& [chosen, text] : cases) {
         EXPECT_EQ(readEnded(chosen), text) << chosen.tail;
     }
@@ -199,29 +192,24 @@ TEST_F(LogReaderTest, WhatCannotBeReadAnyMoreIsToldOf) {
         write(line);
     };
     const auto size = static_cast<off_t>(line.size());
-    const struct {
-        const char* name;
-        bool isReadBefore;  ///< all that was there
-        std::function<void()> happens;
-        std::string text;
-    } cases[] = {
+    // isReadBefore: all that was there
+    const std::tuple<const char*, bool, std::function<void()>, std::string> cases[] = {
         {"cut to nothing", true, [&] { cut(0); }, "[GAP]" + text},
         {"cut to nothing, unread", false, [&] { cut(0); }, "[GAP " + std::to_string(2 * size) + "]" + text},
         {"cut by half, unread", false, [&] { cut(size); }, "[GAP " + std::to_string(size) + "]" + text + text},
-        {"deleted and made anew, unread", false, replace, text + text + text},
-    };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
+        {"deleted and made anew, unread", false, replace, text + text + text}};
+    for (const auto& [name, isReadBefore, happens, expected] : cases) {
+        SCOPED_TRACE(name);
         write(line + line);
         LogWatch fresh;
         log = fresh.follow(ID, path);
         log->beginRun(false);
         FileReader reader(ID, path, log, false, {}, "");
-        if (row.isReadBefore) {
+        if (isReadBefore) {
             readAll(reader);
         }
-        row.happens();
-        EXPECT_EQ(readUntil(reader, row.text), row.text);
+        happens();
+        EXPECT_EQ(readUntil(reader, expected), expected);
     }
     write(line);
     const std::string cursor = follow()->cursor();
@@ -240,16 +228,14 @@ TEST_F(LogReaderTest, NoLinkLeadsToALog) {
     std::filesystem::create_symlink(directory.path("secret/ctr.log"), storage + "/link.log");
     ASSERT_EQ(::mkfifo(directory.path("pipe").c_str(), 0600), 0);
     const std::string own = "overlay-containers/" + ID + "/userdata/";
-    const std::pair<std::string, bool> cases[] = {
-        {"secret/ctr.log", true},
-        {"storage/" + own + "ctr.log", true},
-        {"real/" + own + "ctr.log", true},
-        {"volume/ctr.log", false},
-        {"storage/" + own + "link.log", false},
-        {"pipe", false},
-        {"secret", false},
-        {"missing", false},
-    };
+    const std::pair<std::string, bool> cases[] = {{"secret/ctr.log", true},
+                                                  {"storage/" + own + "ctr.log", true},
+                                                  {"real/" + own + "ctr.log", true},
+                                                  {"volume/ctr.log", false},
+                                                  {"storage/" + own + "link.log", false},
+                                                  {"pipe", false},
+                                                  {"secret", false},
+                                                  {"missing", false}};
     for (const auto& [name, isOpened] : cases) {
         EXPECT_EQ(static_cast<bool>(openLogFile(directory.path(name), ID)), isOpened) << name;
     }

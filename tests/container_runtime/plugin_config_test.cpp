@@ -9,16 +9,12 @@ using namespace KxNTests;
 namespace {
 
 TEST(PluginFileName, NameAndVersion) {
-    const struct {
-        const char* fileName;
-        PluginIdentity identity;
-    } cases[] = {
+    const std::tuple<const char*, PluginIdentity> cases[] = {
         {"web_2.1.crp", {"web", "2.1"}}, {"my_web_2.1.crp", {"my_web", "2.1"}},
         {"web.crp", {"web", "1.0"}},     {".crp", {"", "1.0"}},
-        {"_2.crp", {"", "2"}},           {"web_.crp", {"web", ""}},
-    };
-    for (const auto& row : cases) {
-        EXPECT_EQ(parsePluginFileName(row.fileName), row.identity) << row.fileName;
+        {"_2.crp", {"", "2"}},           {"web_.crp", {"web", ""}}};
+    for (const auto& [fileName, identity] : cases) {
+        EXPECT_EQ(parsePluginFileName(fileName), identity) << fileName;
     }
     for (const char* fileName : {"web.CRP", "web", "crp", "", "web.crp.bak"}) {
         EXPECT_FALSE(parsePluginFileName(fileName)) << fileName;
@@ -64,11 +60,8 @@ TEST_F(PluginConfigTest, ListHoldsFilesOnlyInTheirOrderWithAllKeys) {
 
 TEST_F(PluginConfigTest, CodesOfEveryChange) {
     enum Change { ACTIVATE, DEACTIVATE, DROP };
-    const struct {
-        Change change;
-        PluginIdentity plugin;  // for a drop the name is the file's
-        int code;
-    } cases[] = {
+    // plugin: for a drop the name is the file's
+    const std::tuple<Change, PluginIdentity, int> cases[] = {
         {DEACTIVATE, {"web", "2.1"}, 0},     {DEACTIVATE, {"plain", "1.0"}, 0},
         {DEACTIVATE, {"off", "1.0"}, 1},     {DEACTIVATE, {"", "1.0"}, 2},
         {DEACTIVATE, {"web", ""}, 2},        {DEACTIVATE, {"web", "2.2"}, 3},
@@ -80,15 +73,14 @@ TEST_F(PluginConfigTest, CodesOfEveryChange) {
         {DROP, {"off_1.0.crp", ""}, 0},      {DROP, {"gone_9.crp", ""}, 0},
         {DROP, {"web_2.1.crp", ""}, 1},      {DROP, {"", ""}, 2},
         {DROP, {"never_1.crp", ""}, 3},      {DROP, {"../gone_9.crp", ""}, 3},
-        {DROP, {"off_1.0", ""}, 3},
-    };
-    for (const auto& row : cases) {
+        {DROP, {"off_1.0", ""}, 3}};
+    for (const auto& [change, plugin, expected] : cases) {
         writeFile(configFile, CONFIG);
-        const int code = row.change == ACTIVATE     ? config.activate(row.plugin)
-                         : row.change == DEACTIVATE ? config.deactivate(row.plugin)
-                                                    : config.dropEntry(row.plugin.name);
-        EXPECT_EQ(code, row.code) << row.change << " " << row.plugin.name << " " << row.plugin.version;
-        EXPECT_EQ(readFile(configFile) == CONFIG, code != 0) << row.plugin.name;
+        const int code = change == ACTIVATE     ? config.activate(plugin)
+                         : change == DEACTIVATE ? config.deactivate(plugin)
+                                                : config.dropEntry(plugin.name);
+        EXPECT_EQ(code, expected) << change << " " << plugin.name << " " << plugin.version;
+        EXPECT_EQ(readFile(configFile) == CONFIG, code != 0) << plugin.name;
     }
 }
 

@@ -39,11 +39,7 @@ TEST(PodmanApi, TakesNothingForAHeaderLineThatCouldBeginAnother) {
 }
 
 TEST(PodmanApi, GivesAStopItsOwnTime) {
-    const struct {
-        const char* path;
-        Method method;
-        seconds limit;
-    } cases[] = {
+    const std::tuple<const char*, Method, seconds> cases[] = {
         {"/containers/json", Method::GET, seconds(120)},
         {"/containers/a/stop", Method::POST, seconds(120)},
         {"/containers/a/stop?t=0", Method::POST, seconds(30)},
@@ -53,8 +49,7 @@ TEST(PodmanApi, GivesAStopItsOwnTime) {
         {"/containers/a/stop?t=soon", Method::POST, seconds(120)},
         {"/containers/a/stop?t=99999999999999999999", Method::POST, seconds(120)},
         {"/containers/stop?t=600", Method::GET, seconds(120)},
-        {"/containers/a/start?t=600", Method::POST, seconds(120)},
-    };
+        {"/containers/a/start?t=600", Method::POST, seconds(120)}};
     for (const auto& [path, method, limit] : cases) {
         EXPECT_EQ(timeLimit(path, method), limit) << path;
     }
@@ -63,13 +58,7 @@ TEST(PodmanApi, GivesAStopItsOwnTime) {
 
 TEST(PodmanApi, CallsOnlyTheRefusedDeleteOfARunningContainerAConflict) {
     const std::string improper = R"({"cause":"container state improper","message":"cannot remove","response":500})";
-    const struct {
-        const char* path;
-        Method method;
-        int status;
-        std::string body;
-        int expected;
-    } cases[] = {
+    const std::tuple<const char*, Method, int, std::string, int> cases[] = {
         {"/containers/a", Method::DELETE, 500, improper, 409},
         {"/containers/a?force=false", Method::DELETE, 500, improper, 409},
         {"/containers/a?force=true", Method::DELETE, 500, improper, 500},
@@ -79,8 +68,7 @@ TEST(PodmanApi, CallsOnlyTheRefusedDeleteOfARunningContainerAConflict) {
         {"/containers/a", Method::DELETE, 500, R"({"cause":"disk full"})", 500},
         {"/containers/a", Method::DELETE, 500, R"({"message":"container state improper"})", 500},
         {"/containers/a", Method::DELETE, 500, "container state improper", 500},
-        {"/containers/a", Method::DELETE, 500, R"(["cause"])", 500},
-    };
+        {"/containers/a", Method::DELETE, 500, R"(["cause"])", 500}};
     for (const auto& [path, method, status, body, expected] : cases) {
         PodmanReply reply{body, status};
         correctStatus(path, method, reply);

@@ -29,11 +29,7 @@ protected:
 }  // namespace
 
 TEST_F(PodmanClientTest, GivesTheAnswerOrTheReasonWhyThereIsNone) {
-    const struct {
-        std::string bytes;
-        int status;
-        std::string body;
-    } cases[] = {
+    const std::tuple<std::string, int, std::string> cases[] = {
         {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nhello", 200, "hello"},
         {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n1;x=y\r\n!\r\n0\r\n\r\n", 200, "hello!"},
         {"HTTP/1.0 200 OK\r\n\r\nuntil the end", 200, "until the end"},
@@ -83,27 +79,23 @@ TEST_F(PodmanClientTest, SendsBodiesWhole) {
         content += std::to_string(number);
     }
     writeFile(directory.path("file"), content);
-    const struct {
-        std::string body;
-        bool isFile;
-        std::string sent;
-    } cases[] = {{content, false, content}, {directory.path("file"), true, content}, {"", false, ""}};
-    for (const auto& row : cases) {
+    const std::tuple<std::string, bool, std::string> cases[] = {
+        {content, false, content}, {directory.path("file"), true, content}, {"", false, ""}};
+    for (const auto& [given, isFile, sent] : cases) {
         std::string header;
         std::string body;
         std::filesystem::remove(socket);
         const PodmanDouble podman(socket, [&](Peer& peer) {
             header = peer.readHeader();
-            body = peer.readBody(row.sent.size());
+            body = peer.readBody(sent.size());
             peer.answer(201, "taken");
         });
         PodmanClient client(podman.address());
-        const PodmanReply reply =
-            client.execute({"/x", Method::POST, {}, row.body, row.isFile}, {running, std::nullopt});
+        const PodmanReply reply = client.execute({"/x", Method::POST, {}, given, isFile}, {running, std::nullopt});
         EXPECT_EQ(std::to_string(reply.status) + reply.body, "201taken");
         EXPECT_EQ(header, "POST /v1.41/x HTTP/1.1\r\nHost: localhost\r\nContent-Length: " +
-                              std::to_string(row.sent.size()) + "\r\n\r\n");
-        EXPECT_TRUE(body == row.sent);
+                              std::to_string(sent.size()) + "\r\n\r\n");
+        EXPECT_TRUE(body == sent);
     }
 }
 
@@ -111,11 +103,7 @@ TEST_F(PodmanClientTest, SaysWhatStoodInTheWay) {
     const PodmanDouble podman(socket, [](Peer& peer) { peer.waitForClose(); });
     const std::string none = directory.path("none");
     const std::string longer = "/sys/kernel/uevent_seqnum";  // says that it is a page long, and is not
-    const struct {
-        PodmanAddress address;
-        std::string file;
-        std::string reason;
-    } cases[] = {
+    const std::tuple<PodmanAddress, std::string, std::string> cases[] = {
         {{none, 0}, "", "Podman cannot be reached at unix://" + none + ": No such file or directory"},
         {{std::string(108, 'x'), 0},
          "",
@@ -123,13 +111,12 @@ TEST_F(PodmanClientTest, SaysWhatStoodInTheWay) {
         {{"", 1}, "", "Podman cannot be reached at tcp:127.0.0.1:1: Connection refused"},
         {podman.address(), none, "Cannot read '" + none + "': No such file or directory"},
         {podman.address(), "/", "Cannot read '/': not a regular file"},
-        {podman.address(), longer, "Cannot read '" + longer + "': it became shorter"},
-    };
-    for (const auto& row : cases) {
-        PodmanClient client(row.address);
-        const PodmanReply reply = load(client, row.file);
+        {podman.address(), longer, "Cannot read '" + longer + "': it became shorter"}};
+    for (const auto& [address, file, reason] : cases) {
+        PodmanClient client(address);
+        const PodmanReply reply = load(client, file);
         EXPECT_EQ(reply.status, 503);
-        EXPECT_EQ(reply.body, row.reason);
+        EXPECT_EQ(reply.body, reason);
     }
 }
 
@@ -141,35 +128,29 @@ TEST_F(PodmanClientTest, StreamsWhatSucceedsAndGivesBackWhatDoesNot) {
     };
     const std::string chunked = " OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\nfour\r\n";
     const std::string twice = "4\r\nfour\r\n";
-    const struct {
-        std::string bytes;
-        int status;
-        std::string body;
-        std::string sunk;
-    } cases[] = {
+    const std::tuple<std::string, int, std::string, std::string> cases[] = {
         {"HTTP/1.1 200" + chunked + "0\r\n\r\n", 200, "", "four"},
         {"HTTP/1.1 200" + chunked, 200, "", "four"},
         {"HTTP/1.1 200" + chunked + "rubbish\r\n", 200, "", "four"},
         {"HTTP/1.1 200" + chunked + twice, 200, "", "fourfour"},
         {"HTTP/1.1 100 Go\r\n\r\nHTTP/1.1 404" + chunked, 404, "four", ""},
-        {"HTTP/1.0 200 OK\r\n\r\nall", 200, "", "all"},
-    };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.bytes);
+        {"HTTP/1.0 200 OK\r\n\r\nall", 200, "", "all"}};
+    for (const auto& [bytes, status, body, sunk] : cases) {
+        SCOPED_TRACE(bytes);
         std::filesystem::remove(socket);
         const PodmanDouble podman(socket, [&](Peer& peer) {
             peer.readHeader();
-            peer.send(row.bytes);
-            if (row.sunk.size() == 8) {
+            peer.send(bytes);
+            if (sunk.size() == 8) {
                 EXPECT_TRUE(peer.waitForClose()) << "the sink wanted no more";
             }
         });
         PodmanClient client(podman.address());
         Sink sink;
         const PodmanReply reply = client.stream({"/x", Method::GET, {}, {}}, {running, std::nullopt}, sink);
-        EXPECT_EQ(reply.status, row.status);
-        EXPECT_EQ(reply.body, row.body);
-        EXPECT_EQ(sink.text, row.sunk);
+        EXPECT_EQ(reply.status, status);
+        EXPECT_EQ(reply.body, body);
+        EXPECT_EQ(sink.text, sunk);
     }
 }
 
@@ -245,8 +226,7 @@ TEST_F(PodmanClientTest, SendsTheWholeFileWhenPodmanOnlyAnnouncesThatItGoesOn) {
         peer.answer(200, "loaded");
     });
     PodmanClient client(podman.address());
-    const PodmanReply reply = client.execute({"/images/load", Method::POST, {}, directory.path("image.tar"), true},
-                                             {running, Clock::now() + 10s});
+    const PodmanReply reply = load(client, directory.path("image.tar"));
     EXPECT_EQ(std::to_string(reply.status) + reply.body, "200loaded");
     EXPECT_EQ(taken, image.size());
 }

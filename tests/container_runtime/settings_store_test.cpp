@@ -21,12 +21,7 @@ std::string nested(std::size_t levels) {
 }
 
 TEST(SettingsStore, FileIsReadAsFarAsItGoesAndNeverLost) {
-    const struct {
-        std::string text;
-        const char* values;
-        std::size_t errorLines;
-        bool isSetAside;
-    } cases[] = {
+    const std::tuple<std::string, const char*, std::size_t, bool> cases[] = {
         {R"({"tcp_port": 1, "cores_num": -2, "enabled": false})", "1 -2 disabled", 0, false},
         {"{}", "2376 7 enabled", 0, false},
         {R"({"tcp_port": "1", "cores_num": 1.0, "enabled": 0})", "2376 7 enabled", 3, false},
@@ -40,20 +35,19 @@ TEST(SettingsStore, FileIsReadAsFarAsItGoesAndNeverLost) {
         {"{\"a\": \"\xff\"}", "2376 7 enabled", 1, true},
         {nested(32), "1 7 enabled", 0, false},
         {nested(33), "2376 7 enabled", 1, true},
-        {R"({"a": ")" + std::string(1 << 20, 'x') + R"("})", "2376 7 enabled", 1, true},
-    };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.text.substr(0, 100));
+        {R"({"a": ")" + std::string(1 << 20, 'x') + R"("})", "2376 7 enabled", 1, true}};
+    for (const auto& [text, values, errorLines, isSetAside] : cases) {
+        SCOPED_TRACE(text.substr(0, 100));
         const TemporaryDirectory directory;
         const std::string path = directory.path("settings.json");
-        writeFile(path, row.text);
+        writeFile(path, text);
         takeLogLines();
         const SettingsStore store(path, ALL_CORES);
-        EXPECT_EQ(describe(store), row.values);
+        EXPECT_EQ(describe(store), values);
         const auto lines = takeLogLines();
-        EXPECT_EQ(lines.size(), row.errorLines);
+        EXPECT_EQ(lines.size(), errorLines);
         EXPECT_THAT(lines, Each(Pair(4, HasSubstr(path))));
-        EXPECT_EQ(readFile(row.isSetAside ? path + ".broken-1" : path), row.text);
+        EXPECT_EQ(readFile(isSetAside ? path + ".broken-1" : path), text);
         EXPECT_EQ(directory.fileNames().size(), 1U);
     }
 }

@@ -31,21 +31,16 @@ class PrivateFileSystem : public testing::Environment {
 
 /// Whether the API's description names `status` as an answer of the operation.
 bool isDescribed(const KxSTamberWebApiEndpoint& endpoint, int status) {
-    const auto* operation = KxNCre::SCHEMAS.operations;
-    while (operation->operationId != nullptr && std::strcmp(operation->operationId, endpoint.operationId) != 0) {
-        ++operation;
-    }
-    if (operation->operationId == nullptr) {
-        operation = KxNConsole::SCHEMAS.operations;
-        while (std::strcmp(operation->operationId, endpoint.operationId) != 0) {
-            ++operation;
+    for (const auto* operation : {KxNCre::SCHEMAS.operations, KxNConsole::SCHEMAS.operations}) {
+        for (; operation->operationId != nullptr; ++operation) {
+            for (const auto* answer = operation->answers; answer->status != 0; ++answer) {
+                if (answer->status == status && std::strcmp(operation->operationId, endpoint.operationId) == 0) {
+                    return true;
+                }
+            }
         }
     }
-    const auto* answer = operation->answers;
-    while (answer->status != 0 && answer->status != status) {
-        ++answer;
-    }
-    return answer->status != 0;
+    return false;
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 
 using namespace KxNTests;
 
-namespace {
-
 class ComposeCommands : public Operations {};
 
 TEST_F(ComposeCommands, EachCallsItsOwnCommandWithTheNameAsItCame) {
@@ -20,19 +18,17 @@ TEST_F(ComposeCommands, ResultCodesAreMapped) {
     const std::string failed = "InternalServerError 500: why";
     const std::string logged = failed + "\n4: why\n1: Compose command failed with return code ";
     const std::string unknown = "InternalServerError 500: Unknown error occurred: ";
-    const std::pair<int, std::string> rows[] = {
-        {0, R"(json 200 {"Message":"why"})"},
-        {1, R"(json 201 {"Message":"why"})"},
-        {2, failed},
-        {3, "BadRequest 400: why"},
-        {4, "NotFound 404: why"},
-        {5, logged + "5"},
-        {6, logged + "6"},
-        {7, R"(json 200 {"Message":"why"})"},
-        {8, logged + "8"},
-        {9, unknown + "9"},
-        {-2147483647 - 1, unknown + "-2147483648"},
-    };
+    const std::pair<int, std::string> rows[] = {{0, R"(json 200 {"Message":"why"})"},
+                                                {1, R"(json 201 {"Message":"why"})"},
+                                                {2, failed},
+                                                {3, "BadRequest 400: why"},
+                                                {4, "NotFound 404: why"},
+                                                {5, logged + "5"},
+                                                {6, logged + "6"},
+                                                {7, R"(json 200 {"Message":"why"})"},
+                                                {8, logged + "8"},
+                                                {9, unknown + "9"},
+                                                {-2147483647 - 1, unknown + "-2147483648"}};
     for (const auto& [code, journal] : rows) {
         world().composeCode = code;
         world().composeResult = {{"Message", "why"}};
@@ -44,5 +40,3 @@ TEST_F(ComposeCommands, ResultCodesAreMapped) {
         EXPECT_THAT(call("composeStop;name=f"), EndsWith("InternalServerError 500: "));
     }
 }
-
-}  // namespace

@@ -8,8 +8,6 @@ using namespace KxNTests;
 using namespace KxNContainer;
 namespace fs = std::filesystem;
 
-namespace {
-
 constexpr std::int64_t DAY = 24LL * 3600 * 1000;
 
 class Console : public Operations {
@@ -51,16 +49,13 @@ TEST_F(Console, AContainerIsDescribedByWhatPodmanKnowsAndNothingElse) {
         R"("Health":null,"RestartCount":null},"RestartPolicy":"no","Ports":[],"Mounts":[],"Networks":[],)"
         R"("Compose":null,"Log":{"Driver":null,"Bytes":null}})";
     const std::string unreadable = "^InternalServerError 500: Error occurred while inspecting container 'a/b': ";
-    check(
-        "inspectContainer;name=a/b", GUARD + "GET /containers/a%2Fb/json [Accept: application/json]\n",
-        {
-            {"", "200 " + known, told},
-            {"", R"(200 {"LogPath":"/run","Config":7})", unknown},
-            {"", "200 []", unreadable + "Podman's answer cannot be read: "},
-            {"", "404", "^NotFound 404: Container 'a/b' does not exist"},
-            {"", "500 why",
-             "^4: Podman failed while inspecting container 'a/b' with HTTP 500: why\n" + unreadable.substr(1) + "why"},
-        });
+    check("inspectContainer;name=a/b", GUARD + "GET /containers/a%2Fb/json [Accept: application/json]\n",
+          {{"", "200 " + known, told},
+           {"", R"(200 {"LogPath":"/run","Config":7})", unknown},
+           {"", "200 []", unreadable + "Podman's answer cannot be read: "},
+           {"", "404", "^NotFound 404: Container 'a/b' does not exist"},
+           {"", "500 why",
+            "^4: Podman failed while inspecting container 'a/b' with HTTP 500: why\n" + unreadable.substr(1) + "why"}});
 }
 
 TEST_F(Console, ARestartHasItsTimeAndItsRefusals) {
@@ -183,7 +178,7 @@ TEST_F(Console, StorageTellsWhatImagesThatNobodyUsesTake) {
 }
 
 /// The health report, `milliseconds` after the last.
-json lookAtHealth(const std::function<std::string(const std::string&)>& call, std::int64_t milliseconds = 3000) {
+static json lookAtHealth(const std::function<std::string(const std::string&)>& call, std::int64_t milliseconds = 3000) {
     world().monotonicMilliseconds += milliseconds;
     world().utcMilliseconds += milliseconds;
     const std::string told = call("getHealth");
@@ -208,12 +203,8 @@ TEST_F(Console, HealthTellsWhichPartIsNotWellAndSinceWhen) {
     EXPECT_EQ(report["uptime"], 5);
     EXPECT_NE(report["host"], "");
 
-    const struct {
-        std::function<void()> provoke;
-        const char* part;
-        const char* told;  ///< the state and the reason
-        const char* code;
-    } rows[] = {
+    // told: the state and the reason
+    const std::tuple<std::function<void()>, const char*, const char*, const char*> rows[] = {
         {[] { world().isEnabled = false; }, "podman", "degraded Container service is disabled", "200"},
         {[] { world().status = KxCContainer::FAILED; }, "podman", "failed Container service is not started", "503"},
         {[] { world().podmanState.isAnswering = false; }, "podman", "failed Podman does not answer", "503"},
@@ -222,7 +213,7 @@ TEST_F(Console, HealthTellsWhichPartIsNotWellAndSinceWhen) {
          "degraded Less than 10 % of the storage for uploads (/userstorage1) is free", "200"},
         {[] { world().audit.problem = "no room"; }, "audit", "failed no room", "503"},
     };
-    for (const auto& row : rows) {
+    for (const auto& [provoke, part, told, code] : rows) {
         world().isEnabled = true;
         world().status = KxCContainer::STARTED;
         world().podmanState.isAnswering = true;
@@ -230,15 +221,14 @@ TEST_F(Console, HealthTellsWhichPartIsNotWellAndSinceWhen) {
         world().audit.problem.clear();
         fs::remove("/userstorage1/large");
         look();
-        row.provoke();
-        EXPECT_EQ(look(2000)[row.part]["state"], "ok") << "it was looked at just before";
+        provoke();
+        EXPECT_EQ(look(2000)[part]["state"], "ok") << "it was looked at just before";
         report = look(1000);
-        EXPECT_EQ(report[row.part]["state"].get<std::string>() + " " + report[row.part]["reason"].get<std::string>(),
-                  row.told);
-        EXPECT_EQ(report["code"], row.code) << row.told;
+        EXPECT_EQ(report[part]["state"].get<std::string>() + " " + report[part]["reason"].get<std::string>(), told);
+        EXPECT_EQ(report["code"], code) << told;
         EXPECT_EQ(report["status"], report["code"] == "200" ? "ok" : "degraded");
-        const json since = report[row.part]["since"];
-        EXPECT_EQ(look()[row.part]["since"], since) << row.told;
+        const json since = report[part]["since"];
+        EXPECT_EQ(look()[part]["since"], since) << told;
     }
 }
 
@@ -256,22 +246,18 @@ TEST_F(Console, ACertificateIsToldOfBeforeItsEnd) {
         file + " 2>/dev/null";
     ASSERT_EQ(std::system(made.c_str()), 0);
     const std::int64_t now = std::time(nullptr) * 1000LL;
-    const struct {
-        double days;
-        const char* state;
-        const char* reason;
-        int left;
-    } rows[] = {{69, "ok", "", 30},
-                {70.5, "degraded", "The server's certificate ends soon", 29},
-                {99.5, "degraded", "The server's certificate ends soon", 0},
-                {101.5, "failed", "The server's certificate has ended", -1}};
-    for (const auto& row : rows) {
-        world().utcMilliseconds = now + static_cast<std::int64_t>(row.days * DAY);
+    const std::tuple<double, const char*, const char*, int> rows[] = {
+        {69, "ok", "", 30},
+        {70.5, "degraded", "The server's certificate ends soon", 29},
+        {99.5, "degraded", "The server's certificate ends soon", 0},
+        {101.5, "failed", "The server's certificate has ended", -1}};
+    for (const auto& [days, state, reason, left] : rows) {
+        world().utcMilliseconds = now + static_cast<std::int64_t>(days * DAY);
         const json part = look();
-        EXPECT_EQ(part["state"], row.state);
-        EXPECT_EQ(part["reason"], *row.reason != '\0' ? json(row.reason) : json());
-        EXPECT_EQ(part["days"], row.left);
-        EXPECT_EQ(part["since"] == part["NotAfter"], *row.state == 'f');
+        EXPECT_EQ(part["state"], state);
+        EXPECT_EQ(part["reason"], *reason != '\0' ? json(reason) : json());
+        EXPECT_EQ(part["days"], left);
+        EXPECT_EQ(part["since"] == part["NotAfter"], *state == 'f');
     }
     EXPECT_THAT(call("getMetrics"), HasSubstr("\nkx_certificate_remaining_seconds -1296"));
 }
@@ -340,13 +326,11 @@ TEST_F(Console, MetricsTellOfRequestsContainersAndDevice) {
                                    "kx_certificate_remaining_seconds", R"(kx_streams{operation="startContainer")"}) {
         EXPECT_THAT(text, Not(HasSubstr(none)));
     }
-    const auto valueOf = [&](const std::string& name) {
-        return std::stod(text.substr(text.find("\n" + name + " ") + name.size() + 2));
-    };
-    EXPECT_GT(valueOf("process_cpu_seconds_total"), 0);
-    EXPECT_GT(valueOf("process_resident_memory_bytes"), 1 << 20);
-    EXPECT_GT(valueOf("process_open_fds"), 2);
-    EXPECT_GT(valueOf("process_max_fds"), 100);
+    const std::pair<std::string, double> own[] = {
+        {"cpu_seconds_total", 0}, {"resident_memory_bytes", 1 << 20}, {"open_fds", 2}, {"max_fds", 100}};
+    for (const auto& [name, least] : own) {
+        EXPECT_GT(std::stod(text.substr(text.find("\nprocess_" + name + " ") + name.size() + 10)), least) << name;
+    }
     world().audit.problem = "x";
     world().podmanState.isAnswering = false;
     EXPECT_THAT(call("getMetrics"), AllOf(HasSubstr("\nkx_audit_failing 1\n"), HasSubstr("\nkx_podman_up 0\n")));
@@ -429,5 +413,3 @@ TEST_F(Console, LogEntriesAreAskedForAndTold) {
               "register log stream w\nfollow w tail null since null cursor ''\nsession destroyed\nunregister log "
               "stream\n4: The log of container 'w' cannot be followed: why\nsocket destroyed");
 }
-
-}  // namespace

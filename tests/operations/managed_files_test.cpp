@@ -7,8 +7,6 @@
 using namespace KxNTests;
 namespace fs = std::filesystem;
 
-namespace {
-
 const std::string CERTS = "/mnt/cfdrive/containers/certs";
 const std::string COMPOSE = "/userstorage1/container_rte/utilities/compose-files/";
 const std::string PLUGINS = "/userstorage1/container_rte/plugins/";
@@ -26,9 +24,7 @@ protected:
 };
 
 TEST_F(ManagedFiles, ListHoldsRegularFilesWithLinksFollowed) {
-    const struct {
-        std::string operation, path, files, found, answerBegin, answerEnd, directory, iterated;
-    } rows[] = {
+    const std::string rows[][8] = {
         {"listCerts", CERTS, "TLS certificate files", " TLS certificate file(s)\njson 200 ", "{\"certs\":", "}",
          "certificate directory", "InternalServerError 500: Failed to iterate certificate directory: Not a directory"},
         {"listComposeFiles", COMPOSE.substr(0, COMPOSE.size() - 1), "Docker compose files",
@@ -60,13 +56,10 @@ TEST_F(ManagedFiles, ListHoldsRegularFilesWithLinksFollowed) {
 }
 
 TEST_F(ManagedFiles, CertificatesAreKeptUnderTheirFixedNames) {
-    const struct {
-        std::string operation, fileName, logName, missingName, deleteName;
-    } kinds[] = {
+    const std::string kinds[][5] = {
         {"Certificate", "server.crt", "TLS certificate", "TLS certificate", "CA certificate"},
         {"PrivateKey", "server.key", "TLS private key", "private key", "TLS private key"},
-        {"CaCertificate", "ca.crt", "CA certificate", "CA certificate", "CA certificate"},
-    };
+        {"CaCertificate", "ca.crt", "CA certificate", "CA certificate", "CA certificate"}};
     for (const auto& [operation, fileName, logName, missingName, deleteName] : kinds) {
         SCOPED_TRACE(fileName);
         const std::string path = CERTS + "/" + fileName;
@@ -102,9 +95,7 @@ TEST_F(ManagedFiles, CertificatesAreKeptUnderTheirFixedNames) {
 }
 
 TEST_F(ManagedFiles, FinishNeedsAFileThatIsThere) {
-    const struct {
-        std::string operation, begun, missing, rejected, name;
-    } uploads[] = {
+    const std::string uploads[][5] = {
         {"uploadImage", "Loading image", "No image tarball was uploaded", "image", "gone.tar"},
         {"uploadComposeFile", "Finalising compose file upload", "No compose YAML file was uploaded", "compose file",
          "gone.yml"},
@@ -220,16 +211,14 @@ TEST_F(ManagedFiles, PluginIsListedActivatedAndDeactivated) {
     const std::string mustContain = "^BadRequest 400: Request body must contain 'activate' (boolean)";
     const std::string mustBeBoolean = "^BadRequest 400: 'activate' must be a boolean";
     check("activatePlugin", "0: activatePlugin\n",
-          {
-              {R"(;name=p;body={"activate":true})", "", noName},
-              {";name=p;pluginVersion=", "", noName},
-              {";name=;pluginVersion=1", "", noName},
-              {";name=p;pluginVersion=1", "", mustContain},
-              {";name=p;pluginVersion=1;body={}", "", mustContain},
-              {";name=p;pluginVersion=1;body=\"activate\"", "", mustContain},
-              {R"(;name=p;pluginVersion=1;body={"activate":"true"})", "", mustBeBoolean},
-              {R"(;name=p;pluginVersion=1;body={"activate":1})", "", mustBeBoolean},
-          });
+          {{R"(;name=p;body={"activate":true})", "", noName},
+           {";name=p;pluginVersion=", "", noName},
+           {";name=;pluginVersion=1", "", noName},
+           {";name=p;pluginVersion=1", "", mustContain},
+           {";name=p;pluginVersion=1;body={}", "", mustContain},
+           {";name=p;pluginVersion=1;body=\"activate\"", "", mustContain},
+           {R"(;name=p;pluginVersion=1;body={"activate":"true"})", "", mustBeBoolean},
+           {R"(;name=p;pluginVersion=1;body={"activate":1})", "", mustBeBoolean}});
 
     const std::string plugin = "plugin name='p' version='1.2'\n";
     const auto answer = [](const std::string& isDeactivated, const std::string& message) {
@@ -260,5 +249,3 @@ TEST_F(ManagedFiles, PluginIsListedActivatedAndDeactivated) {
               {{"", "", "^" + journal}});
     }
 }
-
-}  // namespace

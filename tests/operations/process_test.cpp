@@ -11,8 +11,6 @@
 
 using namespace KxNTests;
 
-namespace {
-
 constexpr const char* MARKER = "/run/KxContainerRTE.enabled";
 
 const std::string BEGUN =
@@ -61,12 +59,8 @@ TEST_F(Process, StartsAndEndsInOrderWhateverFails) {
     const std::string end = MESSAGES_GONE + ENDED;
     const std::string badEnd = MESSAGES_GONE + WENT_WRONG + ENDED;
     const auto failed = [](const std::string& call) { return "error added: server " + call + " failed\n"; };
-    const struct {
-        std::string failing;
-        int status;
-        std::string marker;  ///< while it serves
-        std::string journal;
-    } rows[] = {
+    // marker: while it serves
+    const std::tuple<std::string, int, std::string, std::string> rows[] = {
         {"nothing", 0, "1\n", STARTED + INSTALLED + runs + SERVER_GONE + end},
         {"to be enabled", 0, "",
          STARTED + INSTALLED + "2: Container service is disabled by configuration.\n" + WAITED + "Stop\n" +
@@ -174,5 +168,3 @@ TEST(Messages, ProgramNameIsRegisteredBeforeMain) {
     EXPECT_STREQ(table[0].text, "Korvex Container Service");
     EXPECT_EQ(table[1].text, nullptr);
 }
-
-}  // namespace

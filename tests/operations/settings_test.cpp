@@ -2,8 +2,6 @@
 
 using namespace KxNTests;
 
-namespace {
-
 class Settings : public Operations {};
 
 TEST_F(Settings, GetNamesTheState) {
@@ -47,10 +45,8 @@ TEST_F(Settings, PatchChecksInOrderAndKeepsWhatIsNotNamed) {
     world().maximumCores = 0xFFFFFFFE;
     world().failing = {"SetSettings"};
     check("patchSettings;body=", begun,
-          {
-              {R"({"cores_num":-1})", "", exceeding("-1) exceeds the maximum allowed CPU core count (-2")},
-              {R"({"tcp_port":0})", "", "^SetSettings 0 2\nInternalServerError 500: Failed to write settings file"},
-          });
+          {{R"({"cores_num":-1})", "", exceeding("-1) exceeds the maximum allowed CPU core count (-2")},
+           {R"({"tcp_port":0})", "", "^SetSettings 0 2\nInternalServerError 500: Failed to write settings file"}});
 }
 
 TEST_F(Settings, EnableIsReadAndChanged) {
@@ -59,27 +55,20 @@ TEST_F(Settings, EnableIsReadAndChanged) {
         "^storage?\nEnable\nenabled?\n0: Container service enabled\nenabled?\nTriggerInventoryTreeScan\n";
     const std::string mustContain = "^BadRequest 400: Request body must contain 'enabled' (boolean)";
     check("patchEnable", "0: patchEnable\n",
-          {
-              {"", "", mustContain},
-              {";body={}", "", mustContain},
-              {";body=[]", "", mustContain},
-              {R"(;body={"enabled":1})", "", "^BadRequest 400: 'enabled' must be a boolean"},
-              {R"(;body={"enabled":false})", "",
-               "^storage?\nDisable\nenabled?\n0: Container service disabled\nenabled?\nenabled?\n"
-               "text 200 {\"enabled\":false}"},
-              {R"(;body={"enabled":true})", "", enabling + "enabled?\ntext 200 {\"enabled\":true}"},
-          });
+          {{"", "", mustContain},
+           {";body={}", "", mustContain},
+           {";body=[]", "", mustContain},
+           {R"(;body={"enabled":1})", "", "^BadRequest 400: 'enabled' must be a boolean"},
+           {R"(;body={"enabled":false})", "",
+            "^storage?\nDisable\nenabled?\n0: Container service disabled\nenabled?\nenabled?\n"
+            "text 200 {\"enabled\":false}"},
+           {R"(;body={"enabled":true})", "", enabling + "enabled?\ntext 200 {\"enabled\":true}"}});
     world().failing = {"Disable", "TriggerInventoryTreeScan"};
-    check(
-        "patchEnable;body=", "0: patchEnable\n",
-        {
-            {R"({"enabled":true})", "", enabling + "InternalServerError 500: Failed to trigger inventory tree scan"},
-            {R"({"enabled":false})", "", "^storage?\nDisable\nInternalServerError 500: Failed to write settings file"},
-        });
+    check("patchEnable;body=", "0: patchEnable\n",
+          {{R"({"enabled":true})", "", enabling + "InternalServerError 500: Failed to trigger inventory tree scan"},
+           {R"({"enabled":false})", "", "^storage?\nDisable\nInternalServerError 500: Failed to write settings file"}});
     world().storageProblem = "/userstorage1 is full";
     check("patchEnable;body=", "0: patchEnable\n",
           {{R"({"enabled":true})", "",
             "^storage?\n4: /userstorage1 is full\nInternalServerError 500: /userstorage1 is full"}});
 }
-
-}  // namespace

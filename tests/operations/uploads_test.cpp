@@ -1,12 +1,8 @@
 #include <sys/mount.h>
 
-#include <barrier>
-
 #include "tests/operations/Harness.h"
 
 using namespace KxNTests;
-
-namespace {
 
 class Uploads : public Operations {
 protected:
@@ -19,7 +15,7 @@ protected:
 
 const std::string DIRECTORY = "/userstorage1/container_rte/utilities/compose-files/";
 
-std::string withoutFile() {
+static std::string withoutFile() {
     return "4: Upload callback called without an open file for thread " +
            std::to_string(std::hash<std::thread::id>()(std::this_thread::get_id())) + "\n";
 }
@@ -84,24 +80,3 @@ TEST_F(Uploads, FullDiskFailsTheChunkThatMetIt) {
     handler.reset();
     ASSERT_EQ(umount(DIRECTORY.c_str()), 0);
 }
-
-TEST_F(Uploads, ThreadsUploadSideBySide) {
-    world().lowestLogLevel = 4;
-    constexpr int threadCount = 8;
-    const std::string content(1000, 'a');
-    std::barrier start(threadCount);
-    onThreads(threadCount, [&](int number) {
-        start.arrive_and_wait();
-        for (int round = 0; round < 50; ++round) {
-            // Pairs of threads share a file name; their sessions stay their own.
-            const std::string file = "f" + std::to_string(number / 2);
-            EXPECT_EQ(compose(file.c_str(), content), 0);
-            EXPECT_EQ(compose(file.c_str(), content, content.size()), 0);
-            handler->UploadComposeFile(pool, KxNTamberWebApi::KxCRequest(nullptr), nullptr, response);
-            EXPECT_EQ(compose(file.c_str(), content, 1), -1);
-        }
-    });
-    EXPECT_THAT(world().journal, Not(HasSubstr("BadRequest")));
-}
-
-}  // namespace
