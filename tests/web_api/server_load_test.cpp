@@ -5,11 +5,7 @@
 namespace KxNWebApiTest {
 namespace {
 
-class ServerLoad : public ::testing::Test {
-protected:
-    TestHandler handler;
-    TestServer server{handler};
-};
+using ServerLoad = ServerTest;
 
 std::vector<std::unique_ptr<RawClient>> blockClients(TestServer& server, std::size_t count) {
     std::vector<std::unique_ptr<RawClient>> clients;
@@ -21,10 +17,8 @@ std::vector<std::unique_ptr<RawClient>> blockClients(TestServer& server, std::si
 }
 
 TEST(ServerLimits, TooManyBlockedRequestsAreRefusedInsteadOfStallingEverything) {
-    KxNTamberWebApi::Limits limits;
-    limits.requestThreads = 6;
     TestHandler handler;
-    TestServer server(handler, limits);
+    TestServer server(handler, {.requestThreads = 6});
     auto clients = blockClients(server, 5);
     ASSERT_TRUE(handler.waitForBlocked(5));
     // The last one has taken the lead away only once the monitor has looked.
@@ -38,29 +32,20 @@ TEST(ServerLimits, TooManyBlockedRequestsAreRefusedInsteadOfStallingEverything) 
 
 TEST(ServerLimits, WhatDoesNotArriveInTimeIsAnsweredAndClosed) {
     TestHandler handler;
-    KxNTamberWebApi::Limits limits;
-    limits.header = 200ms;
-    limits.keepAlive = 1s;
-    limits.progress = 300ms;
-    limits.sweep = 250ms;  // what is late is cut when the next one still finds it
-    TestServer server(handler, limits);
-    const struct {
-        const char* fault;
-        std::string request;
-        int status;
-    } cases[] = {
+    // What is late is cut when the next sweep still finds it.
+    TestServer server(handler, {.header = 200ms, .keepAlive = 1s, .progress = 300ms, .sweep = 250ms});
+    const std::tuple<const char*, std::string, int> cases[] = {
         {"half a head", "GET /api/v1/fast HTTP/1.1\r\nHost", 408},
         {"half a JSON body",
          makeHead(server, "PATCH /api/v1/echo", "Content-Type: application/json\r\nContent-Length: 9\r\n") + "{", 408},
         {"half an upload", makeHead(server, "POST /api/v1/files", "Content-Length: 9\r\n") + "{", 408},
         {"nothing", "", 0},
-        {"nothing after a request", makeHead(server, "GET /api/v1/fast"), 200},
-    };
-    for (const auto& one : cases) {
-        SCOPED_TRACE(one.fault);
+        {"nothing after a request", makeHead(server, "GET /api/v1/fast"), 200}};
+    for (const auto& [fault, request, status] : cases) {
+        SCOPED_TRACE(fault);
         RawClient client(server.port());
-        client.send(one.request);
-        EXPECT_EQ(client.receive().status, one.status);
+        client.send(request);
+        EXPECT_EQ(client.receive().status, status);
         EXPECT_TRUE(client.isClosed());
     }
 }

@@ -5,11 +5,7 @@
 namespace KxNWebApiTest {
 namespace {
 
-class ServerRequests : public ::testing::Test {
-protected:
-    TestHandler handler;
-    TestServer server{handler};
-};
+using ServerRequests = ServerTest;
 
 TEST_F(ServerRequests, EachRequestGetsItsAnswer) {
     const std::string json = "Content-Type: application/json\r\n";
@@ -51,25 +47,17 @@ TEST_F(ServerRequests, EachRequestGetsItsAnswer) {
         {"a long request line", "GET /" + std::string(9000, 'x') + " HTTP/1.1\r\n@\r\n", 414, "UriTooLong", true},
         {"a long header", "GET /api/v1/fast HTTP/1.1\r\n@X: " + std::string(17'000, 'x') + "\r\n\r\n", 431, "", true},
         {"no number as length", echo + "Content-Length: x\r\n\r\n", 400, "", true},
-        {"a length and chunks", echo + "Content-Length: 5\r\nTransfer-Encoding: chunked\r\n\r\n", 400, "", true},
         {"what is no HTTP", "GARBAGE\r\n\r\n", 400, "", true},
-        {"no host", "GET /api/v1/fast HTTP/1.1\r\n\r\n", 400, "Host", true},
-        {"two hosts", "GET /api/v1/fast HTTP/1.1\r\n@Host: b\r\n\r\n", 400, "Host", true},
-        {"a blank before a colon", "GET / HTTP/1.1\r\nHost : a\r\n\r\n", 400, "BadRequest", true},
-        {"two lengths", echo + "Content-Length: 2\r\nContent-Length: 3\r\n\r\n{}", 400, "", true},
         {"chunks in HTTP/1.0", "PATCH /api/v1/echo HTTP/1.0\r\n@Transfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 400, "",
          true},
         {"another coding", echo + "Transfer-Encoding: gzip\r\n\r\n", 501, "", true},
-        {"a coding hidden behind chunks", echo + "Transfer-Encoding: chunked, identity\r\n\r\n", 501, "", true},
-        {"a malformed chunk", echo + json + "Transfer-Encoding: chunked\r\n\r\nzz\r\n", 400, "", true},
         {"another expectation", "GET /api/v1/fast HTTP/1.1\r\n@Expect: more\r\n\r\n", 417, "ExpectationFailed", true},
         {"another protocol version", "GET /api/v1/fast HTTP/2.0\r\n@\r\n", 505, "", true},
         {"another WebSocket version",
          "GET /api/v1/logs/a/ws HTTP/1.1\r\n@Connection: Upgrade\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 12\r\n"
          "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n\r\n",
          426, "UpgradeRequired"},
-        {"HTTP/1.0", "GET /api/v1/fast HTTP/1.0\r\n@\r\n", 200, "ok", true},
-    };
+        {"HTTP/1.0", "GET /api/v1/fast HTTP/1.0\r\n@\r\n", 200, "ok", true}};
     for (const auto& one : cases) {
         SCOPED_TRACE(one.fault);
         RawClient client(server.port());
@@ -94,17 +82,12 @@ TEST_F(ServerRequests, EachRequestGetsItsAnswer) {
 }
 
 TEST_F(ServerRequests, FilesAreForEverybodyAndOnlyForBrowsersThatTakeThemAsTheyAre) {
-    static const KxNTamberWebApi::StaticFile files[] = {{"/", "text/html", "page", "\"1\""},
-                                                        {"/a/b.js", "text/javascript", "b", "\"2\""}};
+    static const StaticFile files[] = {{"/", "text/html", "page", "\"1\""},
+                                       {"/a/b.js", "text/javascript", "b", "\"2\""}};
     TestHandler withFiles;
     TestServer served(withFiles, {}, 1s, "/nonexistent", files);
     const std::string gzip = "Accept-Encoding: br;q=1.0, gzip;q=0.8\r\n";
-    const struct {
-        const char* target;
-        std::string fields;
-        int status;
-        const char* contains;
-    } cases[] = {
+    const std::tuple<const char*, std::string, int, const char*> cases[] = {
         {"GET /", gzip, 200, "page"},
         {"GET /?x=1", "Accept-Encoding: *\r\n", 200, "page"},
         {"GET /a/b.js", gzip, 200, "b"},
@@ -115,16 +98,15 @@ TEST_F(ServerRequests, FilesAreForEverybodyAndOnlyForBrowsersThatTakeThemAsTheyA
         {"POST /", gzip, 405, "only GET, HEAD, OPTIONS"},
         {"OPTIONS /", gzip, 204, ""},
         {"GET /a", gzip, 401, ""},
-        {"GET /api/v1/fast", gzip, 401, ""},
-    };
-    for (const auto& one : cases) {
-        SCOPED_TRACE(one.target + one.fields);
-        const Reply reply = ask(
-            served, std::string(one.target) + " HTTP/1.1\r\nHost: any\r\nConnection: close\r\n" + one.fields + "\r\n");
-        EXPECT_EQ(reply.status, one.status);
-        EXPECT_THAT(reply.body, HasSubstr(one.contains));
-        EXPECT_EQ(reply.field("ETag").empty(), one.status != 200 && one.status != 304);
-        EXPECT_EQ(reply.field("Content-Encoding"), one.status == 200 ? "gzip" : "");
+        {"GET /api/v1/fast", gzip, 401, ""}};
+    for (const auto& [target, fields, status, contains] : cases) {
+        SCOPED_TRACE(target + fields);
+        const Reply reply =
+            ask(served, std::string(target) + " HTTP/1.1\r\nHost: any\r\nConnection: close\r\n" + fields + "\r\n");
+        EXPECT_EQ(reply.status, status);
+        EXPECT_THAT(reply.body, HasSubstr(contains));
+        EXPECT_EQ(reply.field("ETag").empty(), status != 200 && status != 304);
+        EXPECT_EQ(reply.field("Content-Encoding"), status == 200 ? "gzip" : "");
     }
 }
 
@@ -138,6 +120,7 @@ TEST_F(ServerRequests, WhatAProxyMayReadAnotherWayIsRefusedAndNothingBehindItIsS
         patch + "@Transfer-Encoding: chunked;q=1\r\n\r\n0\r\n\r\n",
         patch + "@Transfer-Encoding: chunked\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n",
         patch + "@Transfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n",
+        patch + "@Transfer-Encoding: chunked, identity\r\n\r\n",
         patch + "@Transfer-Encoding:\vchunked\r\n\r\n0\r\n\r\n",
         patch + "@Transfer-Encoding:\r\n chunked\r\n\r\n0\r\n\r\n",
         patch + "@Transfer-Encoding : chunked\r\n\r\n0\r\n\r\n",
@@ -154,8 +137,7 @@ TEST_F(ServerRequests, WhatAProxyMayReadAnotherWayIsRefusedAndNothingBehindItIsS
         " PATCH /api/v1/echo HTTP/1.1\r\n@\r\n",
         "PATCH /api/v1/echo HTTP/1.1 \r\n@\r\n",
         "PATCH /api/v1/echo\r\n@\r\n",
-        "PATCH http://user%40@b/api/v1/echo HTTP/1.1\r\n\r\n",
-    };
+        "PATCH http://user%40@b/api/v1/echo HTTP/1.1\r\n\r\n"};
     for (const char* length : {"2, 3", "+2", "-2", "0x2", "1 0", "", "18446744073709551618"}) {
         requests.push_back(patch + "@Content-Length: " + length + "\r\n\r\n{}");
     }

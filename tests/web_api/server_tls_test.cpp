@@ -23,8 +23,7 @@ std::string askOverTls(const TestServer& server, SSL_CTX* context, const std::st
     if (SSL_write(tls.get(), request.data(), static_cast<int>(request.size())) <= 0) {
         return "cut off while sending";
     }
-    for (int got = SSL_read(tls.get(), buffer, sizeof buffer); got > 0;
-         got = SSL_read(tls.get(), buffer, sizeof buffer)) {
+    for (int got; (got = SSL_read(tls.get(), buffer, sizeof buffer)) > 0;) {
         answer.append(buffer, static_cast<std::size_t>(got));
     }
     return answer;

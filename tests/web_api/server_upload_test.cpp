@@ -44,15 +44,14 @@ private:
     int finish() {
         std::lock_guard lock(mutex);
         ++finished;
-        const auto session = byThread.find(std::this_thread::get_id());
         if (finishStatus != 0) {
             return finishStatus;
         }
-        if (session == byThread.end()) {
+        const auto session = byThread.extract(std::this_thread::get_id());
+        if (!session) {
             return 400;
         }
-        lastFile = session->second;
-        byThread.erase(session);
+        lastFile = session.mapped();
         return 201;
     }
 
@@ -88,8 +87,7 @@ TEST_F(ServerUpload, EachFormOfBodyArrivesWhole) {
         {inChunks + "0\r\n\r\n", ""},
         {inChunks + "493e1;x\r\n" + large + "\r\n1\r\n!\r\n0\r\n\r\n", large + "!"},
         {makeUpload(server, form, makeFormPart("a.bin", large) + "--xyz--\r\n"), large},
-        {makeUpload(server, form, makeFormPart("a.bin", "") + "--xyz--\r\n"), ""},
-    };
+        {makeUpload(server, form, makeFormPart("a.bin", "") + "--xyz--\r\n"), ""}};
     RawClient client(server.port());
     for (const auto& [request, file] : cases) {
         SCOPED_TRACE(request.substr(0, 200));
@@ -108,8 +106,7 @@ TEST_F(ServerUpload, WhatIsNoProperUploadIsRefused) {
         {makeUpload(server, "Content-Type: multipart/form-data\r\n", "x"), "boundary"},
         {makeUpload(server, form, makeFormPart("a", "b")), "without its closing boundary"},
         {makeHead(server, "POST /api/v1/files", attachment + "Transfer-Encoding: chunked\r\n") + "1\r\na\r\nzz\r\n",
-         "BadRequest"},
-    };
+         "BadRequest"}};
     for (const auto& [request, words] : cases) {
         const Reply reply = ask(server, request);
         EXPECT_EQ(reply.status, 400);
@@ -127,40 +124,28 @@ TEST_F(ServerUpload, TheClientIsToldToGoOnOnceItMay) {
     EXPECT_EQ(client.receive().status, 404);
 }
 
-TEST_F(ServerUpload, ARefusedFirstChunkLeavesTheAnswerToTheFinishPhase) {
+TEST_F(ServerUpload, ARefusedFirstChunkLeavesTheAnswerToTheFinishPhaseAndALaterOneFailsWithoutIt) {
+    const std::string failed = "\"title\":\"InternalServerError\",\"status\":500,\"detail\":\"Upload failed\"";
     sessions.refusedFrom = 0;
-    sessions.finishStatus = 409;
-    Reply reply = ask(server, makeUpload(server, attachment, "hello"));
-    EXPECT_EQ(reply.status, 409);
-    EXPECT_THAT(reply.body, HasSubstr("finish"));
-    sessions.finishStatus = 200;
-    reply = ask(server, makeUpload(server, attachment, "hello"));
-    EXPECT_EQ(reply.status, 500);
-    EXPECT_THAT(reply.body, HasSubstr("\"detail\":\"Upload failed\""));
-}
-
-TEST_F(ServerUpload, ARefusedLaterChunkFailsTheUploadWithoutAFinishPhase) {
+    for (const auto& [status, told] : {std::pair(409, "finish"s), std::pair(200, failed)}) {
+        sessions.finishStatus = status;
+        EXPECT_THAT(ask(server, makeUpload(server, attachment, "hello")).body, HasSubstr(told));
+    }
     sessions.refusedFrom = 1;
     RawClient client(server.port());
     client.send(makeUpload(server, attachment, std::string(5'000'000, 'a')));
-    const Reply reply = client.receive();
-    EXPECT_EQ(reply.status, 500);
-    EXPECT_THAT(reply.body, HasSubstr("\"title\":\"InternalServerError\""));
-    EXPECT_THAT(reply.body, HasSubstr("\"detail\":\"Upload failed\""));
-    EXPECT_EQ(sessions.finished, 0U);
+    EXPECT_THAT(client.receive().body, HasSubstr(failed));
+    EXPECT_EQ(sessions.finished, 2U);
     EXPECT_TRUE(client.isClosed());
 }
 
 TEST(ServerUploads, AnAbandonedUploadNeverEndsAsSomebodyElses) {
     // With two threads there is always one on which nothing was abandoned, and the operation's own text is answered.
-    for (const auto& [threads, words] : {std::pair(1, "No file was uploaded"), std::pair(2, "finish")}) {
+    for (const auto& [threads, words] : {std::pair(1U, "No file was uploaded"), std::pair(2U, "finish")}) {
         SCOPED_TRACE(words);
-        KxNTamberWebApi::Limits limits;
-        limits.uploadThreads = static_cast<std::size_t>(threads);
-        limits.uploadBeginning = 4;
         TestHandler handler;
         Sessions sessions(handler);
-        TestServer server(handler, limits);
+        TestServer server(handler, {.uploadThreads = threads, .uploadBeginning = 4});
         for (std::size_t i = 1; i <= 3; ++i) {
             RawClient goes(server.port());
             goes.send(makeHead(server, "POST /api/v1/files", attachment + "Content-Length: 100\r\n") + "secret");
@@ -183,12 +168,8 @@ TEST(ServerUploads, AnAbandonedUploadNeverEndsAsSomebodyElses) {
 }
 
 TEST(ServerUploads, WhoSendsNoFileYetHoldsNoThreadAndWhoDawdlesIsSentAway) {
-    KxNTamberWebApi::Limits limits;
-    limits.uploadThreads = 2;
-    limits.uploadBeginning = 1000;
-    limits.uploadRate = 100;
-    limits.uploadRateWindow = 2s;
-    limits.sweep = 50ms;
+    const Limits limits{
+        .uploadThreads = 2, .uploadBeginning = 1000, .uploadRate = 100, .uploadRateWindow = 2s, .sweep = 50ms};
     TestHandler handler;
     Sessions sessions(handler);
     TestServer server(handler, limits);
@@ -197,8 +178,7 @@ TEST(ServerUploads, WhoSendsNoFileYetHoldsNoThreadAndWhoDawdlesIsSentAway) {
     const std::string beginnings[] = {
         makeHead(server, "POST /api/v1/files", attachment + "Content-Length: 5000\r\n") + std::string(50, 'x'),
         makeHead(server, "POST /api/v1/files", attachment + "Transfer-Encoding: chunked\r\n") + "1\r\nx\r\n",
-        makeHead(server, "POST /api/v1/files", form + "Content-Length: 90000\r\n") + openForm,
-    };
+        makeHead(server, "POST /api/v1/files", form + "Content-Length: 90000\r\n") + openForm};
     std::vector<std::unique_ptr<RawClient>> dawdlers;
     for (const std::string& beginning : beginnings) {
         dawdlers.push_back(std::make_unique<RawClient>(server.port()));
@@ -218,12 +198,9 @@ TEST(ServerUploads, WhoSendsNoFileYetHoldsNoThreadAndWhoDawdlesIsSentAway) {
 }
 
 TEST(ServerUploads, AnUploadThatFindsNoThreadOrMemoryIsRefusedAfterAWhileAndNotToldToGoOn) {
-    KxNTamberWebApi::Limits limits;
-    limits.uploadThreads = 1;
-    limits.uploadBeginning = 4;
-    limits.uploadBeginnings = 8;  // one identity has half of it
-    limits.uploadWait = 100ms;
-    limits.sweep = 20ms;
+    // One identity has half of the memory for beginnings.
+    const Limits limits{
+        .uploadThreads = 1, .uploadWait = 100ms, .uploadBeginning = 4, .uploadBeginnings = 8, .sweep = 20ms};
     TestHandler handler;
     Sessions sessions(handler);
     TestServer server(handler, limits);
@@ -246,7 +223,7 @@ TEST(ServerUploads, AnUploadThatFindsNoThreadOrMemoryIsRefusedAfterAWhileAndNotT
 }
 
 TEST(UploadThreads, OneIdentityHasHalfOfThemAndWhatLastsLeavesTheLastQuarter) {
-    KxNTamberWebApi::UploadThreads threads(8, 0ms);
+    ::KxNTamberWebApi::UploadThreads threads(8, 0ms);
     std::mutex gate;
     std::unique_lock closed(gate);
     std::atomic<int> carried = 0;
