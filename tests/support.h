@@ -22,17 +22,8 @@ namespace KxNTests {
 using namespace std::chrono_literals;
 using namespace std::string_literals;
 using Clock = std::chrono::steady_clock;
-using testing::AllOf;
-using testing::Contains;
-using testing::Each;
-using testing::ElementsAre;
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using testing::Pair;
-using testing::StartsWith;
-using testing::UnorderedElementsAre;
+using testing::AllOf, testing::Contains, testing::Each, testing::ElementsAre, testing::EndsWith, testing::HasSubstr,
+    testing::IsEmpty, testing::Not, testing::Pair, testing::StartsWith, testing::UnorderedElementsAre;
 
 /// A directory that goes with its owner.
 class TemporaryDirectory {

@@ -29,11 +29,7 @@ TEST(ConfigFile, EachErrorNamesFileLineAndKeyAndStopsOnlyWhoNeedsIt) {
                must;
     };
     const std::string port = "a number from 0 to 65535";
-    const struct {
-        const char* text;
-        const char* section;  // whose part must not start, "" for all
-        std::string problem;
-    } rows[] = {
+    const std::tuple<const char*, const char*, std::string> rows[] = {
         {"[WebApi]\nPort = 65536", "WebApi", bad("Port", "WebApi", "65536", port)},
         {"[WebApi]\nPort = -1", "WebApi", bad("Port", "WebApi", "-1", port)},
         {"[WebApi]\nPort = 80 # http", "WebApi", bad("Port", "WebApi", "80 # http", port)},
@@ -55,22 +51,17 @@ TEST(ConfigFile, EachErrorNamesFileLineAndKeyAndStopsOnlyWhoNeedsIt) {
         {"[WebApi]\nPort", "WebApi", "2: \"Port\" is neither \"[section]\" nor \"key = value\""},
         {"[WebApi]\n= 5", "WebApi", "2: \"= 5\" is neither \"[section]\" nor \"key = value\""},
         {"[WebApi]\nPort = 1\x7f", "WebApi", "2: the line \"Port = 1\x7f\" holds a control character"},
-        {"[WebApi]\nPort = \x1f"
-         "1",
-         "WebApi",
-         "2: the line \"Port = \x1f"
-         "1\" holds a control character"},
+        {"[WebApi]\nPort = \x1fz", "WebApi", "2: the line \"Port = \x1fz\" holds a control character"},
         {"Port = 1", "", "1: the key Port stands in no known section"},
         {"[WebApi]\n[Web]", "", "2: unknown section [Web]"},
-        {"[WebApi", "", "1: the section \"[WebApi\" has no closing bracket"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.text);
-        const Config config = KxNConfigFile::parse(row.text, "f.conf");
+        {"[WebApi", "", "1: the section \"[WebApi\" has no closing bracket"}};
+    for (const auto& [text, section, problem] : rows) {
+        SCOPED_TRACE(text);
+        const Config config = KxNConfigFile::parse(text, "f.conf");
         ASSERT_EQ(config.problems.size(), 1u);
-        EXPECT_EQ(config.problems[0].section, row.section);
+        EXPECT_EQ(config.problems[0].section, section);
         EXPECT_TRUE(config.problems[0].isBlocking);
-        EXPECT_EQ(config.problems[0].text, "f.conf:" + row.problem);
+        EXPECT_EQ(config.problems[0].text, "f.conf:" + problem);
     }
     EXPECT_EQ(KxNConfigFile::parse("[Log]\nLevel = 1\nLevel = 3\n", "f").values, (Values{{{"Log", "Level"}, "1"}}));
     const Config unknown = KxNConfigFile::parse("[WebApi]\n[Typo]\nPort = 1\n", "f");

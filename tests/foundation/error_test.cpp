@@ -1,6 +1,5 @@
 
 
-#include "KxClock.h"
 #include "KxErrorManager.h"
 #include "KxMessageManager.h"
 #include "tests/support.h"
@@ -81,15 +80,6 @@ TEST(MessageManager, AClosedClientKeepsTheNewest256Messages) {
     EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 256);
     EXPECT_THAT(log, Not(HasSubstr("kept message 43.")));
     EXPECT_THAT(log, EndsWith("kept message 299.\n"));
-}
-
-TEST(Clock, BothClocksCountMillisecondsOfTheirKind) {
-    const std::int64_t started = KxCVorrelClock::monotonicMilliseconds();
-    const std::int64_t utc = KxCVorrelClock::utcMilliseconds();
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_GE(KxCVorrelClock::monotonicMilliseconds() - started, 20);
-    EXPECT_LT(KxCVorrelClock::monotonicMilliseconds() - started, 5000);
-    EXPECT_NEAR(static_cast<double>(utc) / 1000, static_cast<double>(std::time(nullptr)), 5);
 }
 
 }  // namespace

@@ -110,20 +110,17 @@ TEST(Signals, AHandlerMayRemoveItself) {
 }
 
 TEST(Signals, WhatCannotBeCaughtIsAnError) {
-    const auto checkRefusal = [](auto change, int number, const std::string& reason) {
+    for (const int number : {0, -1, NSIG, 1000, SIGKILL}) {
         KxCErrorListPool pool;
-        change(pool, number);
-        ASSERT_EQ(pool.getErrorCount(), 1u);
-        EXPECT_EQ(pool.takeErrors()[0].detail, reason);
-    };
-    const auto install = [](KxCErrorListPool& pool, int number) { installSignalHandler(pool, number, countDelivery); };
-    for (const int number : {0, -1, NSIG, 1000}) {
-        const std::string reason = " failed: there is no signal " + std::to_string(number);
-        checkRefusal(install, number, "Installing the handler" + reason);
-        checkRefusal(removeSignalHandler, number, "Restoring the default action" + reason);
+        installSignalHandler(pool, number, countDelivery);
+        removeSignalHandler(pool, number);
+        const std::string reason = number == SIGKILL ? " for signal 9 failed: Invalid argument"
+                                                     : " failed: there is no signal " + std::to_string(number);
+        const auto errors = pool.takeErrors();
+        ASSERT_EQ(errors.size(), 2u);
+        EXPECT_EQ(errors[0].detail, "Installing the handler" + reason);
+        EXPECT_EQ(errors[1].detail, "Restoring the default action" + reason);
     }
-    checkRefusal(install, SIGKILL, "Installing the handler for signal 9 failed: Invalid argument");
-    checkRefusal(removeSignalHandler, SIGKILL, "Restoring the default action for signal 9 failed: Invalid argument");
 }
 
 /// What setServiceInitialized logs when NOTIFY_SOCKET holds `address`.
@@ -198,9 +195,8 @@ TEST(Watchdog, IsFedAsLongAsAllLifeSignsAreGiven) {
     isHanging = true;
     EXPECT_TRUE(waitFor([&] {
         std::this_thread::sleep_for(1s);
-        bool isSilent = true;
+        const bool isSilent = !hears();
         while (hears()) {
-            isSilent = false;
         }
         return isSilent;
     }));

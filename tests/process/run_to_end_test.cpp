@@ -64,21 +64,16 @@ TEST(Child, FloodOfOutputKeepsItsBeginningAndEndOnly) {
 }
 
 TEST(Child, IsEndedWithAllThatItStarted) {
-    const struct {
-        const char* script;  // $S is a time to sleep, by which the processes are found
-        End end;
-        std::chrono::milliseconds timeout;
-    } cases[] = {
+    const std::tuple<const char*, End, std::chrono::milliseconds> cases[] = {
         {"echo begun; setsid sleep $S & sleep $S; sleep $S", End::TimedOut, 2s},
         {"trap '' TERM; echo begun; setsid sleep $S & sleep $S; sleep $S", End::TimedOut, 2s},
-        {"echo begun; setsid sleep $S &", End::Exited, 60s},
-    };
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.script);
+        {"echo begun; setsid sleep $S &", End::Exited, 60s}};
+    for (const auto& [script, end, timeout] : cases) {
+        SCOPED_TRACE(script);
         const std::string seconds = uniqueSeconds();
         const auto began = Clock::now();
-        const RunResult result = runShell("S=" + seconds + "; " + row.script, row.timeout);
-        EXPECT_EQ(result.end, row.end);
+        const RunResult result = runShell("S=" + seconds + "; " + script, timeout);
+        EXPECT_EQ(result.end, end);
         EXPECT_EQ(result.output, "begun\n");
         EXPECT_LT(Clock::now() - began, 30s);
         EXPECT_EQ(countSleepers(seconds), 0);
@@ -89,21 +84,16 @@ TEST(Child, ThatCannotRunIsNotStarted) {
     const TemporaryDirectory directory;
     writeFile(directory.path("tool"), "#!/no/such/interpreter\n");
     std::filesystem::permissions(directory.path("tool"), std::filesystem::perms::owner_all);
-    const struct {
-        std::string executable;
-        std::string workingDirectory;
-        const char* reason;
-    } cases[] = {
+    const std::tuple<std::string, std::string, const char*> cases[] = {
         {directory.path("none"), "/", "No such file or directory"},
         {directory.path("tool"), "/", "No such file or directory"},
         {directory.path(""), "/", "Permission denied"},
-        {"/bin/true", directory.path("none"), "No such file or directory"},
-    };
-    for (const auto& row : cases) {
+        {"/bin/true", directory.path("none"), "No such file or directory"}};
+    for (const auto& [executable, workingDirectory, reason] : cases) {
         const RunResult result =
-            runToEnd({row.executable, {}, {}, row.workingDirectory}, KxNNet::Cancellation(), Clock::now() + 10s);
+            runToEnd({executable, {}, {}, workingDirectory}, KxNNet::Cancellation(), Clock::now() + 10s);
         EXPECT_EQ(result.end, End::NotStarted);
-        EXPECT_EQ(result.error, "cannot run '" + row.executable + "': " + row.reason);
+        EXPECT_EQ(result.error, "cannot run '" + executable + "': " + reason);
     }
 }
 

@@ -13,19 +13,15 @@ using namespace KxNTamberWebApi;
 namespace {
 
 TEST(Authorization, FindsTheTokenAmongSubprotocols) {
-    const struct {
-        const char* list;
-        bool offersWanted;
-        std::optional<std::string_view> token;
-    } rows[] = {
+    const std::tuple<const char*, bool, std::optional<std::string_view>> rows[] = {
         {"kx.logs.v1, bearer.abc", true, "abc"},        {"bearer.a.b,other ,\tkx.logs.v1", true, "a.b"},
         {"bearer.first,bearer.second", false, "first"}, {"bearer.,KX.LOGS.V1,Bearer.abc", false, std::nullopt},
         {"kx.logs.v10,,", false, std::nullopt},
     };
-    for (const auto& row : rows) {
-        const OfferedSubprotocols offered = parseSubprotocols(row.list, "kx.logs.v1");
-        EXPECT_EQ(offered.offersWanted, row.offersWanted) << row.list;
-        EXPECT_EQ(offered.token, row.token) << row.list;
+    for (const auto& [list, offersWanted, token] : rows) {
+        const OfferedSubprotocols offered = parseSubprotocols(list, "kx.logs.v1");
+        EXPECT_EQ(offered.offersWanted, offersWanted) << list;
+        EXPECT_EQ(offered.token, token) << list;
     }
 }
 
@@ -81,12 +77,7 @@ TEST(Audit, NoValueCanForgeAFieldOrALine) {
 TEST(AnswerHead, HasTheFieldsOfItsStatusAndOfTheConnection) {
     const std::string rest = "X-Content-Type-Options: nosniff\r\n";
     const std::string fresh = "Cache-Control: no-store\r\n" + rest;
-    const struct {
-        Answer answer;
-        AnswerFraming framing;
-        std::string line;
-        std::string fields;  ///< but for the date
-    } rows[] = {
+    const std::tuple<Answer, AnswerFraming, std::string, std::string> rows[] = {
         {{200, "{}", "a/b", {}}, {}, "HTTP/1.1 200 OK", "Content-Type: a/b\r\nContent-Length: 2\r\n" + fresh},
         {{204, {}, {}, {}}, {}, "HTTP/1.1 204 No Content", fresh},
         {{304, {}, {}, {}, "ETag: x\r\n"}, {}, "HTTP/1.1 304 Not Modified", "ETag: x\r\n" + rest},
@@ -112,14 +103,13 @@ TEST(AnswerHead, HasTheFieldsOfItsStatusAndOfTheConnection) {
          {},
          "HTTP/1.1 429 Too Many Requests",
          "Content-Length: 0\r\nRetry-After: 17\r\n" + fresh},
-        {{503, {}, {}, {}}, {}, "HTTP/1.1 503 Service Unavailable", "Content-Length: 0\r\nRetry-After: 1\r\n" + fresh},
-    };
-    for (const auto& row : rows) {
-        std::string head = makeAnswerHead(row.answer, row.framing);
+        {{503, {}, {}, {}}, {}, "HTTP/1.1 503 Service Unavailable", "Content-Length: 0\r\nRetry-After: 1\r\n" + fresh}};
+    for (const auto& [answer, framing, line, fields] : rows) {
+        std::string head = makeAnswerHead(answer, framing);
         const std::size_t date = head.find("Date: ");
         ASSERT_NE(date, head.npos);
         head.erase(date, head.find('\n', date) + 1 - date);
-        EXPECT_EQ(head, row.line + "\r\n" + row.fields + "\r\n");
+        EXPECT_EQ(head, line + "\r\n" + fields + "\r\n");
     }
 }
 

@@ -1,9 +1,9 @@
 // The kept audit record: nothing breaks its chain but somebody's hand, and that is found.
 
 #include <sys/stat.h>
-#include <sys/syscall.h>
 
-#include <atomic>
+#include <future>
+#include <numeric>
 
 #include "KxJson.h"
 #include "platform/web_api/audit/audit_file.h"
@@ -16,31 +16,11 @@ using namespace KxNTamberWebApi;
 
 namespace {
 
-std::function<void(int file)> beforeSync = [](int) {};
-
-}  // namespace
-
-/// Takes the place of the C library's, so that a test knows what is on the disk and what is not yet.
-extern "C" int fdatasync(int file) {
-    beforeSync(file);
-    return static_cast<int>(::syscall(SYS_fdatasync, file));
-}
-
-namespace {
-
 constexpr std::size_t SMALL = 4000;  // some ten entries a file
 
 AuditRecord change(int number) {
-    return {"127.0.0.1",
-            "token",
-            "administrator",
-            "DELETE",
-            "/containers/{name}",
-            "web\n" + std::to_string(number),
-            204,
-            12,
-            0,
-            {}};
+    const std::string name = "web\n" + std::to_string(number);
+    return {"127.0.0.1", "token", "administrator", "DELETE", "/containers/{name}", name, 204, 12};
 }
 
 std::vector<AuditRecord> changes(int first, int count) {
@@ -59,12 +39,14 @@ AuditVerdict verify(const std::string& path) {
     return verifyAuditFiles(files);
 }
 
+void keepAndWait(AuditKeeper& keeper, const AuditRecord& record) {
+    std::promise<void> kept;
+    keeper.keep(record, [&] { kept.set_value(); });
+    kept.get_future().wait();
+}
+
 class AuditFileTest : public testing::Test {
 protected:
-    ~AuditFileTest() override {
-        beforeSync = [](int) {};
-    }
-
     const TemporaryDirectory directory;
     const std::string path = directory.path("audit.log");
 };
@@ -110,32 +92,20 @@ TEST_F(AuditFileTest, ATamperedRecordIsNamedByFileAndLine) {
     for (std::string line; std::getline(text, line);) {
         lines.push_back(line + "\n");
     }
-    const auto joined = [](const std::vector<std::string>& some) {
-        std::string all;
-        for (const std::string& line : some) {
-            all += line;
-        }
-        return all;
-    };
-    const struct {
-        const char* fault;
-        std::function<void(std::vector<std::string>&)> tamper;
-        const char* told;
-    } rows[] = {
+    const std::tuple<const char*, std::function<void(std::vector<std::string>&)>, const char*> rows[] = {
         {"a word changed", [](auto& all) { all[3].replace(all[3].find("DELETE"), 6, "GET"); }, "audit.log:5: "},
         {"a line removed", [](auto& all) { all.erase(all.begin() + 4); }, "audit.log:5: entry 6 where 5"},
         {"two lines swapped", [](auto& all) { std::swap(all[1], all[2]); }, "audit.log:2: entry 3 where 2"},
         {"another beginning", [](auto& all) { all[0].replace(all[0].rfind("00\""), 1, "1"); }, "audit.log:1: "},
-        {"a line that is none", [](auto& all) { all[5] = "x\n"; }, "audit.log:6: this is no entry"},
-    };
-    for (const auto& row : rows) {
+        {"a line that is none", [](auto& all) { all[5] = "x\n"; }, "audit.log:6: this is no entry"}};
+    for (const auto& [fault, tamper, told] : rows) {
         auto changed = lines;
-        row.tamper(changed);
-        writeFile(path, joined(changed));
-        EXPECT_THAT(verify(path).fault, HasSubstr(row.told)) << row.fault;
+        tamper(changed);
+        writeFile(path, std::accumulate(changed.begin(), changed.end(), ""s));
+        EXPECT_THAT(verify(path).fault, HasSubstr(told)) << fault;
     }
     lines.erase(lines.begin(), lines.begin() + 2);
-    writeFile(path, joined(lines));
+    writeFile(path, std::accumulate(lines.begin(), lines.end(), ""s));
     EXPECT_EQ(verify(path).fault, "");
     EXPECT_THAT(verify(path).notes, ElementsAre(HasSubstr("begin with entry 3")));
 }
@@ -159,17 +129,10 @@ TEST_F(AuditFileTest, WhatIsNoRecordIsSetAsideWhole) {
 }
 
 TEST_F(AuditFileTest, RecordsOfManyThreadsAreOnTheDiskWhenTheyAreToldSo) {
-    std::atomic<int> syncs{0};
-    beforeSync = [&](int) { ++syncs; };
     AuditKeeper keeper(path);
     onThreads(4, [&](int thread) {
         for (int round = 0; round < 25; ++round) {
-            std::atomic<bool> isKept{false};
-            keeper.keep(change(100 * thread + round), [&] {
-                isKept = true;
-                isKept.notify_one();
-            });
-            isKept.wait(false);
+            keepAndWait(keeper, change(100 * thread + round));
             EXPECT_THAT(readFile(path), HasSubstr("web\\n" + std::to_string(100 * thread + round) + "\""));
         }
     });
@@ -187,19 +150,11 @@ TEST_F(AuditFileTest, WhatCannotBeWrittenIsCountedAndTheNextIsWritten) {
     const std::string inTheWay = directory.path("place/audit.log");
     std::filesystem::create_directory(inTheWay);
     AuditKeeper keeper(inTheWay);
-    const auto keep = [&] {
-        std::atomic<bool> isKept{false};
-        keeper.keep(change(1), [&] {
-            isKept = true;
-            isKept.notify_one();
-        });
-        isKept.wait(false);
-    };
-    keep();
+    keepAndWait(keeper, change(1));
     EXPECT_EQ(keeper.state().lost, 1u);
     EXPECT_THAT(keeper.state().problem, AllOf(HasSubstr(inTheWay), HasSubstr("cannot be opened")));
     std::filesystem::remove(inTheWay);
-    keep();
+    keepAndWait(keeper, change(1));
     EXPECT_EQ(keeper.state().problem, "");
     EXPECT_EQ(verify(inTheWay).entries, 1u);
 }

@@ -32,8 +32,7 @@ TEST(ContentDispositionTest, GivesTypeFieldAndFile) {
         {"attachment; filename=...", "attachment||..."},
         {"attachment; filename=a; filename=b", "attachment||a"},
         {"attachment", "attachment||"},
-        {"attachment; filename=", "attachment||"},
-    };
+        {"attachment; filename=", "attachment||"}};
     std::string error;
     for (const auto& [value, expected] : rows) {
         const auto parsed = parseContentDisposition(value, error);
@@ -54,11 +53,7 @@ TEST(ContentDispositionTest, GivesTypeFieldAndFile) {
 
 TEST(ContentTypeTest, GivesTheMediaTypeAndAUsableBoundary) {
     const std::string seventy(70, 'b');
-    const struct {
-        std::string value;
-        const char* mediaType;  // null when there is none
-        std::string boundary;
-    } rows[] = {
+    const std::tuple<std::string, const char*, std::string> rows[] = {
         {"application/json", "application/json", ""},
         {" Application/JSON ; charset=utf-8", "application/json", ""},
         {"multipart/form-data; charset=x; boundary=AbC", "multipart/form-data", "AbC"},
@@ -73,14 +68,13 @@ TEST(ContentTypeTest, GivesTheMediaTypeAndAUsableBoundary) {
         {"json", nullptr, ""},
         {"application/", nullptr, ""},
         {"/json", nullptr, ""},
-        {"a b/c", nullptr, ""},
-    };
-    for (const auto& row : rows) {
-        const auto parsed = parseContentType(row.value);
-        ASSERT_EQ(parsed.has_value(), row.mediaType != nullptr) << row.value;
+        {"a b/c", nullptr, ""}};
+    for (const auto& [value, mediaType, boundary] : rows) {
+        const auto parsed = parseContentType(value);
+        ASSERT_EQ(parsed.has_value(), mediaType != nullptr) << value;
         if (parsed) {
-            EXPECT_EQ(parsed->mediaType, row.mediaType) << row.value;
-            EXPECT_EQ(parsed->boundary, row.boundary) << row.value;
+            EXPECT_EQ(parsed->mediaType, mediaType) << value;
+            EXPECT_EQ(parsed->boundary, boundary) << value;
         }
     }
 }

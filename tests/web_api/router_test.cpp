@@ -51,11 +51,7 @@ protected:
 };
 
 TEST_F(RouterTest, GivesTheStatedAnswer) {
-    const struct {
-        const char* method;
-        const char* target;  // below the base path
-        const char* expected;
-    } rows[] = {
+    const std::tuple<const char*, const char*, const char*> rows[] = {
         {"GET", "/containers", "listContainers"},
         {"HEAD", "/containers", "listContainers"},
         {"POST", "/containers", "405 GET, HEAD, OPTIONS"},
@@ -93,10 +89,9 @@ TEST_F(RouterTest, GivesTheStatedAnswer) {
          "stopContainer name='x' timeout=<-9223372036854775808>"},
         {"POST", "/containers/x/stop?timeout=007", "stopContainer name='x' timeout=<7>"},
         {"PUT", "/plugins/p/activate?pluginVersion=1.0+b%2B%26?", "activatePlugin name='p' pluginVersion='1.0+b+&?'"},
-        {"PUT", "/plugins/p/activate?pluginVersion", "activatePlugin name='p' pluginVersion=''"},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(route(row.method, std::string(base) + row.target), row.expected) << row.target;
+        {"PUT", "/plugins/p/activate?pluginVersion", "activatePlugin name='p' pluginVersion=''"}};
+    for (const auto& [method, target, expected] : rows) {
+        EXPECT_EQ(route(method, std::string(base) + target), expected) << target;
     }
 }
 
@@ -159,13 +154,11 @@ TEST(RouterTableTest, RefusesRecordsThatContradict) {
     const KxSTamberWebApiParameter* const idOnly[] = {&id, nullptr};
     const KxSTamberWebApiParameter* const oddOnly[] = {&odd, nullptr};
     const KxSTamberWebApiEndpoint good{1, "good", METHOD_GET, "/a/{id}", nullptr, idOnly, 0, 0};
-    const KxSTamberWebApiEndpoint bad[] = {
-        {3, "same", METHOD_GET, "/a/{id}", nullptr, idOnly, 0, 0},
-        {4, "unknownMethod", 6, "/b", nullptr, nullptr, 0, 0},
-        {5, "noSuchPlaceholder", METHOD_GET, "/b", nullptr, idOnly, 0, 0},
-        {6, "unknownType", METHOD_GET, "/b", nullptr, oddOnly, 0, 0},
-        {7, "relative", METHOD_GET, "b", nullptr, nullptr, 0, 0},
-    };
+    const KxSTamberWebApiEndpoint bad[] = {{3, "same", METHOD_GET, "/a/{id}", nullptr, idOnly, 0, 0},
+                                           {4, "unknownMethod", 6, "/b", nullptr, nullptr, 0, 0},
+                                           {5, "noSuchPlaceholder", METHOD_GET, "/b", nullptr, idOnly, 0, 0},
+                                           {6, "unknownType", METHOD_GET, "/b", nullptr, oddOnly, 0, 0},
+                                           {7, "relative", METHOD_GET, "b", nullptr, nullptr, 0, 0}};
     for (const KxSTamberWebApiEndpoint& record : bad) {
         const KxSTamberWebApiEndpoint* const table[] = {&good, &record, nullptr};
         EXPECT_THROW(Router(table, "", ""), std::invalid_argument) << record.operationId;

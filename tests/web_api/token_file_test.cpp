@@ -21,7 +21,12 @@ protected:
         ::chmod(path.c_str(), mode);
     }
 
-    const KxNTests::TemporaryDirectory directory;
+    void refuse(const std::string& reason) {
+        EXPECT_FALSE(loadOrCreateToken(path, error));
+        EXPECT_THAT(error, HasSubstr(reason));
+    }
+
+    const TemporaryDirectory directory;
     const std::filesystem::path path = directory.path("sub/api-token");
     std::string error;
 };
@@ -49,28 +54,19 @@ TEST_F(TokenFileTest, TakesOneLineAndDoesNotRepeatWhatIsNone) {
           secret + "\"", secret + std::string(1, '\0'), secret + "\xC3\xA9", std::string(1025, 'a'),
           std::string(100000, 'a')}) {
         write(text);
-        EXPECT_FALSE(loadOrCreateToken(path, error));
-        EXPECT_THAT(error, HasSubstr("'" + path.string() + "' does not hold one line"));
+        refuse("'" + path.string() + "' does not hold one line");
         EXPECT_THAT(error, Not(HasSubstr(secret)));
     }
 }
 
-TEST_F(TokenFileTest, RefusesAFileThatIsNotOursAlone) {
+TEST_F(TokenFileTest, RefusesWhatIsNotOursAloneAndWhatIsNoRegularFileWithoutBlocking) {
     write(secret, 0610);
-    EXPECT_FALSE(loadOrCreateToken(path, error));
-    EXPECT_THAT(error, HasSubstr("can be accessed by group or others"));
+    refuse("can be accessed by group or others");
     write(secret);
     if (::chown(path.c_str(), 65534, 65534) == 0) {
-        EXPECT_FALSE(loadOrCreateToken(path, error));
-        EXPECT_THAT(error, HasSubstr("belongs to user 65534"));
+        refuse("belongs to user 65534");
     }
-}
-
-TEST_F(TokenFileTest, RefusesWhatIsNoRegularFileWithoutBlocking) {
-    const auto refuse = [&](const char* reason) {
-        EXPECT_FALSE(loadOrCreateToken(path, error));
-        EXPECT_THAT(error, HasSubstr(reason));
-    };
+    std::filesystem::remove(path);
     std::filesystem::create_directories(path);
     refuse("is not a regular file");
     std::filesystem::remove(path);
