@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <list>
+#include <mutex>
 #include <vector>
 
 #include "KxLog.h"
@@ -10,7 +11,7 @@
 
 namespace KxNTamberWebApi {
 
-Answer describeApi(const ServerCore& core) {
+Answer describeApi(ServerCore& core) {
     std::list<HandlerUse> uses;  // the schemas live as long as their handlers
     std::vector<DescribedTable> tables;
     for (const auto& registration : core.registrations) {
@@ -23,7 +24,11 @@ Answer describeApi(const ServerCore& core) {
     KxCHandler& first = *uses.front().handler();
     const ApiTexts texts{first.getServiceTitle(), first.getDescription(), first.getVersion(), first.getBasePath(true)};
     try {
-        return {200, makeOpenApiDocument(texts, tables, core.access->needsToken()), "application/json", {}};
+        const std::lock_guard lock(core.describing);
+        if (core.description.empty()) {
+            core.description = makeOpenApiDocument(texts, tables, core.access->needsToken());
+        }
+        return {200, core.description, "application/json", {}};
     } catch (const std::exception& failure) {
         KxCRTE_LOG(4, "Korvex Container Service: Web API cannot describe itself: %s", failure.what());
         return makeRefusal(500, "Internal error");

@@ -6,9 +6,9 @@
 
 namespace KxNTamberWebApi {
 
-/// Describes the API of all handlers. The document is made for each request: it is seldom asked for, and keeping it
-/// would cost every device several hundred KiB. 503 when a handler has been detached, 500 when its tables are wrong,
-/// which is logged. Takes some milliseconds; any thread.
-Answer describeApi(const ServerCore& core);
+/// Describes the API of all handlers. The document is made when it is first asked for, which takes some milliseconds,
+/// and then kept: most devices are never asked. 503 when a handler has been detached, 500 when its tables are wrong,
+/// which is logged. Any thread.
+Answer describeApi(ServerCore& core);
 
 }  // namespace KxNTamberWebApi

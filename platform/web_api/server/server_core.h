@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -98,6 +99,9 @@ struct ServerCore {
     std::vector<std::shared_ptr<KxCHandler::Registration>> registrations;  ///< of the handlers, in their order
     std::optional<StaticFiles> files;
     ServerObserver* observer = nullptr;
+
+    std::mutex describing;    ///< for `description`
+    std::string description;  ///< of the API, once somebody has asked for it
 };
 
 }  // namespace KxNTamberWebApi
