@@ -70,7 +70,8 @@ def test_page_that_came_in_half_is_loaded_again(page):
 
 @pytest.fixture
 def page_over_tls(page):
-    CERTIFICATES.mkdir(parents=True, exist_ok=True)
+    shutil.rmtree(CERTIFICATES, ignore_errors=True)  # what another test has left there
+    CERTIFICATES.mkdir(parents=True)
     certificate, key = CERTIFICATES / "server.crt", CERTIFICATES / "server.key"
     subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "200",
                     "-subj", "/CN=target", "-addext", "subjectAltName = IP:127.0.0.1", "-keyout", key, "-out", certificate],
