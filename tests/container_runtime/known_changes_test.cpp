@@ -71,6 +71,23 @@ TEST(KnownContainers, NothingIsToldTwiceAndNothingIsMissed) {
     EXPECT_TRUE(containers.all().empty());
 }
 
+TEST(KnownContainers, ANameThatLivesOnIsNotToldAsRemoved) {
+    const std::tuple<const char*, std::int64_t, json, const char*> events[] = {
+        {"of a former one, older than the list", 900, eventOf("create", "1", "a"), ""},
+        {"and its end", 990, eventOf("remove", "1", "a"), ""},
+        {"the next one, that has the name before", 1100, eventOf("create", "3", "a"), "create a"},
+        {"the end of the one before is told", 1101, eventOf("remove", "2", "a"), ""},
+        {"the last one", 1200, eventOf("remove", "3", "a"), "remove a"}};
+    KnownContainers containers;
+    std::vector<KxSChange> changes;
+    containers.takeList(json{entryOf("2", "a", "created")}, 1000, changes);
+    for (const auto& [fault, time, event, told] : events) {
+        changes.clear();
+        containers.takeEvent(event, time, changes);
+        EXPECT_EQ(textOf(changes), told) << fault;
+    }
+}
+
 TEST(KnownImages, EachNameIsToldByWhatBecameOfIt) {
     const json before = {{{"Id", "1"}, {"RepoTags", {"a:1", "b:1"}}}, {{"Id", "2"}, {"RepoTags", {"c:1"}}}};
     const json after = {{{"Id", "1"}, {"RepoTags", {"a:1", "d:1"}}}, {{"Id", "3"}, {"RepoTags", nullptr}}};

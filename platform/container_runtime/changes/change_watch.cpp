@@ -172,6 +172,7 @@ void ChangeWatch::takeEvent(std::string_view line) {
 
 bool ChangeWatch::takeLists() {
     const auto begin = std::chrono::steady_clock::now();
+    const std::int64_t utcMilliseconds = KxCVorrelClock::utcMilliseconds();
     KxNJson::json list;
     if (!ask("/containers/json?all=true", CONTAINER_KEYS, list)) {
         return false;
@@ -182,7 +183,7 @@ bool ChangeWatch::takeLists() {
     {
         const std::lock_guard lock(knownMutex);
         isFirst = !containers.hasList();
-        containers.takeList(list, KxCVorrelClock::utcMilliseconds(), changes);
+        containers.takeList(list, utcMilliseconds, changes);
     }
     tell(changes);
     const bool isDone = takeImages();

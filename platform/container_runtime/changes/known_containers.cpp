@@ -100,13 +100,15 @@ void KnownContainers::takeEvent(const json& event, std::int64_t utcMilliseconds,
     if (verb == "remove") {
         if (found != containers.end()) {
             containers.erase(found);
-            changes.push_back({"container", verb, name, utcMilliseconds});
+            if (!isNamed(name)) {  // a new one may have the name before the removal of the old one is told
+                changes.push_back({"container", verb, name, utcMilliseconds});
+            }
         }
         return;
     }
     const bool isNew = found == containers.end();
-    if (isNew && verb != "create" && verb != "start") {
-        return;  // a list has told that it is gone
+    if (isNew && ((verb != "create" && verb != "start") || utcMilliseconds < listTime)) {
+        return;  // a list has told that it is gone; another one may have its name by now
     }
     if (isNew) {
         found = containers.emplace(key, Known{}).first;
@@ -126,7 +128,12 @@ void KnownContainers::takeEvent(const json& event, std::int64_t utcMilliseconds,
     }
 }
 
+bool KnownContainers::isNamed(const std::string& name) const {
+    return std::any_of(containers.begin(), containers.end(), [&](const auto& one) { return one.second.name == name; });
+}
+
 void KnownContainers::takeList(const json& list, std::int64_t utcMilliseconds, std::vector<KxSChange>& changes) {
+    listTime = utcMilliseconds;
     const auto tell = [&](const char* action, const std::string& name) {
         if (wasListed) {
             changes.push_back({"container", action, name, utcMilliseconds});

@@ -22,8 +22,8 @@ public:
     /// Takes one of Podman's container events. Appends the change that it is, if it is news.
     void takeEvent(const KxNJson::json& event, std::int64_t utcMilliseconds, std::vector<KxSChange>& changes);
 
-    /// Takes the list of all containers, an array of {"Id", "Names", "State"}. Appends the changes that make what was
-    /// known what is; the first list gives none.
+    /// Takes the list of all containers, an array of {"Id", "Names", "State"}, that was asked for at `utcMilliseconds`.
+    /// Appends the changes that make what was known what is; the first list gives none.
     void takeList(const KxNJson::json& list, std::int64_t utcMilliseconds, std::vector<KxSChange>& changes);
 
     std::vector<KxSKnownContainer> all() const;
@@ -43,10 +43,12 @@ private:
     };
 
     const char* keep(std::string_view state);
+    bool isNamed(const std::string& name) const;
 
     std::unordered_map<Id, Known, IdHash> containers;
     std::set<std::string, std::less<>> states;
     bool wasListed = false;
+    std::int64_t listTime = 0;
 };
 
 }  // namespace KxNContainer
