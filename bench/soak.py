@@ -38,7 +38,7 @@ WAYS = [Way(tls=False, warm_up_rounds=3, rounds=9, upload=9, streams=11, peak=20
 
 # Each thread keeps freed memory for itself, at most a few hundred KiB, and fills up slowly. Such a gain says nothing, and
 # one as large could hide a leak: while growth is judged, threads keep none (glibc's manual, Memory Allocation Tunables).
-WITHOUT_THREAD_CACHES = ("env", "GLIBC_TUNABLES=glibc.malloc.tcache_count=0")
+WITHOUT_THREAD_CACHES = ("env", "GLIBC_TUNABLES=glibc.malloc.tcache_count=0:glibc.pthread.stack_cache_size=0")
 
 
 def connect_and_go(service):

@@ -30,6 +30,7 @@ constexpr std::int64_t OVERLAP_MILLISECONDS = 2'000;
 /// Lists take long where there is much to list: between two of them passes so many times the time that one takes.
 constexpr int LIST_TIME_SHARE = 50;
 constexpr milliseconds RETRY_PAUSE{200};
+constexpr milliseconds SHORTEST_LONG_PAUSE{800};
 constexpr milliseconds LONGEST_RETRY_PAUSE{30'000};
 /// Events about images come in bursts; one look at the list serves for one.
 constexpr milliseconds IMAGE_PAUSE{200};
@@ -123,7 +124,8 @@ void ChangeWatch::run() {
         const bool lasted = std::chrono::steady_clock::now() - begin >= FIRST_STREAM_TIME;
         wasLost = !wasOpen || !lasted;
         // Where Podman ends a stream at once time after time, nobody is to be kept busy with its lists.
-        pause = wasOpen && !lasted ? std::min(2 * pause, LONGEST_RETRY_PAUSE) : RETRY_PAUSE;
+        const milliseconds longest = std::clamp(LIST_TIME_SHARE * listTime, SHORTEST_LONG_PAUSE, LONGEST_RETRY_PAUSE);
+        pause = wasOpen && !lasted ? std::min(2 * pause, longest) : RETRY_PAUSE;
         pollfd ended{stopping->descriptor(), POLLIN, 0};
         ::poll(&ended, 1, wasLost ? static_cast<int>(pause.count()) : 0);
     }

@@ -178,8 +178,8 @@ void Upload::carryBody(bool mayHoldSession) {
     std::unique_ptr<char[]> large;
     while (request.hasBody && !over && !body.isComplete()) {
         if (!large && fileSize >= LONG_FILE) {
-            large.reset(new char[limits.uploadBuffer]);
             beginning.reset();
+            large.reset(new char[limits.uploadBuffer]);
         }
         const std::span room =
             large ? std::span(large.get(), limits.uploadBuffer) : std::span(beginning.get(), beginningRoom);
