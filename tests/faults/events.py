@@ -46,7 +46,9 @@ class Mirror:
 
     def take(self, event):
         with self.lock:
-            if event.get("kind") == "container" and event["name"] in NAMES and event["action"] in STATES:
+            if event.get("relist"):
+                self.containers, self.images = containers_that_are(), tags_that_are()
+            elif event.get("kind") == "container" and event["name"] in NAMES and event["action"] in STATES:
                 state = STATES[event["action"]]
                 self.containers[event["name"]] = state
                 self.seen[event["name"], event["action"]] = time.monotonic()
