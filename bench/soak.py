@@ -108,7 +108,7 @@ CLIENTS = [connect_and_go, break_off_handshakes, abort_requests, ask_without_tok
 def held(service, double):
     """What the service holds once the clients are gone: KiB of memory, threads, descriptors."""
     kx.wait_until(lambda: double.open_streams() == 0, 30, "the end of the streams in the double")
-    time.sleep(12)  # request threads that pressure added end after ten idle seconds
+    time.sleep(15)  # threads that pressure added end after ten idle seconds; for twelve memory is given back
     return service.usage.resident_kib(), service.usage.threads(), service.usage.descriptors()
 
 

@@ -90,7 +90,7 @@ def test_goes_on_over_a_restart_of_the_service(counting):
     page.wait_text("No connection to the service since")
     page.device.start()
     page.wait_text("following", 40)
-    assert "No connection" not in page.browser.text()
+    page.browser.wait("return !document.body.innerText.includes('No connection')", seconds=10)
     assert_nothing_is_missing(page, shown + 50)
 
 
