@@ -252,8 +252,12 @@ class Service:
     def descriptors(self):
         return len(os.listdir(f"/proc/{self.pid}/fd"))
 
-    def resident_kib(self):
-        return int(pathlib.Path(f"/proc/{self.pid}/status").read_text().split("VmRSS:")[1].split()[0])
+    def resident_kib(self, what="VmRSS"):
+        return int(pathlib.Path(f"/proc/{self.pid}/status").read_text().split(f"{what}:")[1].split()[0])
+
+    def own_kib(self):
+        """Without the pages of files that it has mapped: the journal's, which the kernel takes back when it wants to."""
+        return self.resident_kib("RssAnon")
 
     def is_sanitized(self):
         """A sanitizer keeps its own notes of each byte, so that memory says nothing."""
