@@ -38,7 +38,8 @@ KxCWebSocket::State::State(ConnectionRegistry& allConnections, RequestThreads& r
       limits(serverLimits),
       request(std::move(requested)),
       stream(std::move(connection)),
-      frames(limits.clientMessage) {
+      frames(limits.clientMessage),
+      liveness(limits) {
     closeDeadline.set(limits.closeHandshake);
 }
 
@@ -323,7 +324,7 @@ Task<void> KxCWebSocket::State::drain(std::shared_ptr<State> self) {
 void KxCWebSocket::State::ping() {
     std::unique_lock lock(mutex);
     if (isWriting || isDestroyed || isClosing) {
-        pingedAt = 0;  // no pong will come
+        liveness.pingWasNotSent();
         return;
     }
     lock.unlock();
@@ -388,59 +389,24 @@ void KxCWebSocket::State::onGrantEnded() {
 }
 
 void KxCWebSocket::State::sweep(std::int64_t now) {
-    const KxNNet::TcpProgress progress = KxNNet::readTcpProgress(stream->descriptor());
-    const bool hasReceived = progress.bytesReceived != bytesReceived;
-    const bool isAcknowledging = progress.bytesAcknowledged != bytesAcknowledged;
-    bytesReceived = progress.bytesReceived;
-    bytesAcknowledged = progress.bytesAcknowledged;
-    if (isAcknowledging || lastAcknowledged == 0) {
-        lastAcknowledged = now;
-    }
-    bool dataWaits;
-    bool isLeaving;
-    bool clientHasEnded;
+    Liveness::Facts facts{.serverEnds = isEnding, .closeIsLate = closeDeadline.hasPassed(now)};
     {
         std::lock_guard lock(mutex);
-        dataWaits = isWriting;
-        isLeaving = isClosing;
-        clientHasEnded = clientHasClosed || clientIsBroken;
+        facts.dataWaits = isWriting;
+        facts.closeIsDue = isClosing;
+        facts.clientHasEnded = clientHasClosed || clientIsBroken;
     }
-    if (isEnding && (dataWaits || isLeaving)) {
-        if (now - lastAcknowledged >= limits.farewell.count()) {
+    switch (liveness.judge(now, KxNNet::readTcpProgress(stream->descriptor()), facts)) {
+        case Liveness::Verdict::lives:
+            break;
+        case Liveness::Verdict::mustBePinged:
+            if (const auto self = weak_from_this().lock()) {
+                boost::asio::post(stream->executor(), [self] { self->ping(); });
+            }
+            break;
+        case Liveness::Verdict::isLost:
             stream->cut();
-        }
-        return;
-    }
-    if (closeDeadline.hasPassed(now)) {
-        // Megabytes of the stream's end may still wait in the kernel for a client that is slow, but wants them.
-        const bool isWanted = progress.bytesWaiting > 0 && !clientHasEnded;
-        const auto patience = isWanted ? limits.streamProgress : limits.closeHandshake;
-        if (now - lastAcknowledged >= patience.count()) {
-            stream->cut();
-        }
-        return;
-    }
-    if (hasReceived || isAcknowledging || lastMoved == 0) {
-        lastMoved = now;
-    }
-    if (hasReceived) {
-        pingedAt = 0;
-    }
-    // A client that takes nothing is given up whatever it sends.
-    waitingSince = !dataWaits ? 0 : waitingSince == 0 || isAcknowledging ? now : waitingSince;
-    std::int64_t awaitedSince = pingedAt;
-    if (dataWaits && awaitedSince != 0 && pingedAt.compare_exchange_strong(awaitedSince, now)) {
-        awaitedSince = now;  // a pong may have to wait behind the data
-    }
-    const bool isStuck = dataWaits && now - waitingSince >= limits.streamProgress.count();
-    const bool isSilent = !dataWaits && awaitedSince != 0 && now - awaitedSince >= limits.pongWithin.count();
-    if (isStuck || isSilent) {
-        stream->cut();
-    } else if (!dataWaits && awaitedSince == 0 && now - lastMoved >= limits.pingAfter.count()) {
-        pingedAt = now;
-        if (const auto self = weak_from_this().lock()) {
-            boost::asio::post(stream->executor(), [self] { self->ping(); });
-        }
+            break;
     }
 }
 

@@ -27,6 +27,7 @@
 #include "platform/web_api/http/answer.h"
 #include "platform/web_api/threads/request_threads.h"
 #include "platform/web_api/websocket/frames.h"
+#include "platform/web_api/websocket/liveness.h"
 
 namespace KxNTamberWebApi {
 
@@ -115,14 +116,7 @@ private:
     bool isInCallback = false;
     bool closeWasTold = false;
 
-    std::atomic<std::int64_t> pingedAt{0};  // 0 while no pong is awaited
-
-    // The sweep's own.
-    std::uint64_t bytesAcknowledged = 0;
-    std::uint64_t bytesReceived = 0;
-    std::int64_t lastMoved = 0;
-    std::int64_t lastAcknowledged = 0;
-    std::int64_t waitingSince = 0;  // 0 while nothing waits to be sent
+    Liveness liveness;  // the sweep's own, but for pings that were not sent
 };
 
 }  // namespace KxNTamberWebApi
