@@ -86,38 +86,8 @@ void letGo(Owner owner) {
 constexpr std::uint32_t DIRECTORY_EVENTS = IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_DELETE_SELF | IN_OPEN;
 constexpr std::uint32_t EXIT_EVENTS = IN_CREATE | IN_MOVED_TO;
 
-/// Calls `take` for each event that is there.
-template <class Take>
-void readEvents(int descriptor, Take take) {
-    alignas(inotify_event) std::array<char, 2048> events;  // on the stack of a stream, too
-    while (true) {
-        const ssize_t size = ::read(descriptor, events.data(), events.size());
-        if (size <= 0) {
-            return;
-        }
-        for (const char* at = events.data(); at < events.data() + size;) {
-            const auto& event = *reinterpret_cast<const inotify_event*>(at);
-            take(event);
-            at += sizeof event + event.len;
-        }
-    }
-}
-
-std::string_view nameOf(const inotify_event& event) {
-    return event.len == 0 ? std::string_view() : std::string_view(event.name);
-}
-
 std::string procPath(int descriptor) {
     return "/proc/self/fd/" + std::to_string(descriptor);
-}
-
-/// Adds to the events that are watched for already, as somebody else may watch the same directory.
-int watchPath(int inotify, const std::string& path, std::uint32_t events) {
-    const int watch = ::inotify_add_watch(inotify, path.c_str(), events | IN_MASK_ADD);
-    if (watch < 0) {
-        throw systemError("Cannot watch '" + path + "'");
-    }
-    return watch;
 }
 
 bool isReadable(int descriptor) {
@@ -148,13 +118,10 @@ void LogWatch::startThread() {
     if (thread.joinable()) {
         thread.join();  // it has left already
     }
+    places = Inotify::make();
+    changes = Inotify::make();
     poller = UniqueFd(::epoll_create1(EPOLL_CLOEXEC));
-    places = UniqueFd(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-    changes = UniqueFd(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
-    if (!poller || !places || !changes) {
-        throw systemError("Cannot watch a container's log");
-    }
-    for (const int descriptor : {places.get(), changes.get(), commands.descriptor()}) {
+    for (const int descriptor : {places.descriptor(), changes.descriptor(), commands.descriptor()}) {
         epoll_event event{EPOLLIN, {.fd = descriptor}};
         if (::epoll_ctl(poller.get(), EPOLL_CTL_ADD, descriptor, &event) != 0) {
             throw systemError("Cannot watch a container's log");
@@ -186,7 +153,7 @@ std::shared_ptr<FollowedLog> LogWatch::follow(const std::string& containerId, co
             const std::size_t slash = path.rfind('/');
             added.directory = path.substr(0, std::max<std::size_t>(slash, 1));
             added.fileName = path.substr(slash + 1);
-            added.directoryWatch = watchPath(places.get(), added.directory, DIRECTORY_EVENTS);
+            added.directoryWatch = places.watch(added.directory, DIRECTORY_EVENTS);
             openFirst(added);
             openTouched();
         }
@@ -237,7 +204,7 @@ bool LogWatch::watchWriter(const std::shared_ptr<FollowedLog>& log, pid_t contai
     watched.writer = std::move(writer);
     log->beginRun(true);
     if (!watched.writer.exitDirectory.empty()) {
-        watched.exitWatch = watchPath(places.get(), watched.writer.exitDirectory, EXIT_EVENTS);
+        watched.exitWatch = places.watch(watched.writer.exitDirectory, EXIT_EVENTS);
         takeExitFile(watched);
     }
     return true;
@@ -255,11 +222,11 @@ void LogWatch::run() {
         const std::lock_guard lock(mutex);
         for (int index = 0; index < count; ++index) {
             const int descriptor = events[static_cast<std::size_t>(index)].data.fd;
-            if (descriptor == places.get()) {
+            if (descriptor == places.descriptor()) {
                 readPlaces();
             } else if (descriptor == commands.descriptor()) {
                 commands.silence();
-            } else if (descriptor != changes.get()) {
+            } else if (descriptor != changes.descriptor()) {
                 takeWriterEnd(descriptor);
             }
         }
@@ -285,17 +252,17 @@ int LogWatch::waitTime() {
 }
 
 void LogWatch::readPlaces() {
-    readEvents(places.get(), [&](const inotify_event& event) { takePlaceEvent(event); });
+    places.read([&](const inotify_event& event) { takePlaceEvent(event); });
 }
 
 void LogWatch::takePlaceEvent(const inotify_event& event) {
     const bool isOverflow = (event.mask & IN_Q_OVERFLOW) != 0;
     for (const auto& watched : logs) {
-        if (!isOverflow && event.wd == watched->exitWatch && nameOf(event) == watched->log->containerId) {
+        if (!isOverflow && event.wd == watched->exitWatch && Inotify::nameOf(event) == watched->log->containerId) {
             takeExitFile(*watched);
         }
         const bool isOwn = event.wd == watched->directoryWatch &&
-                           ((event.mask & IN_DELETE_SELF) != 0 || nameOf(event) == watched->fileName);
+                           ((event.mask & IN_DELETE_SELF) != 0 || Inotify::nameOf(event) == watched->fileName);
         if (isOwn && (event.mask & IN_OPEN) != 0) {
             watched->isOpened = true;
         } else if (isOwn || isOverflow) {
@@ -337,10 +304,8 @@ void LogWatch::openAgain(Watched& watched) {
         file = known.back().file;
     }
     if (file && (known.empty() || known.back().file != file)) {
-        if (watched.fileWatch >= 0) {
-            ::inotify_rm_watch(changes.get(), watched.fileWatch);
-        }
-        watched.fileWatch = watchPath(changes.get(), procPath(file->descriptor()), IN_MODIFY);
+        changes.remove(watched.fileWatch);
+        watched.fileWatch = changes.watch(procPath(file->descriptor()), IN_MODIFY);
     }
     if (auto dropped = log.takeFile(file, replacements); !dropped.empty()) {
         letGo(std::move(dropped));
@@ -379,7 +344,7 @@ void LogWatch::readChanges() {
         return;
     }
     std::vector<Watched*> changed;
-    readEvents(changes.get(), [&](const inotify_event& event) {
+    changes.read([&](const inotify_event& event) {
         for (const auto& watched : logs) {
             if (event.wd == watched->fileWatch &&
                 std::find(changed.begin(), changed.end(), watched.get()) == changed.end()) {
@@ -393,8 +358,8 @@ void LogWatch::readChanges() {
     }
     const bool isBusy = !changed.empty() && now - lastChange < BUSY_TIME;
     if (isBusy != isGathering) {
-        epoll_event event{isBusy ? 0U : std::uint32_t{EPOLLIN}, {.fd = changes.get()}};
-        ::epoll_ctl(poller.get(), EPOLL_CTL_MOD, changes.get(), &event);
+        epoll_event event{isBusy ? 0U : std::uint32_t{EPOLLIN}, {.fd = changes.descriptor()}};
+        ::epoll_ctl(poller.get(), EPOLL_CTL_MOD, changes.descriptor(), &event);
         isGathering = isBusy;
     }
     if (!changed.empty()) {
@@ -417,9 +382,7 @@ void LogWatch::forgetUnused() {
 }
 
 void LogWatch::forget(Watched& watched) {
-    if (watched.fileWatch >= 0) {
-        ::inotify_rm_watch(changes.get(), watched.fileWatch);
-    }
+    changes.remove(watched.fileWatch);
     const std::array<int, 2> watches{watched.directoryWatch, watched.exitWatch};
     const auto place =
         std::find_if(logs.begin(), logs.end(), [&](const auto& other) { return other.get() == &watched; });
@@ -435,8 +398,8 @@ void LogWatch::removeWatch(int watch) {
     const bool isNeeded = std::any_of(logs.begin(), logs.end(), [&](const auto& other) {
         return other->directoryWatch == watch || other->exitWatch == watch;
     });
-    if (watch >= 0 && !isNeeded) {
-        ::inotify_rm_watch(places.get(), watch);
+    if (!isNeeded) {
+        places.remove(watch);
     }
 }
 

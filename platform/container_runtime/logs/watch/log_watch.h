@@ -1,8 +1,6 @@
 // The thread that sees what happens to the logs that are followed.
 #pragma once
 
-#include <sys/inotify.h>
-
 #include <chrono>
 #include <memory>
 #include <mutex>
@@ -13,6 +11,7 @@
 
 #include "platform/common/unique_fd.h"
 #include "platform/container_runtime/logs/watch/followed_log.h"
+#include "platform/container_runtime/logs/watch/inotify.h"
 #include "platform/container_runtime/logs/watch/log_writer.h"
 
 namespace KxNContainer {
@@ -62,9 +61,9 @@ private:
     std::vector<std::unique_ptr<Watched>> logs;
     bool isRunning = false;
 
-    KxNCommon::UniqueFd poller;   ///< epoll(7)
-    KxNCommon::UniqueFd places;   ///< inotify(7): directories of logs and of exit files; at once
-    KxNCommon::UniqueFd changes;  ///< inotify(7): the files; what a busy log does is gathered for a moment
+    KxNCommon::UniqueFd poller;  ///< epoll(7)
+    Inotify places;              ///< directories of logs and of exit files; at once
+    Inotify changes;             ///< the files; what a busy log does is gathered for a moment
     LogBell commands;
     bool isGathering = false;
     Clock::time_point lastChange{};
