@@ -136,7 +136,9 @@ class Container:
         else:
             with open(self.log_path if self.log_path.exists() else self.log, "rb") as file:
                 file.seek(max(0, file.seek(0, os.SEEK_END) - 4096))
-                text = b"\n".join(line for line in file.read().split(b"\n")[:-1] if b" F " in line).decode(errors="replace")
+                pieces = re.findall(rb"^\S+ std(?:out|err) ([FP]) (.*)\n", file.read(), re.MULTILINE)
+            text = b"".join(piece + (b"\n" if kind == b"F" else b"") for kind, piece in pieces).decode(errors="replace")
+            text = text[:text.rfind("\n") + 1]
         return max((int(number) for number in LINE.findall(text)), default=0)
 
     def wait_for_line(self, number, seconds=60):
