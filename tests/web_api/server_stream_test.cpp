@@ -67,7 +67,8 @@ public:
     }
 };
 
-/// An operation that stays until the stream has ended, as one that follows a log does, and knows what it was told.
+/// An operation that stays until it is told that the stream has ended, as one that follows a log does. One stream at a
+/// time.
 class Follower {
 public:
     explicit Follower(TestHandler& handler) {
@@ -88,8 +89,9 @@ private:
     }
 
     void follow(KxCErrorListPool& pool, KxCWebSocket* socket) {
+        const int closesBefore = closes;
         socket->sendText(pool, "begun", 5, -1, false);
-        waitFor([&] { return !socket->isOpen(); }, 60s);
+        waitFor([&] { return closes != closesBefore; }, 60s);
         socket->sendText(pool, "ended", 5, -1, false);
         delete socket;
         ++ended;
