@@ -277,6 +277,7 @@ TEST_F(LogEntriesTest, WhatStandsInTheWayIsTold) {
         told.goesOn = false;
         podmanSays(200, inspectionOf("exited", path, 9));
         follower.join();
+        EXPECT_EQ(told.noted(), "[exited 0]" + text + "[exited 9]") << "told once";
     }
     podmanSays(200, inspectionOf("created", path));
     std::ofstream(path, std::ios::app | std::ios::binary) << std::string(5000, '\0');  // as a power cut leaves it

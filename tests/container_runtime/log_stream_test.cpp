@@ -121,6 +121,22 @@ TEST_F(LogStreamTest, EndsWhenPodmanDiesOrRefuses) {
     }
 }
 
+TEST_F(LogStreamTest, EndsWithAContainerOfWhichOnlyPodmanKnows) {
+    const std::string file = directory.path("ctr.log");
+    writeFile(file, "");
+    int asked = 0;
+    const PodmanDouble podman(path, [&](Peer& peer) {
+        while (!peer.readHeader().empty()) {
+            peer.answer(200, R"({"Id":")" + std::string(64, 'f') + R"(","State":{"Status":")" +
+                                 (++asked <= 2 ? "running" : "exited") +
+                                 R"("},"HostConfig":{"LogConfig":{"Type":"k8s-file","Path":")" + file + "\"}}}");
+        }
+    });
+    follow(podman);
+    EXPECT_EQ(end().status, 200);
+    EXPECT_EQ(asked, 3);
+}
+
 TEST_F(LogStreamTest, EndsAllStreamsAndLaterOnesUntilTheyAreAllowedAgain) {
     KxCWebSocket socket(web);
     const auto earlier = streams.add(&socket, "web");

@@ -99,6 +99,30 @@ TEST(Signals, AHandlerRunsOnAThreadOfThePlatformAndRemovalWaitsForIt) {
     EXPECT_EQ(pool.takeErrors().back().detail, "signal " + std::to_string(SIGUSR2));
 }
 
+TEST(Signals, TheObserverSeesWhatEndsTheProcess) {
+    static std::atomic<int> observed{0};
+    static std::atomic<int> handled{0};
+    KxCErrorListPool pool;
+    for (const int number : {SIGTERM, SIGINT, SIGUSR1}) {
+        installSignalHandler(pool, number, [](KxCErrorListPool&, int) { ++handled; });
+    }
+    const auto raiseAll = [] {
+        const int before = handled;
+        for (const int number : {SIGTERM, SIGINT, SIGUSR1}) {
+            ::raise(number);
+        }
+        return waitFor([&] { return handled == before + 3; });
+    };
+    EXPECT_TRUE(raiseAll());
+    observeTermination([] { ++observed; });
+    EXPECT_TRUE(raiseAll());
+    observeTermination(nullptr);
+    EXPECT_EQ(observed, 2);
+    for (const int number : {SIGTERM, SIGINT, SIGUSR1}) {
+        removeSignalHandler(pool, number);
+    }
+}
+
 TEST(Signals, AHandlerMayRemoveItself) {
     KxCErrorListPool pool;
     installSignalHandler(pool, SIGUSR1,

@@ -18,14 +18,21 @@ namespace {
 
 /// More than this is not gathered into one text; of one more block of a log at most three times its size is added.
 constexpr std::size_t TEXT_SIZE = 16UL << 10;
+constexpr std::size_t USUAL_EXCESS = 2UL << 10;
 
 /// Sends text to a client.
 class TextSender {
 public:
     TextSender(KxCErrorListPool& errors, LogStreams::Socket& client) : pool(errors), socket(client) {}
 
-    /// Where more is to be appended.
-    std::string text;
+    /// Where more is to be appended. It has room for all from the beginning: what a growing text leaves behind are
+    /// holes between the texts of other streams.
+    std::string& room() {
+        if (text.capacity() < TEXT_SIZE) {
+            text.reserve(TEXT_SIZE + USUAL_EXCESS);
+        }
+        return text;
+    }
 
     bool isFull() const { return text.size() >= TEXT_SIZE; }
 
@@ -45,6 +52,7 @@ public:
 private:
     KxCErrorListPool& pool;
     LogStreams::Socket& socket;
+    std::string text;
     bool isOpen = true;
 };
 
@@ -54,7 +62,7 @@ public:
     RelayedLog(bool isFramed, TextSender& client) : log(isFramed), sender(client) {}
 
     void take(std::string_view bytes) override {
-        log.append(bytes, sender.text);
+        log.append(bytes, sender.room());
         if (sender.isFull()) {
             flush();
         }
@@ -63,7 +71,7 @@ public:
     bool flush() override { return sender.flush(); }
 
     void finish() {
-        log.finish(sender.text);
+        log.finish(sender.room());
         flush();
     }
 
@@ -161,7 +169,7 @@ milliseconds timeUntil(const std::optional<LogTime>& time) {
         LogStep step = log.next();
         if (step.kind == LogStep::Kind::entry) {
             if (filter.take(step.entry)) {
-                text.append(step.entry, sender.text);
+                text.append(step.entry, sender.room());
             }
             if (sender.isFull() && !sender.flush()) {
                 return;
@@ -173,14 +181,14 @@ milliseconds timeUntil(const std::optional<LogTime>& time) {
             }
             sender.rest();
             if (!log.wait(session.ending, text.isHolding() ? std::min(left, LINE_TIME) : left)) {
-                text.release(sender.text);
+                text.release(sender.room());
             }
             if (session.ending.isCancelled()) {
                 break;
             }
         }
     }
-    text.finish(sender.text);
+    text.finish(sender.room());
     sender.flush();
 }
 

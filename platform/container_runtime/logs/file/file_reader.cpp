@@ -15,7 +15,7 @@ namespace KxNContainer {
 
 namespace {
 
-constexpr std::size_t READ_BLOCK_SIZE = 16UL << 10;
+constexpr std::size_t READ_BLOCK_SIZE = 10UL << 10;  // more than an entry of conmon(8), which cuts at 8 KiB
 
 /// The pieces of a line lie together, but for the lines of the other output. This far the beginning of one is looked
 /// for.
