@@ -100,7 +100,11 @@ static KxNCommon::UniqueFd connectTo(std::uint16_t port) {
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    KX_REQUIRE(::connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0);
+    int result;
+    do {
+        result = ::connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address);
+    } while (result != 0 && errno == EINTR);  // libFuzzer's clock interrupts: the second call waits for the first's end
+    KX_REQUIRE(result == 0);
     return socket;
 }
 
@@ -108,7 +112,7 @@ static KxNCommon::UniqueFd connectTo(std::uint16_t port) {
 static std::string talk(std::uint16_t port, std::string_view bytes) {
     const KxNCommon::UniqueFd socket = connectTo(port);
     ssize_t size = 0;
-    while (!bytes.empty() && (size >= 0 || errno == EINTR)) {  // libFuzzer's clock interrupts
+    while (!bytes.empty() && (size >= 0 || errno == EINTR)) {
         size = ::send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
         bytes.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
     }
