@@ -22,7 +22,7 @@ MODERN = re.compile("TLS_(AES|CHACHA20)_.*|ECDHE-(RSA|ECDSA)-(AES(128|256)-GCM-.
 
 
 def serve(program, file):
-    CERTIFICATES.mkdir(parents=True)
+    CERTIFICATES.mkdir(parents=True, exist_ok=True)
     subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-days", "90",
                     "-subj", "/CN=localhost", "-addext", "subjectAltName=DNS:localhost,IP:127.0.0.1",
                     "-addext", "extendedKeyUsage=serverAuth", "-keyout", CERTIFICATES / "server.key",
