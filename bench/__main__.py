@@ -7,7 +7,7 @@ import resource
 import sys
 import time
 
-from bench import console, costs, footprint, logs, plots, realtime, report, requests, streams, uploads
+from bench import console, costs, footprint, images, logs, plots, realtime, report, requests, streams, uploads
 from bench.measurement import Effort, Growth, Row
 
 PLAIN_OR_TLS = {  # take as `tls` which
@@ -33,6 +33,7 @@ def over_tls(measure):
 MEASUREMENTS = {
     **{name: functools.partial(measure, tls=False) for name, measure in PLAIN_OR_TLS.items()},
     **{f"{name}-tls": over_tls(measure) for name, measure in PLAIN_OR_TLS.items()},
+    "image": images.until_listed,
     "handshake": requests.handshake,
     "identities": requests.identities,
     "wrong-tokens": requests.wrong_tokens,
