@@ -1,5 +1,6 @@
 #include "platform/common/rfc3339.h"
 
+#include <array>
 #include <cstdio>
 
 namespace KxNCommon {
@@ -8,23 +9,23 @@ using namespace std::chrono;
 
 namespace {
 
-/// Takes exactly `count` digits off the front of `text`.
-std::optional<int> takeDigits(std::string_view& text, std::size_t count) {
-    int number = 0;
+/// Takes exactly `count` digits off the front of `text`; -1 when they are not there.
+int takeNumber(std::string_view& text, std::size_t count) {
     if (text.size() < count) {
-        return std::nullopt;
+        return -1;
     }
-    for (std::size_t i = 0; i < count; ++i) {
-        if (text[i] < '0' || text[i] > '9') {
-            return std::nullopt;
+    int number = 0;
+    for (const char c : text.substr(0, count)) {
+        if (c < '0' || c > '9') {
+            return -1;
         }
-        number = number * 10 + (text[i] - '0');
+        number = number * 10 + (c - '0');
     }
     text.remove_prefix(count);
     return number;
 }
 
-bool take(std::string_view& text, std::string_view allowed) {
+bool takeOneOf(std::string_view& text, std::string_view allowed) {
     if (text.empty() || allowed.find(text.front()) == std::string_view::npos) {
         return false;
     }
@@ -32,77 +33,88 @@ bool take(std::string_view& text, std::string_view allowed) {
     return true;
 }
 
-/// The milliseconds of a fraction that may stand there.
-std::optional<milliseconds> takeFraction(std::string_view& text) {
-    if (!take(text, ".")) {
-        return 0ms;
+/// The fraction of a second that may stand there.
+std::optional<nanoseconds> takeFraction(std::string_view& text) {
+    if (!takeOneOf(text, ".")) {
+        return 0ns;
     }
     const std::size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
-    int value = 0;
-    for (std::size_t i = 0; i < 3; ++i) {
-        value = value * 10 + (i < digits ? text[i] - '0' : 0);
+    nanoseconds::rep value = 0;
+    nanoseconds::rep unit = 100'000'000;
+    for (const char digit : text.substr(0, digits)) {
+        value += unit * (digit - '0');
+        unit /= 10;
     }
     text.remove_prefix(digits);
-    return digits > 0 ? std::optional(milliseconds(value)) : std::nullopt;
+    return digits > 0 ? std::optional(nanoseconds(value)) : std::nullopt;
 }
 
-/// What is to be taken away to come to UTC.
-std::optional<minutes> takeOffset(std::string_view& text) {
-    if (take(text, "Zz")) {
-        return 0min;
+/// What is to be taken away to come to UTC. It ends the text.
+std::optional<minutes> takeOffset(std::string_view text) {
+    if (takeOneOf(text, "Zz")) {
+        return text.empty() ? std::optional(0min) : std::nullopt;
     }
     const bool isBehind = text.starts_with('-');
-    if (!take(text, "+-")) {
+    if (!takeOneOf(text, "+-")) {
         return std::nullopt;
     }
-    const auto hour = takeDigits(text, 2);
-    const bool hasColon = take(text, ":");
-    const auto minute = takeDigits(text, 2);
-    if (!hour || !hasColon || !minute || *hour > 23 || *minute > 59) {
+    const int hour = takeNumber(text, 2);
+    const bool hasColon = takeOneOf(text, ":");
+    const int minute = takeNumber(text, 2);
+    if (hour < 0 || hour > 23 || !hasColon || minute < 0 || minute > 59 || !text.empty()) {
         return std::nullopt;
     }
-    const minutes offset = hours(*hour) + minutes(*minute);
+    const minutes offset = hours(hour) + minutes(minute);
     return isBehind ? -offset : offset;
 }
 
 }  // namespace
 
-std::string formatTime(WallTime time) {
-    const sys_days day = floor<days>(time);
+std::optional<Moment> parseMoment(std::string_view text) {
+    constexpr std::array<std::string_view, 6> BEHIND = {"-", "-", "Tt ", ":", ":", ""};
+    std::array<int, BEHIND.size()> fields{};
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        fields[i] = takeNumber(text, i == 0 ? 4 : 2);
+        if (fields[i] < 0 || (!BEHIND[i].empty() && !takeOneOf(text, BEHIND[i]))) {
+            return std::nullopt;
+        }
+    }
+    const auto [yearNumber, monthNumber, dayNumber, hour, minute, second] = fields;
+    const year_month_day date(year(yearNumber), month(static_cast<unsigned>(monthNumber)),
+                              day(static_cast<unsigned>(dayNumber)));
+    const auto fraction = takeFraction(text);
+    const auto offset = takeOffset(text);
+    if (!date.ok() || hour > 23 || minute > 59 || second > 60 || !fraction || !offset) {  // 60 is a leap second
+        return std::nullopt;
+    }
+    return Moment{sys_days(date) + hours(hour) + minutes(minute) + seconds(second) - *offset, *fraction};
+}
+
+std::string formatMoment(const Moment& moment, int digits) {
+    const sys_days day = floor<days>(moment.second);
     const year_month_day date(day);
-    const hh_mm_ss clock(time - day);
-    char text[48];
-    std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d.%03dZ", static_cast<int>(date.year()),
-                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                  static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
-                  static_cast<int>(clock.seconds().count()), static_cast<int>(clock.subseconds().count()));
-    return text;
+    const hh_mm_ss clock(moment.second - day);
+    nanoseconds::rep fraction = moment.fraction.count();
+    for (int i = digits; i < 9; ++i) {
+        fraction /= 10;
+    }
+    std::array<char, 80> text;
+    const int size =
+        std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02d.%0*lldZ", static_cast<int>(date.year()),
+                      static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+                      static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
+                      static_cast<int>(clock.seconds().count()), digits, static_cast<long long>(fraction));
+    return {text.data(), static_cast<std::size_t>(size)};
 }
 
 std::optional<WallTime> parseTime(std::string_view text) {
-    const auto yearNumber = takeDigits(text, 4);
-    const bool hasDash = take(text, "-");
-    const auto monthNumber = takeDigits(text, 2);
-    const bool hasSecondDash = take(text, "-");
-    const auto dayNumber = takeDigits(text, 2);
-    const bool hasT = take(text, "Tt ");
-    const auto hour = takeDigits(text, 2);
-    const bool hasColon = take(text, ":");
-    const auto minute = takeDigits(text, 2);
-    const bool hasSecondColon = take(text, ":");
-    const auto second = takeDigits(text, 2);
-    if (!yearNumber || !hasDash || !monthNumber || !hasSecondDash || !dayNumber || !hasT || !hour || !hasColon ||
-        !minute || !hasSecondColon || !second) {
-        return std::nullopt;
-    }
-    const auto fraction = takeFraction(text);
-    const auto offset = takeOffset(text);
-    const year_month_day date(year(*yearNumber), month(static_cast<unsigned>(*monthNumber)),
-                              day(static_cast<unsigned>(*dayNumber)));
-    if (!fraction || !offset || !text.empty() || !date.ok() || *hour > 23 || *minute > 59 || *second > 60) {
-        return std::nullopt;
-    }
-    return WallTime(sys_days(date)) + hours(*hour) + minutes(*minute) + seconds(*second) + *fraction - *offset;
+    const auto moment = parseMoment(text);
+    return moment ? std::optional(moment->second + floor<milliseconds>(moment->fraction)) : std::nullopt;
+}
+
+std::string formatTime(WallTime time) {
+    const sys_seconds second = floor<seconds>(time);
+    return formatMoment({second, time - second}, 3);
 }
 
 }  // namespace KxNCommon

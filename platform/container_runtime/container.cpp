@@ -1,9 +1,9 @@
-// The life of the container runtime, and its requests to Podman.
 #include <csignal>
 #include <exception>
 #include <stdexcept>
 
 #include "KxContainer.h"
+#include "KxJson.h"
 #include "KxLog.h"
 #include "KxRtos.h"
 #include "platform/container_runtime/container_impl.h"
@@ -13,8 +13,17 @@
 #include "platform/container_runtime/podman/podman_command.h"
 #include "platform/container_runtime/podman/podman_failure.h"
 #include "platform/container_runtime/stores/runtime_directories.h"
+#include "platform/container_runtime/stores/user_storage.h"
 
 namespace KxNContainer {
+
+namespace {
+
+int runCompose(ComposeCommands& commands, ComposeCommand command, const char* fileName, KxNJson::json& result) {
+    return commands.run(command, fileName != nullptr ? fileName : "", result);
+}
+
+}  // namespace
 
 KxCContainer* KxCContainer::GetInstance() {
     // Never destroyed: threads of the web API server may still run during exit.
@@ -63,6 +72,19 @@ void KxCContainer::Impl::allowRequests() {
     }
     logStreams.open();
     compose.resume();
+}
+
+ComposeSetup KxCContainer::Impl::composeSetup() {
+    const auto askPodman = [this](const std::string& path) {
+        const auto cancellation = runningRequests();
+        const auto method = KxCCurlHandler::MethodType::GET;
+        const auto deadline = std::chrono::steady_clock::now() + timeLimit(path, method);
+        return podman.execute({path, method, {"Accept: application/json"}, ""}, {*cancellation, deadline});
+    };
+    return {KxNContainerPaths::COMPOSE_FILES_PATH,
+            {KxNContainerPaths::DOCKER_COMPOSE, KxNComposeFileHandler::ComposeTool::Exe},
+            [this] { return composeEnvironment(podman.getAddress()); },
+            askPodman};
 }
 
 bool KxCContainer::Impl::fail(const std::string& reason) {
@@ -212,6 +234,89 @@ void KxCContainer::UnregisterLogStreamSession(KxNTamberWebApi::KxCWebSocket* soc
 
 void KxCContainer::LogStreamCloseHandler(const void*, std::uint32_t, KxNTamberWebApi::KxCWebSocket* socket) {
     GetInstance()->impl->logStreams.end(socket);
+}
+
+// Compose commands.
+
+int KxCContainer::CreateCompose(const char* fileName, KxNJson::json& result) {
+    return runCompose(impl->compose, ComposeCommand::Create, fileName, result);
+}
+
+int KxCContainer::StartCompose(const char* fileName, KxNJson::json& result) {
+    return runCompose(impl->compose, ComposeCommand::Start, fileName, result);
+}
+
+int KxCContainer::StopCompose(const char* fileName, KxNJson::json& result) {
+    return runCompose(impl->compose, ComposeCommand::Stop, fileName, result);
+}
+
+int KxCContainer::RemoveCompose(const char* fileName, KxNJson::json& result) {
+    return runCompose(impl->compose, ComposeCommand::Remove, fileName, result);
+}
+
+// Settings, storage and plugins.
+
+bool KxCContainer::IsContainerServiceEnabled(bool readAnew) {
+    if (readAnew) {
+        impl->settings.reload();
+    }
+    return impl->settings.isEnabled();
+}
+
+bool KxCContainer::EnableContainerService() {
+    return impl->settings.setEnabled(true);
+}
+
+bool KxCContainer::DisableContainerService() {
+    return impl->settings.setEnabled(false);
+}
+
+KxCCTESettings::KxSUserSettings KxCContainer::GetContainerServiceUserSettings() {
+    return impl->settings.userSettings();
+}
+
+bool KxCContainer::SetContainerServiceUserSettings(const KxCCTESettings::KxSUserSettings& settings) {
+    return impl->settings.setUserSettings(settings);
+}
+
+std::uint32_t KxCContainer::GetMaxAllowedCpuCoreCount() {
+    return countAllowedCpus();
+}
+
+bool KxCContainer::HasValidUserStorage(std::string* message) {
+    try {
+        checkUserStorage(USER_STORAGE);
+        return true;
+    } catch (const std::exception& problem) {
+        if (message != nullptr) {
+            *message = problem.what();
+        }
+        return false;
+    }
+}
+
+bool KxCContainer::TriggerInventoryTreeScan() {
+    return impl->inventory.scan();
+}
+
+KxNJson::json KxCContainer::listPlugins() {
+    return impl->plugins.list();
+}
+
+int KxCContainer::addPluginToConfig(const std::string& name, const std::string& version) {
+    return impl->plugins.deactivate({name, version});
+}
+
+int KxCContainer::removePluginFromConfig(const std::string& name, const std::string& version) {
+    return impl->plugins.activate({name, version});
+}
+
+int KxCContainer::removePluginFromConfigByFileName(const std::string& fileName) {
+    return impl->plugins.dropEntry(fileName);
+}
+
+void KxCContainer::scanContainerPluginsDir() {
+    impl->plugins.scanDirectory();
 }
 
 }  // namespace KxNContainer

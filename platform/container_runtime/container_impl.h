@@ -1,5 +1,4 @@
-// What the one container runtime object is made of. Each part lives in a file of its own; the operations of
-// KxCContainer that belong to a part are defined beside it.
+// What the one container runtime object is made of. Each part lives in a file of its own.
 #pragma once
 
 #include <atomic>

@@ -1,11 +1,15 @@
-// Waiting on the event loop, for a descriptor and for a stream.
+// Waiting on the event loop: for a descriptor, for a stream, and for a call of another thread.
 #pragma once
 
+#include <boost/asio/async_result.hpp>
 #include <boost/asio/awaitable.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/basic_stream_descriptor.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/use_awaitable.hpp>
+#include <memory>
+#include <type_traits>
 #include <utility>
 
 #include "platform/net/stream.h"
@@ -81,6 +85,25 @@ private:
 /// Whether a step moved nothing because it has to wait for the descriptor.
 inline bool mustWait(Outcome outcome) {
     return outcome == Outcome::wantsRead || outcome == Outcome::wantsWrite;
+}
+
+/// Suspends the coroutine, which runs on `loop`, until the function that `begin` is given was called: once, with a bool
+/// and by any thread. Gives what it was called with. The function can be copied.
+template <typename Begin>
+Task<bool> untilCalled(Executor loop, Begin begin) {
+    using Awaitable = boost::asio::use_awaitable_t<Executor>;
+    bool result = false;
+    Awaitable resumed;
+    co_await boost::asio::async_initiate<Awaitable, void()>(
+        [&](auto&& handler) {
+            auto resume = std::make_shared<std::decay_t<decltype(handler)>>(std::forward<decltype(handler)>(handler));
+            begin([&result, loop, resume = std::move(resume)](bool calledWith) {
+                result = calledWith;
+                boost::asio::post(loop, [resume] { std::move (*resume)(); });
+            });
+        },
+        resumed);
+    co_return result;
 }
 
 }  // namespace KxNNet

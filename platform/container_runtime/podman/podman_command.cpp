@@ -72,8 +72,8 @@ std::string makeHomeWithPolicy() {
     return home;
 }
 
-}  // namespace
-
+/// The environment for the container tools: this process's own, and where the tools hold them, their libraries,
+/// programs and configuration files.
 std::vector<std::string> containerToolsEnvironment() {
     Environment environment;
     if (exists(Paths::PODMAN)) {
@@ -94,6 +94,8 @@ std::vector<std::string> containerToolsEnvironment() {
     return environment.take();
 }
 
+}  // namespace
+
 KxNProcess::Program podmanServiceCommand(const PodmanAddress& address) {
     KxNProcess::Program command{exists(Paths::PODMAN) ? Paths::PODMAN : "podman", {}, containerToolsEnvironment()};
     if (command.executable == Paths::PODMAN && !exists(Paths::CONTAINERS_CONFIG)) {
@@ -106,6 +108,20 @@ KxNProcess::Program podmanServiceCommand(const PodmanAddress& address) {
     }
     command.arguments.insert(command.arguments.end(), {"system", "service", "--time=0", address.text()});
     return command;
+}
+
+std::vector<std::string> composeEnvironment(const PodmanAddress& address) {
+    std::vector<std::string> environment = containerToolsEnvironment();
+    // What ours says about the tool itself, or about where Podman is, is not for it.
+    std::erase_if(environment, [](const std::string& entry) {
+        return entry.starts_with("COMPOSE_") || entry.starts_with("DOCKER_") || entry.starts_with("LC_");
+    });
+    environment.push_back("DOCKER_HOST=" + (address.socketPath.empty()
+                                                ? "tcp://127.0.0.1:" + std::to_string(address.port)
+                                                : "unix://" + address.socketPath));
+    environment.push_back("COMPOSE_DOCKER_CLI_BUILD=0");  // there is no docker program
+    environment.push_back("LC_ALL=C.UTF-8");
+    return environment;
 }
 
 PodmanAddress configuredPodman(const KxCCTESettings::KxSUserSettings& settings) {

@@ -1,4 +1,4 @@
-// With what Podman is run on this target.
+// With what Podman and docker-compose are run on this target.
 #pragma once
 
 #include <string>
@@ -14,9 +14,8 @@ namespace KxNContainer {
 /// hold, else that of PATH with this process's environment. Makes the directory of Podman's own files that this takes.
 KxNProcess::Program podmanServiceCommand(const PodmanAddress& address);
 
-/// The environment for the container tools: this process's own, and where the tools hold them, their libraries,
-/// programs and configuration files.
-std::vector<std::string> containerToolsEnvironment();
+/// The environment of docker-compose: this process's own, that of the container tools, and that Podman is at `address`.
+std::vector<std::string> composeEnvironment(const PodmanAddress& address);
 
 /// Where the configuration and these settings say that Podman is. Throws std::runtime_error when they cannot be used.
 PodmanAddress configuredPodman(const KxCCTESettings::KxSUserSettings& settings);

@@ -15,6 +15,7 @@
 #include "platform/web_api/operation/operation.h"
 #include "platform/web_api/server/api_description.h"
 #include "platform/web_api/server/stream_operation.h"
+#include "platform/web_api/server/take_upload.h"
 
 namespace KxNTamberWebApi {
 
@@ -47,19 +48,14 @@ bool skipReadAhead(Exchange& exchange) {
 
 constexpr int SWITCHING_PROTOCOLS = 101;
 
-Step dropSome(KxNNet::Stream& stream) {
-    std::array<char, 16 * 1024> dropped;
-    return stream.tryRead(dropped);
-}
-
 }  // namespace
 
 HttpConnection::HttpConnection(ServerCore& serverCore, KxNCommon::UniqueFd socket, std::string peerAddress)
     : Connection(serverCore.connections),
       core(serverCore),
       peer(std::move(peerAddress)),
-      stream(std::make_shared<KxNNet::LoopStream>(core.context.get_executor(), std::move(socket),
-                                                  core.tls->contextForConnection().get())) {
+      client(core.limits, std::make_shared<KxNNet::LoopStream>(core.context.get_executor(), std::move(socket),
+                                                               core.tls->contextForConnection().get())) {
     join();
 }
 
@@ -69,30 +65,6 @@ HttpConnection::~HttpConnection() {
 
 void HttpConnection::begin() {
     boost::asio::co_spawn(core.context.get_executor(), serve(shared_from_this()), boost::asio::detached);
-}
-
-void HttpConnection::sweep(std::int64_t now) {
-    if (!deadline.hasPassed(now)) {
-        return;
-    }
-    if (isIdle) {
-        stream->shutdown();
-    } else if (isSending || isLate) {
-        stream->cut();
-    } else {
-        isLate = true;
-        stream->shutdownReading();
-    }
-}
-
-void HttpConnection::onStopping() {
-    if (isIdle) {
-        stream->shutdown();
-    }
-}
-
-void HttpConnection::abort() {
-    stream->cut();
 }
 
 /// The life of a connection: one request after the other, until one ends it.
@@ -113,33 +85,38 @@ KxNNet::Task<void> HttpConnection::serve(std::shared_ptr<HttpConnection> self) {
 }
 
 KxNNet::Task<bool> HttpConnection::openTls() {
-    if (!stream->isTls()) {
+    KxNNet::LoopStream& stream = client.stream();
+    if (!stream.isTls()) {
         co_return true;
     }
-    deadline.set(core.limits.header);
+    client.expectRequest(core.limits.header);
     for (;;) {
-        const Step step = stream->tryHandshake();
+        const Step step = stream.tryHandshake();
         if (!mustWait(step.outcome)) {
-            certificateSubject = stream->clientSubject();
+            certificateSubject = stream.clientSubject();
             co_return step.outcome == Outcome::done;
         }
-        co_await stream->until(step.outcome);
+        co_await stream.until(step.outcome);
     }
 }
 
 /// Waits for the head of the next request. False when the connection is to be left.
 KxNNet::Task<bool> HttpConnection::readHead(std::size_t& headSize) {
-    isIdle = buffer.pending().empty();
-    deadline.set(isIdle ? core.limits.keepAlive : core.limits.header);
+    KxNNet::LoopStream& stream = client.stream();
+    if (buffer.pending().empty()) {
+        client.expectRequest(core.limits.keepAlive);
+    } else {
+        client.expectWithin(core.limits.header);
+    }
     if (core.isStopping) {
         co_return false;
     }
     // Mostly nothing has come yet; a read would only find that out.
-    bool mayHaveCome = stream->hasBuffered();
+    bool mayHaveCome = stream.hasBuffered();
     for (;;) {
         switch (buffer.findHead(core.limits.requestLine, core.limits.headerBlock, headSize)) {
             case RequestBuffer::Head::complete:
-                deadline.clear();
+                client.expectNothing();
                 co_return true;
             case RequestBuffer::Head::lineTooLong:
                 co_await refuseHead(414, "The request line is too long");
@@ -153,21 +130,20 @@ KxNNet::Task<bool> HttpConnection::readHead(std::size_t& headSize) {
         Step step{Outcome::wantsRead};
         if (mayHaveCome) {
             const std::span<char> room = buffer.prepare();
-            step = room.empty() ? Step{Outcome::failed} : stream->tryRead(room);
+            step = room.empty() ? Step{Outcome::failed} : stream.tryRead(room);
         }
         mayHaveCome = true;
         if (mustWait(step.outcome)) {
             buffer.shrink();
-            co_await stream->until(step.outcome);
+            co_await stream.until(step.outcome);
         } else if (step.outcome == Outcome::done) {
             buffer.commit(step.size);
-            mayHaveCome = stream->hasBuffered();
-            if (isIdle) {
-                isIdle = false;
-                deadline.set(core.limits.header);
+            mayHaveCome = stream.hasBuffered();
+            if (client.isIdle()) {
+                client.expectWithin(core.limits.header);
             }
         } else {
-            if (isLate) {
+            if (client.isLate()) {
                 co_await refuseHead(408, "The header block did not arrive in time");
             }
             co_return false;
@@ -178,9 +154,8 @@ KxNNet::Task<bool> HttpConnection::readHead(std::size_t& headSize) {
 /// Answers the request whose head is in the buffer. False when the connection is to be left.
 KxNNet::Task<bool> HttpConnection::answerRequest(std::size_t headSize) {
     Exchange exchange;
-    isIdle = false;
-    const Next next =
-        examine(exchange, buffer.pending().substr(0, headSize), buffer, *stream, {peer, certificateSubject}, core);
+    const Next next = examine(exchange, buffer.pending().substr(0, headSize), buffer, client.stream(),
+                              {peer, certificateSubject}, core);
     setGrant(exchange.caller.grant);
     buffer.consume(headSize);
     switch (next) {
@@ -196,7 +171,7 @@ KxNNet::Task<bool> HttpConnection::answerRequest(std::size_t headSize) {
             co_await readJson(exchange);
             break;
         case Next::takeUpload:
-            co_await takeUpload(exchange);
+            co_await takeUpload(exchange, client, core);
             break;
     }
     tellObserver(exchange, exchange.response.answer.status, core);
@@ -228,17 +203,16 @@ void HttpConnection::runOperation(Exchange& exchange, const KxNJson::json* conte
 
 KxNNet::Task<void> HttpConnection::readJson(Exchange& exchange) {
     std::string text;
-    if (!co_await sendContinue(exchange) || !co_await readText(exchange, text)) {
-        co_return;
+    if (co_await client.sendContinue(exchange) && co_await readText(exchange, text)) {
+        runWithJson(exchange, text);
     }
-    runWithJson(exchange, text);
 }
 
 /// Reads a body that is to be held in memory. False when it did not come whole; the answer, if any, then stands.
 KxNNet::Task<bool> HttpConnection::readText(Exchange& exchange, std::string& text) {
     RequestBody& body = *exchange.body;
     std::array<char, 4096> room;
-    deadline.set(core.limits.progress);
+    client.expectWithin(core.limits.progress);
     while (!body.isComplete()) {
         const RequestBody::Piece piece = body.next(room);
         if (!piece.problem.empty()) {
@@ -246,16 +220,16 @@ KxNNet::Task<bool> HttpConnection::readText(Exchange& exchange, std::string& tex
             co_return false;
         }
         if (mustWait(piece.outcome)) {
-            co_await stream->until(piece.outcome);
+            co_await client.stream().until(piece.outcome);
             continue;
         }
         if (piece.outcome != Outcome::done) {
-            if (isLate) {
+            if (client.isLate()) {
                 exchange.refuse(408, "The body did not arrive in time");
             }
             co_return false;
         }
-        deadline.set(core.limits.progress);
+        client.expectWithin(core.limits.progress);
         if (text.empty() && !piece.bytes.empty() && refusesType(exchange)) {
             co_return false;
         }
@@ -265,7 +239,7 @@ KxNNet::Task<bool> HttpConnection::readText(Exchange& exchange, std::string& tex
             co_return false;
         }
     }
-    deadline.clear();
+    client.expectNothing();
     co_return true;
 }
 
@@ -295,7 +269,7 @@ bool HttpConnection::becomesStream(Exchange& exchange) {
         exchange.refuse(426, "This is a WebSocket: the request must ask for the upgrade");
         return false;
     }
-    if (!exchange.body->isComplete() || !openStream(core, exchange, stream, buffer.pending())) {
+    if (!exchange.body->isComplete() || !openStream(core, exchange, client.share(), buffer.pending())) {
         exchange.refuse(400, "The WebSocket handshake is not well-formed");
         return false;
     }
@@ -318,15 +292,9 @@ KxNNet::Task<void> HttpConnection::tell(const Exchange& exchange) {
         core.audit->tellChange(std::move(record), {});
         co_return;
     }
-    boost::asio::use_awaitable_t<KxNNet::Executor> resumed;
-    co_await boost::asio::async_initiate<boost::asio::use_awaitable_t<KxNNet::Executor>, void()>(
-        [this, &record](auto&& handler) {
-            auto resume = std::make_shared<std::decay_t<decltype(handler)>>(std::forward<decltype(handler)>(handler));
-            core.audit->tellChange(std::move(record), [this, resume] {
-                boost::asio::post(core.context, [resume] { std::move (*resume)(); });
-            });
-        },
-        resumed);
+    co_await KxNNet::untilCalled(core.context.get_executor(), [&](auto resume) {
+        core.audit->tellChange(std::move(record), [resume] { resume(true); });
+    });
 }
 
 /// Who guesses tokens waits for each answer, and so leaves the processor to the others.
@@ -339,7 +307,7 @@ KxNNet::Task<void> HttpConnection::holdBack() {
 
 KxNNet::Task<bool> HttpConnection::sendAnswer(Exchange& exchange) {
     const bool hasSkipped = skipReadAhead(exchange);
-    exchange.keepsConnection = exchange.keepsConnection && hasSkipped && !isLate && !core.isStopping;
+    exchange.keepsConnection = exchange.keepsConnection && hasSkipped && !client.isLate() && !core.isStopping;
     const Answer& answer = exchange.response.answer;
     AnswerFraming framing;
     framing.keepsConnection = exchange.keepsConnection;
@@ -347,11 +315,11 @@ KxNNet::Task<bool> HttpConnection::sendAnswer(Exchange& exchange) {
     framing.hidesBody =
         exchange.request().method() == boost::beast::http::verb::head || answer.status == 204 || answer.status == 304;
     const std::string head = makeAnswerHead(answer, framing);
-    const bool isSent = co_await send(head, framing.hidesBody ? std::string_view() : answer.body);
+    const bool isSent = co_await client.send(head, framing.hidesBody ? std::string_view() : answer.body);
     if (isSent && !exchange.keepsConnection) {
-        announceEnd();
+        client.announceEnd();
         if (!hasSkipped || !exchange.body) {
-            co_await discard(exchange.mayComeIn ? core.limits.discardKnown : core.limits.discardUnknown);
+            co_await client.discard(exchange.mayComeIn ? core.limits.discardKnown : core.limits.discardUnknown);
         }
     }
     co_return isSent&& exchange.keepsConnection;
@@ -364,62 +332,11 @@ KxNNet::Task<void> HttpConnection::refuseHead(int status, std::string_view detai
     AnswerFraming framing;
     framing.keepsConnection = false;
     const std::string head = makeAnswerHead(answer, framing);
-    const bool isSent = co_await send(head, answer.body);
+    const bool isSent = co_await client.send(head, answer.body);
     if (isSent) {
-        announceEnd();
-        co_await discard(core.limits.discardUnknown);
+        client.announceEnd();
+        co_await client.discard(core.limits.discardUnknown);
     }
-}
-
-KxNNet::Task<bool> HttpConnection::sendContinue(const Exchange& exchange) {
-    if (!expectsContinue(exchange.request()) || exchange.body->isComplete() || exchange.body->hasBegunToArrive()) {
-        co_return true;
-    }
-    co_return co_await send(CONTINUE_ANSWER, {});
-}
-
-KxNNet::Task<bool> HttpConnection::send(std::string_view first, std::string_view second) {
-    while (!first.empty() || !second.empty()) {
-        const std::array<iovec, 2> pieces{
-            {{const_cast<char*>(first.data()), first.size()}, {const_cast<char*>(second.data()), second.size()}}};
-        const Step step = stream->tryWrite(pieces);
-        if (mustWait(step.outcome)) {
-            isSending = true;
-            deadline.set(core.limits.progress);
-            co_await stream->until(step.outcome);
-            continue;
-        }
-        if (step.outcome != Outcome::done) {
-            co_return false;
-        }
-        const std::size_t ofFirst = std::min(step.size, first.size());
-        first.remove_prefix(ofFirst);
-        second.remove_prefix(step.size - ofFirst);
-    }
-    isSending = false;
-    deadline.clear();
-    co_return true;
-}
-
-/// Reads on for a while after the last answer: closing a connection on which bytes wait would destroy the answer on its
-/// way.
-KxNNet::Task<void> HttpConnection::discard(std::size_t limit) {
-    for (std::size_t dropped = 0; dropped < limit;) {
-        const Step step = dropSome(*stream);
-        if (mustWait(step.outcome)) {
-            co_await stream->until(step.outcome);
-        } else if (step.outcome != Outcome::done) {
-            co_return;
-        }
-        dropped += step.size;
-    }
-}
-
-/// Tells the client that nothing more comes.
-void HttpConnection::announceEnd() {
-    isIdle = true;
-    deadline.set(core.limits.discard);
-    stream->shutdownWriting();
 }
 
 }  // namespace KxNTamberWebApi

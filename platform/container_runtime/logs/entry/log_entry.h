@@ -31,7 +31,8 @@ struct LogEntry {
     bool endsLine() const { return !text.empty() && text.back() == '\n'; }
 };
 
-/// A time as RFC 3339 writes it, with any number of digits behind the second. None for anything else.
+/// A time as RFC 3339 writes it, with any number of digits behind the second. None for anything else, for times before
+/// 1970, and for those that the number cannot tell (from 2262 on).
 std::optional<LogTime> parseLogTime(std::string_view text);
 std::string formatLogTime(LogTime time);
 
