@@ -41,6 +41,10 @@ if(NOT KX_SANITIZE AND CMAKE_BUILD_TYPE MATCHES "Rel")
     add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)  # what is shipped does not depend on where it is built
 endif()
 
+if(CMAKE_BUILD_TYPE STREQUAL "Debug")
+    add_compile_definitions(_GLIBCXX_ASSERTIONS)  # indices and empty optionals
+endif()
+
 if(KX_SANITIZE)
     add_compile_options(-fsanitize=${KX_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${KX_SANITIZE})

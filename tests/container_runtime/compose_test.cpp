@@ -122,13 +122,14 @@ TEST_F(ComposeTest, FilesThatAreNone) {
         EXPECT_EQ(commands.run(REMOVE, name, result), 4) << name;
     }
     const std::string unusable[] = {
-        "", ".", "..", "a/b.yml", "/etc/passwd", std::string(256, 'n'), "directory.yml", "pipe.yml"};
+        "", ".", "..", "a/b.yml", "/etc/passwd", "directory.yml", "pipe.yml", std::string(256, 'n')};
     for (const std::string& name : unusable) {
         EXPECT_EQ(commands.run(REMOVE, name, result), 3) << name;
         EXPECT_FALSE(result["Message"].get<std::string>().empty());
         EXPECT_EQ(result["Name"], name);
         EXPECT_TRUE(result["ExitCode"].is_null());
     }
+    EXPECT_EQ(result["Message"], "The name of a compose file must not be longer than 255 bytes");
 }
 
 TEST_F(ComposeTest, HangTimesOutAlsoForThoseThatWait) {

@@ -15,11 +15,11 @@ using namespace KxNContainer;
 using namespace KxNContainerPaths;
 namespace fs = std::filesystem;
 
-static void makeToolsImage() {
+static void makeToolsImage(fs::perms ofPodman) {
     writeFile("/mnt/tools/bin/podman", "#!/bin/sh\nexec " KX_FAKE_PODMAN " \"$@\"\n");
-    fs::permissions("/mnt/tools/bin/podman", fs::perms::owner_all);
+    fs::permissions("/mnt/tools/bin/podman", ofPodman);
     fs::create_directories(fs::path(CONTAINER_TOOLS).parent_path());
-    ASSERT_EQ(std::system(("/sbin/mkfs.ext4 -q -d /mnt/tools " + CONTAINER_TOOLS + " 1M").c_str()), 0);
+    ASSERT_EQ(std::system(("/sbin/mkfs.ext4 -qF -d /mnt/tools " + CONTAINER_TOOLS + " 1M").c_str()), 0);
 }
 
 class NoEntries final : public KxCLogEntrySink {
@@ -39,7 +39,7 @@ TEST(Container, WorksFromItsInitialisationToItsStopAndAgain) {
     fs::create_directories("/userstorage1");
     ASSERT_EQ(::mount("tests", "/userstorage1", "tmpfs", 0, "size=20m"), 0);
     ::setenv("KX_CUSTOM_CONFIG", "/run/none.conf", 1);
-    makeToolsImage();
+    makeToolsImage(fs::perms::owner_all);
     const auto ask = [] {
         return KxCContainer::GetInstance()->ExecutePodmanRequest("/x", KxCCurlHandler::MethodType::GET, {}, "", false);
     };
@@ -77,6 +77,12 @@ TEST(Container, WorksFromItsInitialisationToItsStopAndAgain) {
         EXPECT_FALSE(fs::exists(PODMAN));
         ASSERT_TRUE(runtime.init());
     }
+
+    ASSERT_TRUE(runtime.Stop());
+    makeToolsImage(fs::perms::owner_read);
+    ASSERT_TRUE(runtime.init());
+    EXPECT_FALSE(runtime.Start());
+    EXPECT_EQ(runtime.GetContainerServiceStatus(false), KxCContainer::FAILED);
 
     EXPECT_EQ(runtime.FollowLogEntries("web", {}, sink, nullptr).status, 503);
     KxCErrorListPool pool;

@@ -113,6 +113,7 @@ TEST_F(LogReaderTest, LinesAreWholeWhateverTheDriverAndTheDiskDidToThem) {
         {entry("stdout F", std::string(100'000, 'y')), std::string(100'000, 'y') + "\n"},
         {"2026-11-24T08:1" + entry("stdout F", "behind half a head"), "behind half a head\n"},
         {entry("stdout F", "a") + "2026-11-24T08:1", "a\n"},
+        {entry("stdout F", "a") + "2026-11-24T08:14:00Z stdout F end", "a\nend"},
         {entry("stdout F", "a") + std::string(5000, '\0') + entry("stdout F", "b"), "a\n[GAP 5000]b\n"},
         {"no entry at all\n", "no entry at all\n"},
         {"", ""},

@@ -1,5 +1,10 @@
 #include "platform/container_runtime/podman/podman_client.h"
 
+#include <sys/socket.h>
+
+#include <array>
+
+#include "platform/container_runtime/podman/connection_pool.h"
 #include "podman_double.h"
 #include "tests/support.h"
 
@@ -247,4 +252,21 @@ TEST_F(PodmanClientTest, ReadsARefusalThatComesBeforeTheFileWasSent) {
         EXPECT_EQ(reply.status, 500);
         EXPECT_EQ(reply.body, "no room");
     }
+}
+
+TEST(ConnectionPool, KeepsEightConnectionsAndGivesThoseThatAreQuiet) {
+    ConnectionPool pool;
+    std::vector<KxNCommon::UniqueFd> podmans;
+    for (int number = 0; number < 10; ++number) {
+        std::array<int, 2> ends;
+        ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()), 0);
+        podmans.emplace_back(ends[0]);
+        pool.put(KxNNet::Stream(KxNCommon::UniqueFd(ends[1])));
+    }
+    ASSERT_EQ(::write(podmans[0].get(), "x", 1), 1);
+    int taken = 0;
+    while (pool.take()) {
+        ++taken;
+    }
+    EXPECT_EQ(taken, 7);
 }

@@ -131,13 +131,15 @@ TEST_F(PodmanServiceTest, LetsAPodmanWriteOnWhenItsReaderIsKilled) {
     log->open();
     const auto podmans = log->openForPodman();
     log.reset();
-    const std::string line = "level=error msg=\"written while nobody read\"\n" + std::string(3000, 'x') + "\nrest";
+    const std::string line = "level=warning msg=\"IdleTracker 1\"\nlevel=error msg=\"written while nobody read\"\n" +
+                             std::string(3000, 'x') + "\nrest";
     ASSERT_EQ(::write(podmans.get(), line.data(), line.size()), static_cast<ssize_t>(line.size()));
     PodmanLog next(path);
     next.open();
     next.drain();
-    EXPECT_THAT(logLines(), ElementsAre(Pair(3, HasSubstr("written while nobody read")),
-                                        Pair(1, EndsWith(": " + std::string(1024, 'x')))));
+    EXPECT_THAT(logLines(),
+                ElementsAre(Pair(1, HasSubstr("IdleTracker")), Pair(3, HasSubstr("written while nobody read")),
+                            Pair(1, EndsWith(": " + std::string(1024, 'x')))));
 
     std::ofstream(directory.path("file")) << "not a FIFO";
     EXPECT_THAT(failure([&] { PodmanLog(directory.path("file")).open(); }), HasSubstr("file': not a FIFO"));

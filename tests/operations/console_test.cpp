@@ -365,6 +365,17 @@ TEST_F(Console, EventsAreThoseOfPodmanAndOfTheOperationsThatChangeSomething) {
               all.substr(all.rfind("sendText")) + "socket destroyed");
     world().sendsLeft = 0;
     EXPECT_EQ(call("followEventsSetWebSocket"), "socket destroyed");
+
+    world().sendsLeft = 1;
+    std::atomic<bool> isOver{false};
+    std::thread losing([&] {
+        for (; !isOver; std::this_thread::sleep_for(1ms)) {
+            world().changes->takeRelist();
+        }
+    });
+    EXPECT_EQ(call("followEventsSetWebSocket"), "sendText '{\"relist\":true}' -1\nsocket destroyed");
+    isOver = true;
+    losing.join();
 }
 
 TEST_F(Console, LogEntriesAreAskedForAndTold) {

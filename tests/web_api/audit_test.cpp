@@ -137,7 +137,7 @@ TEST_F(AuditFileTest, RecordsOfManyThreadsAreOnTheDiskWhenTheyAreToldSo) {
         }
     });
     EXPECT_EQ(verify(path).entries, 100u);
-    EXPECT_EQ(keeper.state().last, 100u);
+    EXPECT_EQ(getAuditState().last, 100u);
     const auto answer = KxNJson::json::parse(readAuditEntries(90, 5));
     ASSERT_EQ(answer["entries"].size(), 5u);
     EXPECT_EQ(answer["entries"][0]["seq"], 91);

@@ -111,7 +111,8 @@ TEST_F(RouterTest, RefusesWhatIsMalformedOrNowhere) {
             "/containers/%2e", "/images/a/../b", "/images/a%2F..", "/images/./a"});
     expect("400", "GET",
            {"/containers?all=True", "/containers?all=", "/containers?all", "/containers?all=rubbish&all=1",
-            "/containers?other=%zz"});
+            "/containers?other=%zz", "/containers?all=x"});
+    EXPECT_EQ(match.detail, "Query parameter 'all' must be true, false, 1 or 0");
     expect("400", "POST",
            {"/containers/x/stop?timeout=9223372036854775808", "/containers/x/stop?timeout=+5",
             "/containers/x/stop?timeout=5s", "/containers/x/stop?timeout=%205", "/containers/x/stop?timeout="});

@@ -184,13 +184,5 @@ TEST_F(ServerRequests, PipelinedRequestsAreAnsweredInOrder) {
     }
 }
 
-TEST_F(ServerRequests, AHeadMayArriveByteByByte) {
-    RawClient client(server.port());
-    for (const char byte : makeHead(server, "GET /api/v1/fast", "X: " + std::string(1500, 'x') + "\r\n")) {
-        client.send({&byte, 1});
-    }
-    EXPECT_EQ(client.receive().status, 200);
-}
-
 }  // namespace
 }  // namespace KxNWebApiTest

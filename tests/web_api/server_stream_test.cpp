@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 
+#include "platform/web_api/websocket/frames.h"
 #include "server_fixture.h"
 
 namespace KxNWebApiTest {
@@ -202,6 +203,30 @@ TEST_F(ServerStream, AnswersToPingsStandBetweenTheMessagesOfABusyStream) {
     EXPECT_EQ(frame.closeCode(), 1000);
     EXPECT_EQ(texts, count);
     EXPECT_GT(pongs, 0);
+}
+
+TEST_F(ServerStream, TextsOfSeveralThreadsWaitForEachOther) {
+    const std::string text(5'000'000, 'a');
+    handler.stream = [&](KxCErrorListPool&, KxCWebSocket* socket) {
+        onThreads(4, [&](int) {
+            KxCErrorListPool pool;
+            EXPECT_TRUE(socket->sendText(pool, text.data(), text.size(), -1, false));
+        });
+        delete socket;
+    };
+    StreamClient client(server);
+    std::this_thread::sleep_for(50ms);  // until the first one waits for us, and the others for it
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(readFrame(client).payload.size(), text.size());
+    }
+    EXPECT_EQ(readFrame(client).closeCode(), 1000);
+}
+
+TEST(FrameHead, TellsTheLengthInAsFewBytesAsItTakes) {
+    const std::pair<std::uint64_t, std::size_t> rows[] = {{125, 2}, {126, 4}, {0xFFFF, 4}, {0x10000, 10}};
+    for (const auto& [payload, size] : rows) {
+        EXPECT_EQ(FrameHead(::KxNTamberWebApi::Opcode::text, payload).bytes().size(), size) << payload;
+    }
 }
 
 TEST_F(ServerStream, ASocketThatIsLeftBehindTellsOfAFailure) {

@@ -67,12 +67,28 @@ TEST(ServerTls, AnUploadArrivesWholeAndRenewedFilesAreUsed) {
 
     const std::string request = "GET /api/v1/fast HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n";
     EXPECT_THAT(askOverTls(server, known.get(), request), HasSubstr("/CN=firstHTTP/1.1 200 OK"));
+    testing::internal::CaptureStderr();
+    askOverTls(server, known.get(), "DELETE /api/v1/items/a HTTP/1.1\r\nHost: a\r\nConnection: close\r\n\r\n");
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("identity=\"CN=first\""));
     // The authority is deleted, which counts at the next start, and the pair is renewed, which counts within a second.
     std::filesystem::remove(directory.path("ca.crt"));
     install("second");
     EXPECT_TRUE(
         waitFor([&] { return askOverTls(server, known.get(), request).starts_with("/CN=secondHTTP/1.1 200"); }));
     EXPECT_THAT(askOverTls(server, stranger.get(), request), HasSubstr("401 Unauthorized"));
+}
+
+TEST(TlsFiles, AnAuthorityAloneIsToldToMeanNothing) {
+    const TemporaryDirectory directory;
+    for (const bool isThere : {false, true}) {
+        if (isThere) {
+            writeFile(directory.path("ca.crt"), "");
+        }
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(KxNNet::TlsFiles(directory.path("")).isOn());
+        const std::string told = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(told.find("without a server certificate there is no TLS") != told.npos, isThere) << told;
+    }
 }
 
 }  // namespace
