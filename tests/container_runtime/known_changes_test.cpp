@@ -169,9 +169,11 @@ TEST(ChangeWatch, EventsAndListsTogetherTellEachChangeOnce) {
     const std::string death = at(0, eventOf("die", "1", "a"));
     const std::string born = at(1, eventOf("create", "2", "b"));
     say(death.substr(0, 20));
-    std::this_thread::sleep_for(50ms);  // so that it comes alone
     say(death.substr(20) + "no event\n7\n{}\n" + death + born.substr(0, 9));
-    say(born.substr(9));
+    std::this_thread::sleep_for(50ms);
+    say(born.substr(9, 6));
+    std::this_thread::sleep_for(50ms);  // so that it comes alone
+    say(born.substr(15));
     EXPECT_TRUE(told.becomes(expected += "container die a;container create b;")) << told.text();
     {
         const std::lock_guard lock(mutex);
