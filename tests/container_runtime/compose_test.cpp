@@ -141,25 +141,6 @@ TEST_F(ComposeTest, HangTimesOutAlsoForThoseThatWait) {
     EXPECT_THAT(outcomes, Contains(Pair(6, HasSubstr("another command on this file still runs"))));
 }
 
-TEST_F(ComposeTest, WaitingForAnotherCommandCountsForItsTime) {
-    ComposeCommands impatient = make(4s);
-    write("a.yml", "mkdir \"$file.first\" && exec sleep 2.4; [ \"$2\" = config ] || exec sleep 2.8");
-    write("state", "running");
-    EXPECT_THAT(runTogether(impatient, STOP, {"a.yml", "a.yml"}),
-                UnorderedElementsAre(Pair(0, testing::_), Pair(6, testing::_)));
-}
-
-TEST_F(ComposeTest, ExceptionGivesAWholeResult) {
-    ComposeCommands broken({directory.path(""),
-                            {directory.path("tool")},
-                            []() -> std::vector<std::string> { throw std::runtime_error("out of luck"); },
-                            [this](const std::string& path) { return answer(path); }});
-    write("a.yml", "");
-    EXPECT_EQ(broken.run(START, "a.yml", result), 5);
-    EXPECT_EQ(result.dump(), R"({"Message":"The compose command failed: out of luck","Name":"a.yml",)"
-                             R"("Command":"start","ExitCode":null,"Output":""})");
-}
-
 TEST_F(ComposeTest, OneFileRunsInTurnDifferentFilesSideBySide) {
     // Each of the two waits for the other to have begun.
     const std::string together =

@@ -2,7 +2,6 @@
 
 #include "api/operations.h"
 #include "api/profiling.h"
-#include "api/schemas.h"
 #include "tests/operations/Harness.h"
 
 using namespace KxNCre;
@@ -42,38 +41,6 @@ TEST(VirtualOperations, StandAtTheirPositions) {
     for (std::size_t i = 0; i < operations.size(); ++i) {
         EXPECT_EQ(operations[i], 3 + i);
     }
-}
-
-TEST(Endpoints, AreConsistentWithThemselvesAndWithTheirDescription) {
-    std::size_t count = 0;
-    const auto* described = SCHEMAS.operations;
-    for (const auto* const* each = ENDPOINTS; *each != nullptr; ++each, ++described) {
-        const KxSTamberWebApiEndpoint& endpoint = **each;
-        SCOPED_TRACE(endpoint.operationId);
-        EXPECT_EQ(endpoint.id, ++count);
-        EXPECT_STREQ(described->operationId, endpoint.operationId);
-
-        const bool isUpload = std::string(endpoint.operationId).starts_with("upload");
-        EXPECT_EQ(endpoint.isUpload, isUpload);
-        EXPECT_EQ(endpoint.bodyKinds != nullptr, isUpload || described->requestSchema != nullptr);
-        if (endpoint.bodyKinds != nullptr) {
-            EXPECT_EQ(endpoint.bodyKinds[0], isUpload ? KxNTamberWebApi::BODY_UPLOAD : KxNTamberWebApi::BODY_JSON);
-            EXPECT_EQ(endpoint.bodyKinds[1], 1);
-        }
-        // Behind the version each is described; the name, and nothing else, is required and in the path.
-        EXPECT_STREQ(endpoint.parameters[0]->name, "version");
-        EXPECT_EQ(endpoint.parameters[0]->flags, 0x104U);
-        const auto* text = described->parameters;
-        const auto* const* parameter = endpoint.parameters + 1;
-        EXPECT_EQ(*parameter != nullptr && (*parameter)->name == "name"s, takesName(endpoint));
-        for (; *parameter != nullptr; ++parameter, ++text) {
-            EXPECT_STREQ(text->name, (*parameter)->name);
-            EXPECT_EQ((*parameter)->flags >> 8, (*parameter)->name == "name"s ? 0x101U : 2U);
-        }
-        EXPECT_TRUE(text == nullptr || text->name == nullptr);
-    }
-    EXPECT_EQ(count, 30U);
-    EXPECT_EQ(described->operationId, nullptr);
 }
 
 TEST(BareHandler, DescribesTheApi) {

@@ -90,11 +90,6 @@ TEST(AnswerHead, HasTheFieldsOfItsStatusAndOfTheConnection) {
          "HTTP/1.0 405 Method Not Allowed",
          "Content-Length: 0\r\nAllow: GET, HEAD\r\n" + fresh + "Connection: keep-alive\r\n"},
         {{426, {}, {}, {}},
-         {},
-         "HTTP/1.1 426 Upgrade Required",
-         "Content-Length: 0\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\n" + fresh +
-             "Connection: upgrade\r\n"},
-        {{426, {}, {}, {}},
          {false},
          "HTTP/1.1 426 Upgrade Required",
          "Content-Length: 0\r\nUpgrade: websocket\r\nSec-WebSocket-Version: 13\r\n" + fresh +

@@ -63,8 +63,6 @@ TEST(Liveness, OfAClient) {
           {500, 0, 1, 9, ending, LIVES},
           {1'499, 0, 1, 9, closing, LIVES},
           {1'500, 0, 1, 9, closing, LOST}}},
-        {"the server ends, and nothing has to go out",
-         {{1, 0, 0, 0, {.serverEnds = true}, LIVES}, {1'500, 0, 0, 0, {.serverEnds = true}, LIVES}}},
         {"its close is late",
          {{1, 0, 0, 0, late, LIVES}, {10'000, 0, 0, 0, late, LIVES}, {10'001, 0, 0, 0, late, LOST}}},
         {"its close is late for it still takes the end",
